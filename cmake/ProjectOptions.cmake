@@ -1,0 +1,27 @@
+# Language level, warnings and instrumentation shared by every target.
+add_library(clipweir_options INTERFACE)
+
+target_compile_features(clipweir_options INTERFACE cxx_std_17)
+
+target_compile_options(clipweir_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual
+    $<$<BOOL:${CLIPWEIR_WERROR}>:-Werror>)
+
+target_compile_definitions(clipweir_options INTERFACE
+    QT_NO_CAST_FROM_ASCII
+    QT_NO_CAST_TO_ASCII
+    QT_NO_URL_CAST_FROM_STRING
+    QT_DEPRECATED_WARNINGS
+    # A message handler is told where a message came from only when asked; nobody reads it here.
+    QT_NO_MESSAGELOGCONTEXT
+    $<$<BOOL:${BUILD_TESTING}>:QT_FORCE_ASSERTS>
+    $<$<BOOL:${BUILD_TESTING}>:_GLIBCXX_ASSERTIONS>)
+
+if(CLIPWEIR_SANITIZE)
+    target_compile_options(clipweir_options INTERFACE
+        -fsanitize=${CLIPWEIR_SANITIZE} -fno-omit-frame-pointer)
+    if(CLIPWEIR_SANITIZE MATCHES "undefined")
+        target_compile_options(clipweir_options INTERFACE -fno-sanitize-recover=undefined)
+    endif()
+    target_link_options(clipweir_options INTERFACE -fsanitize=${CLIPWEIR_SANITIZE})
+endif()

@@ -1,0 +1,51 @@
+#ifndef PROGRAMRUN_H
+#define PROGRAMRUN_H
+
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+
+/// One run of the built program, as a host sees it: arguments in, standard error and exit code
+/// out. Its working folder, home and cookie file are in a temporary folder of its own.
+class ProgramRun final
+{
+public:
+    ProgramRun();
+    ~ProgramRun();
+    Q_DISABLE_COPY(ProgramRun)
+
+    /// Changes the environment of runs that are started afterwards.
+    void setEnvironment(const QString &name, const QString &value);
+
+    void start(const QStringList &arguments);
+
+    /// Waits, with the event loop running, until the program has ended. Returns false and kills it
+    /// when it takes longer.
+    bool waitForEnd(int timeoutMs = 60000);
+
+    /// start() and waitForEnd().
+    bool run(const QStringList &arguments, int timeoutMs = 60000);
+
+    /// Waits until standard error contains the text.
+    bool waitForOutput(const QByteArray &text, int timeoutMs = 30000);
+
+    [[nodiscard]] QByteArray errorOutput() const; ///< all of standard error so far
+    [[nodiscard]] QList<QByteArray> errorLines() const; ///< without line ends
+    [[nodiscard]] QByteArray standardOutput();
+    [[nodiscard]] int exitCode() const;
+    [[nodiscard]] bool endedNormally() const; ///< false after a crash or a kill
+
+    [[nodiscard]] QString folder() const; ///< the working folder
+    [[nodiscard]] QString path(const QString &relative) const; ///< a path in the working folder
+    [[nodiscard]] QByteArray fileContent(const QString &relative) const;
+
+    QProcess &process();
+
+private:
+    QTemporaryDir m_folder;
+    QProcessEnvironment m_environment;
+    QProcess m_process;
+    QByteArray m_errorOutput;
+};
+
+#endif

@@ -1,0 +1,40 @@
+#include "TestMain.h"
+
+#include <QApplication>
+#include <QNetworkProxyFactory>
+#include <QTextCodec>
+
+#include <array>
+
+namespace {
+
+// The application keeps references to these for its whole life and reads them at every call of
+// arguments(), which is what lets one test process play many command lines.
+constexpr int maxArguments = 64;
+int currentCount = 1;
+std::array<char *, maxArguments + 1> currentValues{};
+std::array<QByteArray, maxArguments> storage;
+
+} // namespace
+
+void setArguments(const QStringList &arguments)
+{
+    Q_ASSERT(arguments.size() < maxArguments);
+    currentCount = 1;
+    for (const QString &argument : arguments) {
+        auto &slot = storage.at(static_cast<size_t>(currentCount));
+        slot = argument.toUtf8();
+        currentValues.at(static_cast<size_t>(currentCount)) = slot.data();
+        ++currentCount;
+    }
+    currentValues.at(static_cast<size_t>(currentCount)) = nullptr;
+}
+
+int runTest(QObject &test, int argc, char *argv[])
+{
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    QNetworkProxyFactory::setUseSystemConfiguration(false);
+    currentValues[0] = argv[0];
+    QApplication application(currentCount, currentValues.data());
+    return QTest::qExec(&test, argc, argv);
+}
