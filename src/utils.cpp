@@ -1,0 +1,290 @@
+#include "utils.h"
+
+#include <algorithm>
+#include <array>
+
+#include <QEventLoop>
+#include <QRegExp>
+#include <QSet>
+#include <QUrl>
+
+namespace {
+
+constexpr QLatin1String metaNamePattern(R"re(<meta\s+name\s*=\s*"%1"\s+content\s*=\s*"([^"]*)")re");
+constexpr QLatin1String
+    metaPropertyPattern(R"re(<meta\s+property\s*=\s*"%1"\s+content\s*=\s*"([^"]*)")re");
+constexpr QLatin1String linkRelFirstPattern(R"re(<link\s+rel\s*=\s*"%1"\s+href\s*=\s*"([^"]*)")re");
+constexpr QLatin1String
+    linkHrefFirstPattern(R"re(<link\s+href\s*=\s*"([^"]*)"\s+rel\s*=\s*"%1")re");
+constexpr QLatin1String
+    thumbPattern(R"re(og:image(?:(?:(?!http).)*)(http(?:(?:(?!['"]).)*))['"])re");
+constexpr QLatin1String titlePattern("<title[^>]*>([^<]*)</title");
+constexpr QLatin1String
+    formatPattern(R"re([/\?&][^/\?&=]+\.(flv|ram|mpg|mpeg|avi|rm|wmv|mov|asf|mp3|rar|movie|divx|)re"
+                  R"re(rbs|mp4|mpeg4|mpg|mpeg|avi|rm|wmv|mov|flv|mp3|jpg|gif|png)(?:$|\?|&|/))re");
+constexpr QLatin1String mediaAddressPattern(
+    R"re(^https*://(?:[^"]+)\.(flv|ram|mpg|mpeg|avi|rm|wmv|mov|asf|mp3|rar|)re"
+    R"re(movie|divx|rbs|mp4|mpeg4|mpg|mpeg|avi|rm|wmv|mov|flv|mp3)(?:$|\?|&|/))re");
+
+bool isHexDigit(QChar c)
+{
+    return (c >= QLatin1Char('0') && c <= QLatin1Char('9'))
+        || (c >= QLatin1Char('a') && c <= QLatin1Char('f'))
+        || (c >= QLatin1Char('A') && c <= QLatin1Char('F'));
+}
+
+bool isDecimalDigit(QChar c)
+{
+    return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+}
+
+/// Appends the character that the digits name; the digits are all hexadecimal.
+void appendCharacter(QString &result, const QStringRef &digits, bool isHex)
+{
+    if (!isHex && !std::all_of(digits.cbegin(), digits.cend(), isDecimalDigit)) {
+        result += QChar(0);
+        return;
+    }
+    bool fits = false;
+    const uint code = digits.toUInt(&fits, isHex ? 16 : 10);
+    if (!fits || code > QChar::LastValidCodePoint || QChar::isSurrogate(code))
+        result += QChar(QChar::ReplacementCharacter);
+    else if (QChar::requiresSurrogates(code))
+        result.append(QChar(QChar::highSurrogate(code))).append(QChar(QChar::lowSurrogate(code)));
+    else
+        result += QChar(code);
+}
+
+/// The first string for which the two markers are found; shared by text and bytes.
+template <typename Text, typename Marker>
+Text between(const Text &text, Marker begin, int beginLength, Marker end)
+{
+    const int beginAt = text.indexOf(begin);
+    if (beginAt < 0)
+        return Text();
+    const int from = beginAt + beginLength;
+    const int endAt = text.indexOf(end, from);
+    if (from > endAt)
+        return Text();
+    return text.mid(from, endAt - from);
+}
+
+QString resolvedAddress(const QUrl &base, const QString &address)
+{
+    return base.resolved(QUrl(address)).toString();
+}
+
+} // namespace
+
+QString decodeHtmlNumber(const QString &text)
+{
+    QString result;
+    result.reserve(text.size());
+    int copiedTo = 0;
+    int at = text.indexOf(QLatin1String("&#"));
+    while (at >= 0) {
+        int digitsAt = at + 2;
+        const bool isHex = digitsAt < text.size() && text.at(digitsAt) == QLatin1Char('x');
+        if (isHex)
+            ++digitsAt;
+        int end = digitsAt;
+        while (end < text.size() && isHexDigit(text.at(end)))
+            ++end;
+        if (end > digitsAt && end < text.size() && text.at(end) == QLatin1Char(';')) {
+            result += text.midRef(copiedTo, at - copiedTo);
+            appendCharacter(result, text.midRef(digitsAt, end - digitsAt), isHex);
+            copiedTo = end + 1;
+            end = copiedTo;
+        }
+        at = text.indexOf(QLatin1String("&#"), end);
+    }
+    result += text.midRef(copiedTo);
+    return result;
+}
+
+QString Utils::RegexString(const QString &text, const QString &pattern)
+{
+    QRegExp expression(pattern);
+    return expression.indexIn(text) < 0 ? QString() : expression.cap(1);
+}
+
+QString Utils::RegexString2(const QString &text, const QString &patternTemplate,
+                            const QString &value)
+{
+    return RegexString(text, patternTemplate.arg(value));
+}
+
+void Utils::RegexStringList(const QString &baseAddress, const QString &text, const QString &pattern,
+                            QStringList &list, bool resolve)
+{
+    const QString decoded = DecodeUrl(text);
+    const QUrl base(baseAddress);
+    QSet<QString> known(list.cbegin(), list.cend());
+    QRegExp expression(pattern);
+    int from = 0;
+    while (from <= decoded.size()) {
+        const int at = expression.indexIn(decoded, from);
+        if (at < 0)
+            break;
+        const QString capture = expression.cap(1);
+        const QString item = resolve ? resolvedAddress(base, capture) : capture;
+        if (!known.contains(item)) {
+            known.insert(item);
+            list += item;
+        }
+        // An empty match would be found again and again at the same place.
+        from = at + std::max(expression.matchedLength(), 1);
+    }
+}
+
+QString Utils::MidString(const QString &text, const QString &begin, const QString &end)
+{
+    return between<QString, const QString &>(text, begin, begin.size(), end);
+}
+
+QByteArray Utils::MidString(const QByteArray &text, const char *begin, const char *end)
+{
+    return between<QByteArray, const char *>(text, begin, static_cast<int>(qstrlen(begin)), end);
+}
+
+QString Utils::GetMetaName(const QString &html, const QString &name)
+{
+    return RegexString2(html, metaNamePattern, name);
+}
+
+QString Utils::GetMetaProperty(const QString &html, const QString &property)
+{
+    return RegexString2(html, metaPropertyPattern, property);
+}
+
+QString Utils::GetMetaProperty(const QString &html, const QString &tag, const QString &attribute,
+                               const QString &value, const QString &contentAttribute)
+{
+    const QString pattern = QLatin1Char('<') + tag + QLatin1String("\\s+") + attribute
+        + QLatin1String("\\s*=\\s*\"%1\"\\s+") + contentAttribute
+        + QLatin1String("\\s*=\\s*\"([^\"]*)\"");
+    return RegexString2(html, pattern, value);
+}
+
+QString Utils::GetMetaLink(const QString &html, const QString &rel)
+{
+    const QString address = RegexString2(html, linkRelFirstPattern, rel);
+    return address.isEmpty() ? RegexString2(html, linkHrefFirstPattern, rel) : address;
+}
+
+QString Utils::GetMetaTitle(const QString &html)
+{
+    QString title = GetMetaName(html, QStringLiteral("title"));
+    if (title.isEmpty())
+        title = MidString(html, QStringLiteral("<title>"), QStringLiteral("</title>")).trimmed();
+    return DecodeHtml(title);
+}
+
+QString Utils::parseTitle(const QString &html)
+{
+    QString title = GetMetaProperty(html, QStringLiteral("og:title"));
+    if (title.isEmpty())
+        title = RegexString(html, titlePattern);
+    return DecodeHtml(title);
+}
+
+QString Utils::parseThumb(const QString &html)
+{
+    return DecodeUrl(RegexString(html, thumbPattern));
+}
+
+QString Utils::getFormatFromUrl(const QString &address)
+{
+    return RegexString(address, formatPattern);
+}
+
+bool Utils::matchMediaType(const QString &address)
+{
+    return QRegExp(mediaAddressPattern).indexIn(address) >= 0;
+}
+
+QString Utils::DecodeHtml(const QString &text)
+{
+    QString result = text;
+    if (result.contains(QLatin1String("&#")))
+        result = decodeHtmlNumber(result);
+    if (!result.contains(QLatin1Char('&')))
+        return result;
+    // "&amp;" goes last: what it uncovers is text, not another entity.
+    return result.replace(QLatin1String("&gt;"), QLatin1String(">"))
+        .replace(QLatin1String("&lt;"), QLatin1String("<"))
+        .replace(QLatin1String("&nbsp;"), QLatin1String(" "))
+        .replace(QLatin1String("&quot;"), QLatin1String("\""))
+        .replace(QLatin1String("&amp;"), QLatin1String("&"));
+}
+
+QString Utils::DecodeUrl(const QString &text)
+{
+    QString plain = text;
+    plain.replace(QLatin1String("\\x3a"), QLatin1String(":"));
+    plain.replace(QLatin1String("\\x2f"), QLatin1String("/"));
+    return QUrl::fromPercentEncoding(plain.toUtf8());
+}
+
+void Utils::DecodeUrl(QStringList &list)
+{
+    for (QString &element : list)
+        element = DecodeUrl(element);
+}
+
+QString Utils::DecodeU6(const QString &text)
+{
+    QString plain = text;
+    return DecodeUrl(plain.replace(QLatin1String("\\u0025"), QLatin1String("%")));
+}
+
+void Utils::resolved(QStringList &list, const QString &baseAddress)
+{
+    const QUrl base(baseAddress);
+    for (QString &element : list)
+        element = resolvedAddress(base, element);
+}
+
+QString Utils::SafeFileName(const QString &name, QChar replacement)
+{
+    static const std::array<QChar, 6> invalid{QLatin1Char('/'), QLatin1Char('\\'),
+                                              QChar(0),         QLatin1Char('*'),
+                                              QLatin1Char('?'), QLatin1Char('!')};
+    QString result = name;
+    const auto isInvalid = [](QChar c) {
+        return std::find(invalid.cbegin(), invalid.cend(), c) != invalid.cend();
+    };
+    std::replace_if(result.begin(), result.end(), isInvalid, replacement);
+    return result;
+}
+
+QMap<QString, QString> Utils::ParseUrlParam(const QString &address)
+{
+    const int mark = address.indexOf(QLatin1Char('?'));
+    const QString query = mark > 0 ? address.mid(mark + 1) : address;
+    QMap<QString, QString> parameters;
+    const QStringList parts = query.split(QLatin1Char('&'));
+    for (const QString &part : parts) {
+        const int equals = part.indexOf(QLatin1Char('='));
+        if (equals >= 0 && part.indexOf(QLatin1Char('='), equals + 1) < 0)
+            parameters[part.left(equals)] = part.mid(equals + 1);
+    }
+    return parameters;
+}
+
+void Utils::WaitFor(QObject *object, const char *signal)
+{
+    if (!object)
+        return;
+    QEventLoop loop;
+    if (!QObject::connect(object, signal, &loop, SLOT(quit())))
+        return;
+    QObject::connect(object, &QObject::destroyed, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+void Utils::CloseProcessWindow(qint64 processId, const QString &title)
+{
+    Q_UNUSED(processId)
+    Q_UNUSED(title)
+}
