@@ -1,0 +1,44 @@
+#ifndef NETDOMMANAGER_H
+#define NETDOMMANAGER_H
+
+#include <QPair>
+#include <QWebElement>
+
+#include "ParseData.h"
+
+#include <functional>
+
+/// Finds media that a page names only in its markup: in the player description of a plug-in's
+/// parameters, or as plain addresses in its source. Sizes are asked of the servers in nested event
+/// loops, so the owner looks at its own state again after each scan.
+class NetDomManager final
+{
+public:
+    void setDomInfo(const QWebElement &element);
+    void setParseInfo(const ParseData &data);
+
+    /// Ends a scan early: asked after every wait.
+    void setStopCheck(const std::function<bool()> &isStopped);
+
+    /// Scans the "param" elements below the element. Returns the record with what was added.
+    ParseData getDomVideoInfo();
+
+    /// Scans the record's pageSource. Returns the record with what was added.
+    ParseData getPageSourceVideoInfo();
+
+    /// Width and height that stand for a stream of that quality name.
+    [[nodiscard]] static QPair<int, int> getSolution(const QString &name);
+
+private:
+    [[nodiscard]] QByteArray playerDescription() const;
+    void addStream(const QString &address, const QString &quality);
+    void addSourceAddress(const QString &address);
+    void append(const VideoFile &file);
+    [[nodiscard]] bool isStopped() const;
+
+    QWebElement m_element;
+    ParseData m_data;
+    std::function<bool()> m_isStopped;
+};
+
+#endif

@@ -1,0 +1,281 @@
+#include "NetworkReplyProxy.h"
+
+#include "ShareMemoryManager.h"
+#include "VideoPreference.h"
+
+#include <QNetworkCookieJar>
+#include <QPointer>
+#include <QTimer>
+
+#include <cstring>
+
+namespace {
+
+constexpr qint64 longMediaBytes = 5242880; // from here on a media reply is cut short ...
+constexpr qint64 longMediaStartBytes = 102400; // ... once so much of it has arrived
+constexpr int maxKeptBytes = 1 << 30; // a byte array cannot hold more than twice that
+constexpr int compactFromBytes = 1 << 20;
+constexpr int lastCopiedAttribute = 7; // QNetworkRequest::DoNotBufferUploadDataAttribute
+
+} // namespace
+
+NetworkAccessManagerProxy::NetworkAccessManagerProxy(QNetworkCookieJar *cookieJar)
+{
+    if (cookieJar) {
+        setCookieJar(cookieJar);
+        cookieJar->setParent(nullptr); // setCookieJar() took it over; it stays the caller's
+    }
+}
+
+void NetworkAccessManagerProxy::disable()
+{
+    m_isDisabled = true;
+}
+
+QNetworkReply *NetworkAccessManagerProxy::createRequest(Operation operation,
+                                                        const QNetworkRequest &request,
+                                                        QIODevice *outgoingData)
+{
+    emit sendUrl(request.url().toString());
+
+    if (m_isDisabled || ShareMemoryManager::GetInstance()->GetExitFlag())
+        return QNetworkAccessManager::createRequest(GetOperation, QNetworkRequest(QUrl()), nullptr);
+
+    QNetworkReply *const reply =
+        QNetworkAccessManager::createRequest(operation, request, outgoingData);
+    return new NetworkReplyProxy(this, reply);
+}
+
+NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetworkReply *reply)
+    : QNetworkReply(manager)
+    , m_reply(reply)
+{
+    m_reply->setParent(this);
+    setOperation(m_reply->operation());
+    setRequest(m_reply->request());
+    setUrl(m_reply->url());
+
+    connect(this, &NetworkReplyProxy::replyDownloadProgress, manager,
+            &NetworkAccessManagerProxy::replyDownloadProgress);
+    connect(this, &QNetworkReply::finished, manager, &NetworkAccessManagerProxy::replyFinished);
+    connect(this, &NetworkReplyProxy::replyError, manager,
+            &NetworkAccessManagerProxy::replyFinished);
+
+    open(QIODevice::ReadOnly);
+    if (m_reply->isFinished())
+        takeOverFinishedReply();
+    else
+        connectReply();
+}
+
+void NetworkReplyProxy::connectReply()
+{
+    connect(m_reply, &QNetworkReply::metaDataChanged, this, &NetworkReplyProxy::applyMetaData);
+    connect(m_reply, &QNetworkReply::readyRead, this, &NetworkReplyProxy::readInternal);
+    connect(m_reply, &QNetworkReply::errorOccurred, this, &NetworkReplyProxy::errorInternal);
+    connect(m_reply, &QNetworkReply::finished, this, &NetworkReplyProxy::finishInternal);
+    connect(m_reply, &QNetworkReply::uploadProgress, this, &QNetworkReply::uploadProgress);
+    connect(m_reply, &QNetworkReply::downloadProgress, this, &QNetworkReply::downloadProgress);
+    connect(m_reply, &QNetworkReply::downloadProgress, this,
+            &NetworkReplyProxy::downloadPageProgress);
+}
+
+void NetworkReplyProxy::takeOverFinishedReply()
+{
+    // A synchronous request is over before its reply can be wrapped. The engine reads the state at
+    // once; only the signals wait for the event loop.
+    copyMetaData();
+    takeOverData();
+    if (m_reply->error() != NoError)
+        takeOverError();
+    setFinished(true);
+    QTimer::singleShot(0, this, [this] {
+        const QPointer<NetworkReplyProxy> self(this);
+        emit metaDataChanged();
+        if (self && bytesAvailable() > 0)
+            emit readyRead();
+        if (self)
+            downloadPageProgress(m_data.size(), m_data.size());
+        if (self)
+            emit finished();
+    });
+}
+
+QByteArray NetworkReplyProxy::receivedData() const
+{
+    return m_data;
+}
+
+void NetworkReplyProxy::copyMetaData()
+{
+    const auto rawHeaders = m_reply->rawHeaderPairs();
+    for (const auto &header : rawHeaders)
+        setRawHeader(header.first, header.second);
+    for (const auto known : {QNetworkRequest::ContentTypeHeader,
+                             QNetworkRequest::ContentLengthHeader, QNetworkRequest::LocationHeader,
+                             QNetworkRequest::LastModifiedHeader, QNetworkRequest::SetCookieHeader})
+        setHeader(known, m_reply->header(known));
+    for (int i = 0; i <= lastCopiedAttribute; ++i) {
+        const auto attributeCode = static_cast<QNetworkRequest::Attribute>(i);
+        setAttribute(attributeCode, m_reply->attribute(attributeCode));
+    }
+}
+
+void NetworkReplyProxy::applyMetaData()
+{
+    copyMetaData();
+    emit metaDataChanged();
+}
+
+void NetworkReplyProxy::takeOverData()
+{
+    const QByteArray received = m_reply->readAll();
+    if (received.size() <= maxKeptBytes - m_data.size())
+        m_data += received;
+    if (m_bufferPos >= compactFromBytes && m_bufferPos >= m_buffer.size() / 2) {
+        m_buffer.remove(0, m_bufferPos);
+        m_bufferPos = 0;
+    }
+    m_buffer += received;
+}
+
+void NetworkReplyProxy::readInternal()
+{
+    takeOverData();
+    emit readyRead();
+}
+
+void NetworkReplyProxy::takeOverError()
+{
+    m_hasError = true;
+    setError(m_reply->error(), m_reply->errorString());
+}
+
+void NetworkReplyProxy::errorInternal(QNetworkReply::NetworkError code)
+{
+    if (m_hasError)
+        return;
+    takeOverError();
+    const QPointer<NetworkReplyProxy> self(this);
+    emit errorOccurred(code);
+    if (self)
+        emit replyError();
+}
+
+void NetworkReplyProxy::finishInternal()
+{
+    if (isFinished())
+        return;
+    const QPointer<NetworkReplyProxy> self(this);
+    if (m_reply->error() != NoError)
+        errorInternal(m_reply->error());
+    if (!self)
+        return;
+    setFinished(true);
+    emit finished();
+}
+
+void NetworkReplyProxy::downloadPageProgress(qint64 received, qint64 total)
+{
+    const QString address = url().toString();
+    const QString type = contentType();
+    const qint64 size =
+        qMax(m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong(), total);
+
+    // An abort ends the reply before it returns, and the engine may drop its replies at their end.
+    const QPointer<NetworkReplyProxy> self(this);
+    abortLongMediaReply(received, size);
+    if (self)
+        abortImageReply(received, size);
+    if (self)
+        emit replyDownloadProgress(address, size, type);
+}
+
+QString NetworkReplyProxy::contentType() const
+{
+    return m_reply->header(QNetworkRequest::ContentTypeHeader).toString();
+}
+
+bool NetworkReplyProxy::isLongMedia(qint64 received, qint64 size) const
+{
+    const QString type = contentType();
+    if (type == QLatin1String("video/f4m"))
+        return false; // a stream's manifest, which is needed whole
+    return (type.contains(QLatin1String("video/")) || type.contains(QLatin1String("audio/")))
+        && received >= longMediaStartBytes && size >= longMediaBytes;
+}
+
+bool NetworkReplyProxy::isCutImage(qint64 received, qint64 size) const
+{
+    return contentType().contains(QLatin1String("image/"))
+        && !CVideoPreference::instance()->GetKeepImage() && (received < size || size == -1);
+}
+
+void NetworkReplyProxy::abortLongMediaReply(qint64 received, qint64 size)
+{
+    if (isLongMedia(received, size))
+        m_reply->abort();
+}
+
+void NetworkReplyProxy::abortImageReply(qint64 received, qint64 size)
+{
+    if (isCutImage(received, size))
+        m_reply->abort();
+}
+
+qint64 NetworkReplyProxy::readData(char *data, qint64 maxSize)
+{
+    const qint64 count = qMin<qint64>(maxSize, m_buffer.size() - m_bufferPos);
+    std::memcpy(data, m_buffer.constData() + m_bufferPos, static_cast<size_t>(count));
+    m_bufferPos += static_cast<int>(count);
+    if (m_bufferPos == m_buffer.size()) {
+        m_buffer.clear();
+        m_bufferPos = 0;
+    }
+    return count;
+}
+
+qint64 NetworkReplyProxy::bytesAvailable() const
+{
+    return m_buffer.size() - m_bufferPos + QNetworkReply::bytesAvailable();
+}
+
+qint64 NetworkReplyProxy::bytesToWrite() const
+{
+    return -1;
+}
+
+bool NetworkReplyProxy::isSequential() const
+{
+    return m_reply->isSequential();
+}
+
+void NetworkReplyProxy::abort()
+{
+    m_reply->abort();
+}
+
+void NetworkReplyProxy::close()
+{
+    m_reply->close();
+}
+
+void NetworkReplyProxy::ignoreSslErrors()
+{
+    m_reply->ignoreSslErrors();
+}
+
+bool NetworkReplyProxy::canReadLine() const
+{
+    qFatal("not implemented");
+}
+
+bool NetworkReplyProxy::waitForReadyRead(int)
+{
+    qFatal("not implemented");
+}
+
+bool NetworkReplyProxy::waitForBytesWritten(int)
+{
+    qFatal("not implemented");
+}

@@ -1,0 +1,95 @@
+#ifndef NETWORKREPLYPROXY_H
+#define NETWORKREPLYPROXY_H
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
+/// The network manager of the page: reports every address that the page requests, refuses all
+/// further requests once disabled or once the host wants the run to end, and wraps each reply.
+class NetworkAccessManagerProxy final : public QNetworkAccessManager
+{
+    Q_OBJECT
+
+public:
+    /// @param cookieJar may be null; stays the caller's and must outlive the manager
+    explicit NetworkAccessManagerProxy(QNetworkCookieJar *cookieJar);
+
+    /// From now on no request reaches the network. There is no way back.
+    void disable();
+
+signals:
+    /// A request is about to be made or refused. Emitted from inside the engine's loading code:
+    /// receivers must not change the page before control has returned to the event loop.
+    void sendUrl(const QString &url);
+
+    /// A reply has progressed. @param size bytes in all, as far as known, else 0
+    void replyDownloadProgress(const QString &url, qint64 size, const QString &contentType);
+
+    /// A reply has ended or failed. One reply may report both.
+    void replyFinished();
+
+protected:
+    QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
+                                 QIODevice *outgoingData) override;
+
+private:
+    bool m_isDisabled = false;
+};
+
+/// A reply of the page: passes the real reply through, reports its progress with size and content
+/// type, and cuts long media and images short, whose beginning is all that the run needs.
+class NetworkReplyProxy final : public QNetworkReply
+{
+    Q_OBJECT
+
+public:
+    /// @param manager becomes the parent    @param reply the real reply, which the proxy takes over
+    NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetworkReply *reply);
+
+    /// Every byte received so far, up to a bound that keeps it inside what a byte array can hold.
+    [[nodiscard]] QByteArray receivedData() const;
+
+    void abort() override;
+    void close() override;
+    void ignoreSslErrors() override;
+    qint64 bytesAvailable() const override;
+    qint64 bytesToWrite() const override;
+    bool isSequential() const override;
+    bool canReadLine() const override; ///< not supported: ends the process
+    bool waitForReadyRead(int msecs) override; ///< not supported: ends the process
+    bool waitForBytesWritten(int msecs) override; ///< not supported: ends the process
+
+signals:
+    void replyDownloadProgress(const QString &url, qint64 size, const QString &contentType);
+    void replyError();
+
+public slots:
+    void applyMetaData();
+    void readInternal();
+    void errorInternal(QNetworkReply::NetworkError code);
+    void downloadPageProgress(qint64 received, qint64 total);
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override;
+
+private:
+    void connectReply();
+    void finishInternal();
+    void takeOverFinishedReply();
+    void copyMetaData();
+    void takeOverData();
+    void takeOverError();
+    [[nodiscard]] bool isLongMedia(qint64 received, qint64 size) const;
+    [[nodiscard]] bool isCutImage(qint64 received, qint64 size) const;
+    [[nodiscard]] QString contentType() const;
+    void abortLongMediaReply(qint64 received, qint64 size);
+    void abortImageReply(qint64 received, qint64 size);
+
+    QNetworkReply *m_reply;
+    QByteArray m_data;
+    QByteArray m_buffer;
+    int m_bufferPos = 0; ///< bytes of m_buffer that the engine has read
+    bool m_hasError = false;
+};
+
+#endif

@@ -1,0 +1,174 @@
+#include "ParseData.h"
+
+#include "VideoPreference.h"
+#include "utils.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QVariant>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int maxFileNameBytes = 255; // what common file systems take
+
+const auto canonicalPattern = R"(:?["']canonical["']\s+href=["']([^"']+)["'])";
+
+/// "name.ext", with the name cut so that the whole fits into a file name.
+QString fittingFileName(QString name, const QString &ext)
+{
+    const int maxNameBytes = maxFileNameBytes - ext.toUtf8().size() - 1;
+    name.truncate(maxNameBytes); // a character takes a byte at least
+    while (name.toUtf8().size() > maxNameBytes)
+        name.chop(name.size() > 1 && name.at(name.size() - 2).isHighSurrogate() ? 2 : 1);
+    if (!name.isEmpty() && name.at(name.size() - 1).isHighSurrogate())
+        name.chop(1);
+    return QStringLiteral("%1.%2").arg(name, ext);
+}
+
+QJsonObject toJsonObject(const VideoFile &file)
+{
+    return {
+        {QStringLiteral("height"), file.height},       {QStringLiteral("nSize"), file.nSize},
+        {QStringLiteral("strFormat"), file.strFormat}, {QStringLiteral("urlType"), file.urlType},
+        {QStringLiteral("videoUrl"), file.address()},  {QStringLiteral("width"), file.width},
+    };
+}
+
+VideoFile fromVariantMap(const QVariantMap &map)
+{
+    VideoFile file;
+    file.urlType = map.value(QStringLiteral("urlType")).toString();
+    file.urls.insert(file.urlType, map.value(QStringLiteral("videoUrl")).toString());
+    file.strFormat = map.value(QStringLiteral("strFormat")).toString();
+    file.height = map.value(QStringLiteral("height")).toInt();
+    file.width = map.value(QStringLiteral("width")).toInt();
+    file.nSize = map.value(QStringLiteral("nSize")).toLongLong();
+    return file;
+}
+
+} // namespace
+
+VideoFile VideoFile::fromAddress(const QString &url)
+{
+    VideoFile file;
+    file.strFormat = Utils::getFormatFromUrl(url);
+    file.urlType =
+        url.startsWith(QLatin1String("rtmp")) ? QStringLiteral("rtmp") : QStringLiteral("http");
+    file.urls.insert(file.urlType, url);
+    return file;
+}
+
+QString VideoFile::address() const
+{
+    return urls.value(urlType);
+}
+
+bool ParseData::add(const QString &url)
+{
+    if (contains(url))
+        return false;
+    fileList += VideoFile::fromAddress(url);
+    return true;
+}
+
+bool ParseData::contains(const QString &url) const
+{
+    return std::any_of(fileList.cbegin(), fileList.cend(),
+                       [&url](const VideoFile &file) { return file.address() == url; });
+}
+
+VideoFile *ParseData::get(const QString &url)
+{
+    const auto found =
+        std::find_if(fileList.begin(), fileList.end(),
+                     [&url](const VideoFile &file) { return file.address() == url; });
+    return found == fileList.end() ? nullptr : &*found;
+}
+
+void ParseData::setVideoSize(const QString &url, qint64 sizeBytes)
+{
+    const auto found =
+        std::find_if(fileList.begin(), fileList.end(), [&url](const VideoFile &file) {
+            return file.nSize == 0 && file.address() == url;
+        });
+    if (found != fileList.end())
+        found->nSize = sizeBytes;
+}
+
+bool ParseData::isPlayList() const
+{
+    return !fileList.isEmpty();
+}
+
+int ParseData::getTimeUsed() const
+{
+    if (startTime.isNull() || endTime.isNull())
+        return 0;
+    return static_cast<int>(startTime.secsTo(endTime));
+}
+
+QString ParseData::getThumbUrl() const
+{
+    return Utils::parseThumb(pageSource);
+}
+
+QString ParseData::getHtmlTitle() const
+{
+    return Utils::parseTitle(pageSource);
+}
+
+QString ParseData::getCanonicalUrl() const
+{
+    return Utils::RegexString(pageSource, QString::fromLatin1(canonicalPattern));
+}
+
+QString ParseData::getSmartVideoFullPath() const
+{
+    const QString name = Utils::SafeFileName(getHtmlTitle(), QLatin1Char('_'));
+    if (name.isEmpty() || selectedVideo < 0)
+        return {};
+    const QString format = fileList.at(selectedVideo).strFormat;
+    const QString ext = format.isEmpty() ? QStringLiteral("mp4") : format;
+    return CVideoPreference::instance()->GetOutDir() + QLatin1Char('/')
+        + fittingFileName(name, ext);
+}
+
+QString ParseData::getVideoFullPath() const
+{
+    const auto *const preference = CVideoPreference::instance();
+    if (preference->GetSmartName()) {
+        const QString smartPath = getSmartVideoFullPath();
+        if (!smartPath.isEmpty())
+            return smartPath;
+    }
+    return preference->GetVideoFullPath();
+}
+
+QByteArray ParseData::toJson() const
+{
+    QJsonArray files;
+    for (const VideoFile &file : fileList)
+        files += toJsonObject(file);
+    const QJsonObject record{
+        {QStringLiteral("fileList"), files},
+        {QStringLiteral("playList"), QJsonArray::fromStringList(playList)},
+        {QStringLiteral("selectedVideo"), selectedVideo},
+        {QStringLiteral("thumbUrl"), getThumbUrl()},
+        {QStringLiteral("title"), getHtmlTitle()},
+    };
+    return QJsonDocument(record).toJson(QJsonDocument::Compact);
+}
+
+void ParseData::fromJson(const QByteArray &document)
+{
+    const QVariantMap root = QJsonDocument::fromJson(document).toVariant().toMap();
+    const QVariantList pages = root.value(QStringLiteral("playList")).toList();
+    for (const QVariant &page : pages)
+        playList += page.toString();
+    const QVariantList files = root.value(QStringLiteral("fileList")).toList();
+    for (const QVariant &file : files)
+        fileList += fromVariantMap(file.toMap());
+}

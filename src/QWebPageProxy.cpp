@@ -1,0 +1,52 @@
+#include "QWebPageProxy.h"
+
+#include "ShareMemoryManager.h"
+
+#include <QWebFrame>
+
+QWebPageProxy::QWebPageProxy(QObject *parent)
+    : QWebPage(parent)
+{
+    connect(this, &QWebPage::loadFinished, this, &QWebPageProxy::pageLoaded);
+}
+
+void QWebPageProxy::load(const QUrl &url)
+{
+    mainFrame()->load(url);
+}
+
+void QWebPageProxy::pageLoaded(bool isOk)
+{
+    emit pageLoadState(isOk);
+}
+
+QString QWebPageProxy::userAgentForUrl(const QUrl &) const
+{
+    // Deliberately that of a desktop browser on another system: sites serve it their plain players.
+    return QStringLiteral("Mozilla/5.0 (Windows NT 6.1; WOW64) AppleWebKit/535.2 (KHTML, like "
+                          "Gecko) Chrome/15.0.874.121 Safari/535.2");
+}
+
+bool QWebPageProxy::shouldInterruptJavaScript()
+{
+    return ShareMemoryManager::GetInstance()->GetExitFlag();
+}
+
+QString QWebPageProxy::chooseFile(QWebFrame *, const QString &)
+{
+    return {}; // nobody sits in front of the page who could choose one
+}
+
+void QWebPageProxy::javaScriptAlert(QWebFrame *, const QString &) { }
+
+void QWebPageProxy::javaScriptConsoleMessage(const QString &, int, const QString &) { }
+
+bool QWebPageProxy::javaScriptConfirm(QWebFrame *, const QString &)
+{
+    return true;
+}
+
+bool QWebPageProxy::javaScriptPrompt(QWebFrame *, const QString &, const QString &, QString *)
+{
+    return false;
+}

@@ -1,0 +1,36 @@
+#ifndef QWEBPAGEPROXY_H
+#define QWEBPAGEPROXY_H
+
+#include <QWebPage>
+
+/// The page of a run: a fixed user agent, script dialogs that never wait for anybody, and scripts
+/// that can be interrupted once the host wants the run to end.
+class QWebPageProxy final : public QWebPage
+{
+    Q_OBJECT
+
+public:
+    explicit QWebPageProxy(QObject *parent = nullptr);
+
+    /// Loads an address into the main frame.
+    void load(const QUrl &url);
+
+    bool shouldInterruptJavaScript() override;
+
+signals:
+    void pageLoadState(bool isOk);
+
+public slots:
+    void pageLoaded(bool isOk);
+
+protected:
+    QString userAgentForUrl(const QUrl &url) const override;
+    QString chooseFile(QWebFrame *frame, const QString &suggestedFile) override;
+    void javaScriptAlert(QWebFrame *frame, const QString &text) override;
+    bool javaScriptConfirm(QWebFrame *frame, const QString &text) override;
+    bool javaScriptPrompt(QWebFrame *frame, const QString &text, const QString &defaultValue,
+                          QString *result) override;
+    void javaScriptConsoleMessage(const QString &text, int line, const QString &source) override;
+};
+
+#endif

@@ -1,0 +1,44 @@
+#ifndef SHAREMEMORYMANAGER_H
+#define SHAREMEMORYMANAGER_H
+
+#include <QSharedMemory>
+
+/// The stop flag of a page's run: one byte of shared memory that the host, or a second run of the
+/// program, sets to 1. Its key is made from the page address, so every process that was started
+/// with the same address reaches the same block. Main thread only; every access to the byte
+/// happens under the block's lock. Failures are not reported: a run whose block cannot be reached
+/// just runs on.
+class ShareMemoryManager final
+{
+public:
+    /// The one instance, made for the page address of the command line at the first call.
+    static ShareMemoryManager *GetInstance();
+
+    /// Whether the run shall end: the block's byte, read afresh, or a stop signal from the system.
+    [[nodiscard]] bool GetExitFlag();
+
+    /// Writes the flag into the block, which is created when missing. Returns false when that
+    /// fails.
+    bool SetExitFlag(bool exitFlag);
+
+    /// Clears and leaves a block that an earlier run left behind, then writes a fresh one.
+    bool CreateShareMemData();
+
+    /// Clears and leaves the block, if there is one.
+    void DeleteShareMemData();
+
+    bool attach();
+    bool detach();
+    bool writeShareMemData();
+    bool readShareMemData();
+
+private:
+    ShareMemoryManager();
+    ~ShareMemoryManager() = default;
+    Q_DISABLE_COPY(ShareMemoryManager)
+
+    bool m_exitFlag = false;
+    QSharedMemory m_memory;
+};
+
+#endif

@@ -1,0 +1,223 @@
+#include "VideoPreference.h"
+
+#include "QxDir.h"
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDate>
+#include <QDir>
+#include <QFileInfo>
+#include <QHostAddress>
+#include <QStringList>
+
+#include <limits>
+
+namespace {
+
+constexpr int defaultTimeoutS = 120;
+
+QString saveTo()
+{
+    return CVideoPreference::instance()->GetOptionString(QStringLiteral("saveto"), QString());
+}
+
+QString logFolder()
+{
+    return QxDir::MakeDir(CVideoPreference::instance()->GetOutDir() + QLatin1String("/logs"));
+}
+
+} // namespace
+
+QNetworkProxy ProxySetting::toNetworkProxy() const
+{
+    const bool isKnownType =
+        type >= QNetworkProxy::DefaultProxy && type <= QNetworkProxy::FtpCachingProxy;
+    const bool isPort = port >= 0 && port <= std::numeric_limits<quint16>::max();
+    return QNetworkProxy(isKnownType ? static_cast<QNetworkProxy::ProxyType>(type)
+                                     : QNetworkProxy::HttpProxy,
+                         host, static_cast<quint16>(isPort ? port : 0));
+}
+
+CVideoPreference *CVideoPreference::instance()
+{
+    static CVideoPreference preference;
+    return &preference;
+}
+
+bool CVideoPreference::isSameOptionKey(const QString &arg, const QString &key) const
+{
+    for (const QLatin1String prefix :
+         {QLatin1String("-"), QLatin1String("--"), QLatin1String("/")}) {
+        if (arg.compare(prefix + key, Qt::CaseInsensitive) == 0)
+            return true;
+    }
+    return false;
+}
+
+bool CVideoPreference::GetOptionState(const QString &key) const
+{
+    const QStringList arguments = QCoreApplication::arguments();
+    for (const QString &argument : arguments) {
+        if (isSameOptionKey(argument, key))
+            return true;
+    }
+    return false;
+}
+
+QString CVideoPreference::GetOptionString(const QString &key, const QString &defaultValue) const
+{
+    const QStringList arguments = QCoreApplication::arguments();
+    for (int i = 0; i < arguments.size(); ++i) {
+        if (!isSameOptionKey(arguments.at(i), key))
+            continue;
+        const QString value = arguments.value(i + 1);
+        return value.isEmpty() ? defaultValue : value;
+    }
+    return defaultValue;
+}
+
+int CVideoPreference::GetOptionValue(const QString &key, int defaultValue) const
+{
+    bool isNumber = false;
+    const int value = GetOptionString(key, QString::number(defaultValue)).toInt(&isNumber);
+    return isNumber ? value : defaultValue;
+}
+
+QString CVideoPreference::GetPageUrl() const
+{
+    return GetOptionString(QStringLiteral("url"), QString());
+}
+
+int CVideoPreference::GetTimeOut() const
+{
+    return GetOptionValue(QStringLiteral("timeout"), defaultTimeoutS);
+}
+
+int CVideoPreference::GetVideoFormat() const
+{
+    return GetOptionValue(QStringLiteral("format"), AnyFormat);
+}
+
+int CVideoPreference::GetQuality() const
+{
+    return GetOptionValue(QStringLiteral("quality"), 0);
+}
+
+qint64 CVideoPreference::GetTotalSize() const
+{
+    return GetOptionString(QStringLiteral("size"), QStringLiteral("0")).toLongLong();
+}
+
+ProxySetting CVideoPreference::GetProxy() const
+{
+    ProxySetting setting;
+    const QStringList parts =
+        GetOptionString(QStringLiteral("proxy"), QString()).split(QLatin1Char(':'));
+
+    bool isNumber = false;
+    const int type = parts.value(0).toInt(&isNumber);
+    if (isNumber)
+        setting.type = type;
+    if (!QHostAddress(parts.value(1)).isNull())
+        setting.host = parts.value(1);
+    const int port = parts.value(2).toInt(&isNumber);
+    if (isNumber)
+        setting.port = port;
+    return setting;
+}
+
+bool CVideoPreference::GetThumb() const
+{
+    return GetOptionState(QStringLiteral("thumb"));
+}
+
+bool CVideoPreference::GetPartialDown() const
+{
+    return GetOptionState(QStringLiteral("partial"));
+}
+
+bool CVideoPreference::GetSmartName() const
+{
+    return saveTo().isEmpty() && GetOptionState(QStringLiteral("smartname"));
+}
+
+bool CVideoPreference::GetResume() const
+{
+    return !GetOptionState(QStringLiteral("noresume"));
+}
+
+bool CVideoPreference::GetKeepImage() const
+{
+    return GetOptionState(QStringLiteral("keepimage"));
+}
+
+bool CVideoPreference::GetLog() const
+{
+    return GetOptionState(QStringLiteral("log"));
+}
+
+bool CVideoPreference::GetShow() const
+{
+    return GetOptionState(QStringLiteral("show"));
+}
+
+bool CVideoPreference::GetInfoFlag() const
+{
+    return GetOptionState(QStringLiteral("info"));
+}
+
+bool CVideoPreference::GetExitFlag() const
+{
+    return GetOptionState(QStringLiteral("exit"));
+}
+
+bool CVideoPreference::GetSupportF4f() const
+{
+    return GetOptionState(QStringLiteral("f4f"));
+}
+
+QString CVideoPreference::GetPageUrlMD5() const
+{
+    const QByteArray digest =
+        QCryptographicHash::hash(GetPageUrl().toUtf8(), QCryptographicHash::Md5);
+    return QString::fromLatin1(digest.toHex()).toUpper();
+}
+
+QString CVideoPreference::GetDefaultOutDir() const
+{
+    const QString folder = QxDir::MakeDir(QStringLiteral("tmp"));
+    if (QDir(folder).exists())
+        return folder;
+    return QxDir::MakeDir(QxDir::GetDocumentDir() + QLatin1String("/reelsnare"));
+}
+
+QString CVideoPreference::GetOutDir() const
+{
+    const QString path = saveTo();
+    return path.isEmpty() ? GetDefaultOutDir() : QFileInfo(path).absoluteDir().absolutePath();
+}
+
+QString CVideoPreference::GetVideoFullPath() const
+{
+    const QString path = saveTo();
+    if (!path.isEmpty())
+        return path;
+    const QString extension = GetSupportF4f() ? QStringLiteral("flv") : QStringLiteral("mp4");
+    return GetOutDir() + QStringLiteral("/%1.%2").arg(GetPageUrlMD5(), extension);
+}
+
+QString CVideoPreference::GetThumbFullPath() const
+{
+    return GetOutDir() + QStringLiteral("/%1.thumb").arg(GetPageUrlMD5());
+}
+
+QString CVideoPreference::GetLogFullPath(const QString &ext) const
+{
+    return logFolder() + QLatin1Char('/') + GetPageUrlMD5() + QLatin1Char('.') + ext;
+}
+
+QString CVideoPreference::GetCsvFullPath(const QString &ext) const
+{
+    const QString today = QDate::currentDate().toString(QStringLiteral("yyyy-MM-dd"));
+    return logFolder() + QLatin1Char('/') + today + QLatin1Char('.') + ext;
+}

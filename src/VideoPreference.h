@@ -1,0 +1,80 @@
+#ifndef VIDEOPREFERENCE_H
+#define VIDEOPREFERENCE_H
+
+#include <QNetworkProxy>
+#include <QString>
+
+/// A proxy as the caller named it. Numbers are unchecked; toNetworkProxy() checks them.
+struct ProxySetting
+{
+    qint32 type = QNetworkProxy::NoProxy; ///< numbered as QNetworkProxy::ProxyType
+    QString host; ///< a numeric address; empty for none
+    qint32 port = 0;
+
+    /// The proxy for a network manager. A type or port outside its range becomes an HTTP proxy or
+    /// port 0: a caller who asked for a proxy must never get a direct connection instead.
+    [[nodiscard]] QNetworkProxy toNetworkProxy() const;
+};
+
+/// The options of the page tool and the names of the files it writes.
+///
+/// Nothing is parsed up front: every getter looks its option up in the application's argument
+/// list, whose every element counts, values included. A key matches with the prefix "-", "--" or
+/// "/" and in any letter case; its first occurrence wins. No getter reports an error: a missing or
+/// malformed value gives the default. An application object must exist. Safe on any thread.
+class CVideoPreference final
+{
+public:
+    /// Codes of the option "format".
+    enum EFormat { AnyFormat = 0, FlvFormat = 1, Mp4Format = 2 };
+
+    static CVideoPreference *instance();
+
+    [[nodiscard]] bool isSameOptionKey(const QString &arg, const QString &key) const;
+    [[nodiscard]] bool GetOptionState(const QString &key) const;
+    [[nodiscard]] QString GetOptionString(const QString &key, const QString &defaultValue) const;
+    [[nodiscard]] int GetOptionValue(const QString &key, int defaultValue) const;
+
+    [[nodiscard]] QString GetPageUrl() const;
+    [[nodiscard]] int GetTimeOut() const; ///< seconds
+    [[nodiscard]] int GetVideoFormat() const; ///< an EFormat, or any other number as given
+    [[nodiscard]] int GetQuality() const; ///< picture height; 0 for no wish
+    [[nodiscard]] qint64 GetTotalSize() const; ///< bytes; 0 when not given
+    [[nodiscard]] ProxySetting GetProxy() const;
+    [[nodiscard]] bool GetThumb() const;
+    [[nodiscard]] bool GetPartialDown() const;
+    [[nodiscard]] bool GetSmartName() const; ///< always false with "saveto"
+    [[nodiscard]] bool GetResume() const; ///< true unless "noresume" is given
+    [[nodiscard]] bool GetKeepImage() const;
+    [[nodiscard]] bool GetLog() const;
+    [[nodiscard]] bool GetShow() const;
+    [[nodiscard]] bool GetInfoFlag() const;
+    [[nodiscard]] bool GetExitFlag() const;
+    [[nodiscard]] bool GetSupportF4f() const;
+
+    /// The MD5 of the page address as 32 upper-case hexadecimal digits: the name of this page's
+    /// files and of its stop flag.
+    [[nodiscard]] QString GetPageUrlMD5() const;
+
+    /// The folder "tmp" of the working folder, made when missing; if that cannot be made, a folder
+    /// in the user's documents.
+    [[nodiscard]] QString GetDefaultOutDir() const;
+
+    /// The folder of the option "saveto", which is not made, or the default one, which is.
+    [[nodiscard]] QString GetOutDir() const;
+    [[nodiscard]] QString GetVideoFullPath() const;
+    [[nodiscard]] QString GetThumbFullPath() const;
+
+    /// A file of this page in the log folder, which is made when missing.
+    [[nodiscard]] QString GetLogFullPath(const QString &ext) const;
+
+    /// Today's file in the log folder, which is made when missing.
+    [[nodiscard]] QString GetCsvFullPath(const QString &ext) const;
+
+private:
+    CVideoPreference() = default;
+    ~CVideoPreference() = default;
+    Q_DISABLE_COPY(CVideoPreference)
+};
+
+#endif

@@ -1,0 +1,573 @@
+#include "browser.h"
+
+#include "CsvLog.h"
+#include "FilterVideo.h"
+#include "HostLine.h"
+#include "NetDomManager.h"
+#include "QWebPageProxy.h"
+#include "ShareMemoryManager.h"
+#include "VideoPreference.h"
+#include "httpdownloader.h"
+#include "utils.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QImage>
+#include <QPainter>
+#include <QScopedValueRollback>
+#include <QWebElement>
+#include <QWebFrame>
+#include <QWebSettings>
+#include <QWebView>
+
+#include <limits>
+
+namespace {
+
+constexpr int analysisIntervalMs = 5000;
+constexpr int quietPeriodMs = 20000;
+constexpr int exitWatchIntervalMs = 250;
+
+constexpr qint64 knownSizeFrom = 1048576; // a smaller reply says nothing of the file's size
+constexpr qint64 acceptedMediaFrom = 1048576;
+constexpr qint64 acceptedAnythingFrom = 1073741824;
+constexpr qint64 foundAnythingFrom = 10485760;
+constexpr qint64 foundMediaFrom = 5242880;
+
+constexpr int maxPaintedWidth = 8192;
+constexpr int maxPaintedPixels = 32 * 1024 * 1024;
+
+constexpr qint64 copyChunkBytes = 1 << 20;
+
+const QLatin1String f4fAddressPattern(
+    R"(https*://[^\"]+((?:[s|S]eg[0-9]{1,20}-[F|f]rag[0-9]{1,20})|(?:\.f4m$)|(?:\.f4m\?[^\"]+)))");
+const QLatin1String f4fFragmentPattern("([s|S]eg[0-9]{1,20}-[F|f]rag[0-9]{1,20})");
+
+bool isMedia(const QString &contentType)
+{
+    return contentType.contains(QLatin1String("video/"))
+        || contentType.contains(QLatin1String("audio/"));
+}
+
+int timerInterval(qint64 ms)
+{
+    return static_cast<int>(qBound<qint64>(0, ms, std::numeric_limits<int>::max()));
+}
+
+bool isExitAsked()
+{
+    return ShareMemoryManager::GetInstance()->GetExitFlag();
+}
+
+/// The word by which a download's end is reported; empty for a state that is not reported.
+QString resultWord(int state)
+{
+    switch (state) {
+    case Downloader::Succeeded:
+        return QStringLiteral("success");
+    case Downloader::Failed:
+        return QStringLiteral("failed");
+    case Downloader::Canceled:
+        return QStringLiteral("canceled");
+    default:
+        return {};
+    }
+}
+
+void reportResult(const QString &what, int state)
+{
+    const QString word = resultWord(state);
+    if (!word.isEmpty())
+        HostLine::sendText(what + QLatin1String(" download finished:") + word);
+}
+
+bool appendFile(QFile &output, const QString &path)
+{
+    QFile input(path);
+    if (!input.open(QIODevice::ReadOnly))
+        return false;
+    while (!input.atEnd()) {
+        const QByteArray chunk = input.read(copyChunkBytes);
+        if (chunk.isEmpty() || output.write(chunk) != chunk.size())
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+Browser::Browser(QObject *parent)
+    : QObject(parent)
+    , m_siteSettings(SiteSettings::load())
+{
+    createView();
+
+    QWebSettings *const settings = QWebSettings::globalSettings();
+    settings->setDefaultTextEncoding(QStringLiteral("UTF-8"));
+    for (const auto attribute :
+         {QWebSettings::AutoLoadImages, QWebSettings::DnsPrefetchEnabled,
+          QWebSettings::JavascriptEnabled, QWebSettings::PluginsEnabled,
+          QWebSettings::JavascriptCanOpenWindows, QWebSettings::ZoomTextOnly})
+        settings->setAttribute(attribute, true);
+
+    connectAll();
+}
+
+Browser::~Browser()
+{
+    disConnect();
+    m_view.reset(); // the page's replies live in the network manager: the page goes first
+}
+
+void Browser::createView()
+{
+    m_view = std::make_unique<QWebView>();
+    m_page = new QWebPageProxy(m_view.get());
+    m_networkManager = std::make_unique<NetworkAccessManagerProxy>(&m_cookieJar);
+    m_page->setNetworkAccessManager(m_networkManager.get());
+    m_view->setPage(m_page);
+}
+
+void Browser::connectAll()
+{
+    connect(m_page, &QWebPageProxy::pageLoadState, this, &Browser::loadFinished);
+    connect(m_networkManager.get(), &NetworkAccessManagerProxy::replyDownloadProgress, this,
+            qOverload<const QString &, qint64, const QString &>(&Browser::setVideoUrl));
+    connect(m_networkManager.get(), &NetworkAccessManagerProxy::sendUrl, this,
+            qOverload<const QString &>(&Browser::setVideoUrl));
+    connect(m_networkManager.get(), &NetworkAccessManagerProxy::replyFinished, this,
+            &Browser::replyFinished);
+    // Queued: whoever ends the run may stand deep inside the engine, which does not survive that
+    // its view is closed there.
+    connect(this, &Browser::closeWebView, this, &Browser::webViewClose, Qt::QueuedConnection);
+    connect(&m_analysisTimer, &QTimer::timeout, this, &Browser::onAnalysisTimerTimeOut);
+    connect(&m_firstTerminateTimer, &QTimer::timeout, this, &Browser::onTerminateTimerTimeOut);
+    connect(&m_secondTerminateTimer, &QTimer::timeout, this, &Browser::onTerminateTimerTimeOut);
+    connect(&m_videoDownloader, &Downloader::finished, this,
+            [this](int rangeNo, int downType, int state) {
+                // A refused address carries no type, but it was the video's all the same.
+                const bool isUntyped = downType == Downloader::NoDownload;
+                getDownloadState(rangeNo, isUntyped ? Downloader::Video : downType, state);
+            });
+    connect(&m_thumbDownloader, &Downloader::finished, this, &Browser::getDownloadState);
+    connect(&m_exitWatch, &QTimer::timeout, this, &Browser::watchExitFlag);
+    connect(qApp, &QGuiApplication::lastWindowClosed, this, &Browser::requestClose);
+}
+
+void Browser::disConnect()
+{
+    m_page->disconnect(this);
+    m_networkManager->disconnect(this);
+    m_analysisTimer.disconnect(this);
+    m_firstTerminateTimer.disconnect(this);
+    m_secondTerminateTimer.disconnect(this);
+    m_videoDownloader.disconnect(this);
+    m_thumbDownloader.disconnect(this);
+}
+
+void Browser::loadPage()
+{
+    const auto *const preference = CVideoPreference::instance();
+    const QString pageUrl = preference->GetPageUrl();
+
+    setProxy();
+    m_view->setVisible(preference->GetShow());
+    HostLine().quoted(pageUrl).text(QStringLiteral("parsing...")).send();
+    m_result.startTime = QDateTime::currentDateTime();
+
+    m_isAnalysing = true;
+    for (QTimer *const timer : {&m_analysisTimer, &m_firstTerminateTimer, &m_secondTerminateTimer})
+        timer->setTimerType(Qt::PreciseTimer);
+    const int timeoutMs = timerInterval(preference->GetTimeOut() * qint64(1000));
+    m_analysisTimer.start(analysisIntervalMs);
+    m_firstTerminateTimer.start(timeoutMs);
+    m_secondTerminateTimer.start(timeoutMs);
+    m_exitWatch.start(exitWatchIntervalMs);
+
+    m_isHuluPage = !Utils::RegexString(pageUrl, m_siteSettings.huluPagePattern).isEmpty();
+    m_page->load(QUrl(pageUrl));
+}
+
+void Browser::setProxy()
+{
+    const ProxySetting setting = CVideoPreference::instance()->GetProxy();
+    if (!setting.host.isEmpty())
+        m_networkManager->setProxy(setting.toNetworkProxy());
+}
+
+bool Browser::isEnded() const
+{
+    return m_isEnded;
+}
+
+void Browser::requestClose()
+{
+    if (m_isClosing)
+        return;
+    m_isClosing = true;
+    emit closeWebView();
+}
+
+bool Browser::exitIfAsked()
+{
+    if (!isExitAsked())
+        return false;
+    if (!m_isClosing)
+        HostLine::sendText(QStringLiteral("exiting..."));
+    requestClose();
+    return true;
+}
+
+void Browser::watchExitFlag()
+{
+    exitIfAsked();
+}
+
+void Browser::later(const std::function<void()> &step)
+{
+    QMetaObject::invokeMethod(
+        this,
+        [this, step] {
+            if (!m_isClosing)
+                step();
+        },
+        Qt::QueuedConnection);
+}
+
+void Browser::setVideoUrl(const QString &strUrl)
+{
+    if (m_isClosing)
+        return;
+    m_cookieJar.save();
+    if (m_isHuluPage) {
+        startHulu(strUrl);
+        return;
+    }
+    if (CVideoPreference::instance()->GetSupportF4f() && (m_isF4fMode || startF4f(strUrl)))
+        return;
+    setVideoUrl(strUrl, 0, QString());
+}
+
+void Browser::setVideoUrl(const QString &strUrl, qint64 contentLength, const QString &contentType)
+{
+    if (m_isClosing)
+        return;
+    m_cookieJar.save();
+    if (exitIfAsked() || !m_isAnalysing)
+        return;
+    if (contentType == QLatin1String("video/f4m")) {
+        if (CVideoPreference::instance()->GetSupportF4f() && !m_isF4fMode)
+            startF4f(strUrl);
+        return;
+    }
+    if (m_isLoadedOnce)
+        m_secondTerminateTimer.start(quietPeriodMs);
+    if (!analyseUrl(strUrl, contentLength, contentType))
+        return;
+    m_result.add(strUrl);
+    VideoFile *const file = m_result.get(strUrl);
+    file->contentType = contentType;
+    if (contentLength >= knownSizeFrom)
+        file->nSize = contentLength;
+}
+
+/// Turns the run to a stream if the address names one. Returns whether it does.
+bool Browser::startF4f(const QString &url)
+{
+    if (!IsF4fVideoUrl(url))
+        return false;
+    m_isF4fMode = true;
+    m_isAnalysing = false;
+    later([this, url] {
+        disConnect();
+        m_view->hide();
+        onTerminateTimerTimeOut();
+        DownloadF4f(urltoF4mUrl(url));
+    });
+    return true;
+}
+
+void Browser::startHulu(const QString &url)
+{
+    const QString endpoint = m_siteSettings.huluSelectionEndpoint;
+    if (endpoint.isEmpty() || !url.contains(endpoint) || !m_huluSelectionUrl.isEmpty())
+        return;
+    m_huluSelectionUrl = url;
+    later([this, url] {
+        onTerminateTimerTimeOut();
+        DownloadHulu(url);
+    });
+}
+
+bool Browser::analyseUrl(const QString &url, qint64 size, const QString &contentType) const
+{
+    return (isMedia(contentType) && size >= acceptedMediaFrom) || size >= acceptedAnythingFrom
+        || Utils::matchMediaType(url);
+}
+
+bool Browser::IsF4fVideoUrl(const QString &url)
+{
+    return !Utils::RegexString(url, f4fAddressPattern).isEmpty();
+}
+
+QString Browser::urltoF4mUrl(const QString &url)
+{
+    const QString fragment = Utils::RegexString(url, f4fFragmentPattern);
+    if (fragment.isEmpty() || url.indexOf(fragment) <= 0)
+        return url;
+    return QString(url).replace(fragment, QLatin1String("mainfest.f4m")); // sic: sites expect it
+}
+
+QString Browser::getFormat(const QString &url)
+{
+    return Utils::getFormatFromUrl(url);
+}
+
+void Browser::loadFinished(bool)
+{
+    if (m_isClosing || exitIfAsked() || m_isLoadedOnce || !m_isAnalysing)
+        return;
+    m_isLoadedOnce = true;
+    m_secondTerminateTimer.start(quietPeriodMs);
+    saveHtmlToImage();
+}
+
+void Browser::saveHtmlToImage()
+{
+    QWebFrame *const frame = m_page->mainFrame();
+    // A page may claim any size; what is painted must fit into memory.
+    const QSize size = frame->contentsSize().boundedTo(QSize(maxPaintedWidth, maxPaintedPixels));
+    if (size.isEmpty())
+        return;
+    const QSize painted(size.width(), qMin(size.height(), maxPaintedPixels / size.width()));
+    m_page->setViewportSize(painted);
+    QImage image(painted, QImage::Format_ARGB32);
+    if (image.isNull())
+        return;
+    QPainter painter(&image);
+    frame->render(&painter);
+}
+
+void Browser::replyFinished()
+{
+    exitIfAsked();
+}
+
+void Browser::onAnalysisTimerTimeOut()
+{
+    if (exitIfAsked() || !m_isAnalysing || m_isF4fMode || m_isScanning)
+        return;
+    findMedia();
+    if (m_isAnalysing && !m_isClosing && isVideoFounded()) {
+        stopAnalysis();
+        m_isAnalysing = false;
+        download();
+    }
+}
+
+void Browser::stopAnalysis()
+{
+    m_result.endTime = QDateTime::currentDateTime();
+    m_analysisTimer.stop();
+    m_firstTerminateTimer.stop();
+    m_secondTerminateTimer.stop();
+    m_networkManager->disable();
+    m_page->load(QUrl(QStringLiteral("about:blank")));
+}
+
+void Browser::onTerminateTimerTimeOut()
+{
+    if (m_isClosing)
+        return;
+    stopAnalysis();
+    if (m_isF4fMode) {
+        m_isAnalysing = false;
+        return;
+    }
+    if (m_isHuluPage && !m_huluSelectionUrl.isEmpty())
+        return;
+    if (!m_result.fileList.isEmpty()) {
+        m_isAnalysing = false;
+        download();
+        return;
+    }
+    HostLine::sendText(QStringLiteral("parse failed"));
+    requestClose();
+}
+
+bool Browser::isVideoFounded() const
+{
+    const auto *const preference = CVideoPreference::instance();
+    const qint64 wantedSize = preference->GetResume() ? preference->GetTotalSize() : 0;
+    for (const VideoFile &file : m_result.fileList) {
+        const bool isFound = wantedSize > 0 ? file.nSize == wantedSize
+                                            : file.nSize >= foundAnythingFrom
+                || (isMedia(file.contentType) && file.nSize >= foundMediaFrom);
+        if (isFound)
+            return true;
+    }
+    return false;
+}
+
+void Browser::findMedia()
+{
+    const QScopedValueRollback<bool> scanning(m_isScanning, true);
+    QWebElement element = m_page->mainFrame()->documentElement();
+    const QString html = m_page->mainFrame()->toHtml();
+    if (!html.isEmpty())
+        m_result.pageSource = html;
+    if (element.hasAttributes())
+        parseDomParam(element);
+    if (!html.isEmpty() && m_isAnalysing && !m_isClosing)
+        scan(element, &NetDomManager::getPageSourceVideoInfo);
+}
+
+int Browser::parseDomParam(QWebElement &element)
+{
+    scan(element, &NetDomManager::getDomVideoInfo);
+    return m_result.fileList.size();
+}
+
+/// Runs a scanner over a copy of the record and takes over what it added. The record itself may
+/// grow while the scanner waits; once analysis is over, it stays as it was selected from.
+void Browser::scan(const QWebElement &element,
+                   const std::function<ParseData(NetDomManager &)> &scanner)
+{
+    NetDomManager manager;
+    manager.setDomInfo(element);
+    manager.setParseInfo(m_result);
+    manager.setStopCheck([this] { return m_isClosing || !m_isAnalysing; });
+    const int knownFiles = m_result.fileList.size();
+    const ParseData scanned = scanner(manager);
+    if (m_isClosing || !m_isAnalysing)
+        return;
+    for (int i = knownFiles; i < scanned.fileList.size(); ++i) {
+        const VideoFile &file = scanned.fileList.at(i);
+        if (!m_result.contains(file.address()))
+            m_result.fileList += file;
+    }
+}
+
+void Browser::download()
+{
+    if (m_isDownloadStarted)
+        return;
+    m_isDownloadStarted = true;
+    const bool isSelected = CFilterVideo(&m_result).selectVideo();
+    if (m_isClosing || !isSelected)
+        return;
+
+    HostLine::sendQuoted(QString::fromUtf8(m_result.toJson()));
+    const QString thumbUrl = m_result.getThumbUrl();
+    if (CVideoPreference::instance()->GetThumb() && !thumbUrl.isEmpty()) {
+        HostLine::sendText(QStringLiteral("start download thumb ..."));
+        m_thumbDownloader.downloadThumb(thumbUrl);
+    }
+    if (m_isClosing)
+        return;
+    HostLine::sendText(QStringLiteral("start download video ..."));
+    const VideoFile file = m_result.fileList.at(m_result.selectedVideo);
+    m_videoDownloader.downloadVideo(file.address(), m_result.getVideoFullPath(), file.nSize, 0,
+                                    Downloader::Video);
+}
+
+void Browser::getDownloadState(int, int downType, int state)
+{
+    if (m_isClosing || exitIfAsked())
+        return;
+    if (downType == Downloader::Thumb)
+        reportResult(QStringLiteral("thumb"), state);
+    if (downType != Downloader::Video)
+        return;
+
+    ++(state == Downloader::Succeeded ? m_succeededParts : m_failedParts);
+    if (m_expectedParts == 1)
+        reportVideoResult(state);
+    else
+        setDownloadCount();
+}
+
+void Browser::reportVideoResult(int state)
+{
+    m_result.succeeded = state == Downloader::Succeeded;
+    reportResult(QStringLiteral("video"), state);
+    requestClose();
+}
+
+void Browser::setDownloadCount()
+{
+    if (m_succeededParts + m_failedParts < m_expectedParts)
+        return;
+    if (m_failedParts == 0 && m_succeededParts > 1) {
+        HostLine::sendText(QStringLiteral("video download success"));
+        m_result.succeeded = mergeVideoFile(m_expectedParts);
+    } else {
+        HostLine::sendText(QStringLiteral("video download failed"));
+    }
+    HostLine::sendText(QStringLiteral("video download finished"));
+    requestClose();
+}
+
+bool Browser::mergeVideoFile(int count)
+{
+    const QString path = m_result.getVideoFullPath();
+    QFile output(path);
+    if (!output.open(QIODevice::WriteOnly))
+        return false;
+    for (int i = 0; i < count; ++i) {
+        if (!appendFile(output, path + QStringLiteral("_%1").arg(i)))
+            qWarning("cannot append part %d to %s: %s", i, qUtf8Printable(path),
+                     qUtf8Printable(output.errorString()));
+    }
+    return true;
+}
+
+int Browser::DownloadF4f(const QString &)
+{
+    onDownloadFinishedF4f(Downloader::Failed);
+    return 0;
+}
+
+void Browser::onDownloadFinishedF4f(int ret)
+{
+    if (m_isClosing || exitIfAsked())
+        return;
+    reportVideoResult(ret);
+}
+
+void Browser::onF4fCheckExit(bool) { }
+
+void Browser::DownloadHulu(const QString &url)
+{
+    HttpDownloader downloader;
+    downloader.setDownloadInfo(QString(), url, 0, -1, 0, false);
+    downloader.download();
+    Utils::WaitFor(&downloader, SIGNAL(downFinished(int)));
+    if (m_isClosing)
+        return;
+    HostLine::sendText(QStringLiteral("parse failed"));
+    requestClose();
+}
+
+void Browser::webViewClose()
+{
+    if (m_isEnded)
+        return;
+    m_isEnded = true;
+    disConnect();
+    Utils::CloseProcessWindow(QCoreApplication::applicationPid(), QStringLiteral("flash player"));
+    writeDownloadLog();
+    m_view->close();
+    emit runEnded();
+}
+
+void Browser::endRun()
+{
+    m_isClosing = true;
+    webViewClose();
+}
+
+void Browser::writeDownloadLog()
+{
+    CsvLog(m_result).saveDownloadResult();
+}

@@ -1,0 +1,163 @@
+#include "downloader.h"
+
+#include "HostLine.h"
+#include "ShareMemoryManager.h"
+#include "VideoPreference.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QPointer>
+
+#include <limits>
+
+namespace {
+
+constexpr int thumbRangeNo = -1; // what the thumbnail's outcomes carry
+
+bool isHttp(const QString &url)
+{
+    return url.startsWith(QLatin1String("http"));
+}
+
+void reportProgress(qint64 received, qint64 total)
+{
+    HostLine::sendQuoted(QStringLiteral("downloaded:%1/%2").arg(received).arg(total));
+}
+
+} // namespace
+
+Downloader::Downloader(QObject *parent)
+    : QObject(parent)
+{
+}
+
+Downloader::~Downloader()
+{
+    m_downloader.disconnect(this);
+    cancel();
+    removeCutThumb();
+}
+
+void Downloader::downloadVideo(const QString &url, const QString &filePath, qint64 totalSize,
+                               int rangeNo, int)
+{
+    m_videoPath = filePath;
+    if (!isHttp(url)) {
+        emit finished(rangeNo, m_downloadType, Failed);
+        return;
+    }
+    m_downloadType = Video;
+
+    const auto *const preference = CVideoPreference::instance();
+    const bool canResume = preference->GetResume() && preference->GetTotalSize() > 0;
+    const qint64 downloaded = canResume ? getDownloadedFileSize() : 0;
+    reportProgress(downloaded, totalSize);
+    if (downloaded == totalSize && totalSize > 0)
+        emit finished(rangeNo, Video, Succeeded);
+    else
+        startVideo(url, downloaded, rangeNo);
+}
+
+void Downloader::startVideo(const QString &url, qint64 start, int rangeNo)
+{
+    m_downloader.disconnect(this);
+    m_downloader.setDownloadInfo(m_videoPath, url, start, -1, rangeNo,
+                                 CVideoPreference::instance()->GetResume());
+    m_downloader.setProxy();
+    connect(&m_downloader, &HttpDownloader::downFinished, this, &Downloader::downloadVideoSuccess);
+    connect(&m_downloader, &HttpDownloader::downerror, this, &Downloader::downloadVideoError);
+    connect(&m_downloader, &HttpDownloader::sendProgress, this, &Downloader::outDownloadProcess);
+    m_downloader.download();
+}
+
+void Downloader::downloadThumb(const QString &url)
+{
+    if (!isHttp(url)) {
+        emit finished(0, m_downloadType, Failed);
+        return;
+    }
+    m_downloadType = Thumb;
+
+    const auto *const preference = CVideoPreference::instance();
+    const QString path = preference->GetThumbFullPath();
+    if (preference->GetResume() && QFile::exists(path)) {
+        emit finished(0, Thumb, Succeeded);
+        return;
+    }
+    m_downloader.disconnect(this);
+    m_downloader.setDownloadInfo(path, url, 0, -1, 0, preference->GetResume());
+    m_downloader.setProxy();
+    connect(&m_downloader, &HttpDownloader::downFinished, this, &Downloader::downloadThumbSuccess);
+    connect(&m_downloader, &HttpDownloader::downerror, this, &Downloader::downloadThumbError);
+    m_isThumbOpen = m_downloader.download();
+}
+
+qint64 Downloader::getUrlFileSize(const QString &url)
+{
+    if (!isHttp(url))
+        return 0;
+    HttpDownloader probe;
+    probe.setProxy();
+    return probe.GetFileSize(QUrl(url));
+}
+
+int Downloader::getDownloadedFileSize() const
+{
+    const QString path =
+        m_downloadType == Video ? m_videoPath : CVideoPreference::instance()->GetThumbFullPath();
+    const qint64 size = QFileInfo(path).size(); // 0 for a missing file
+    return size > std::numeric_limits<int>::max() ? 0 : static_cast<int>(size);
+}
+
+void Downloader::downloadVideoSuccess(int rangeNo)
+{
+    emit finished(rangeNo, Video, Succeeded);
+}
+
+void Downloader::downloadVideoError(int rangeNo)
+{
+    emit finished(rangeNo, Video, Failed);
+}
+
+void Downloader::downloadThumbSuccess(int)
+{
+    m_isThumbOpen = false;
+    emit finished(thumbRangeNo, Thumb, Succeeded);
+}
+
+void Downloader::downloadThumbError(int)
+{
+    removeCutThumb();
+    emit finished(thumbRangeNo, Thumb, Failed);
+}
+
+void Downloader::removeCutThumb()
+{
+    if (!m_isThumbOpen)
+        return;
+    m_isThumbOpen = false;
+    // Half a picture would pass for a whole one in the next run.
+    QFile::remove(CVideoPreference::instance()->GetThumbFullPath());
+}
+
+void Downloader::outDownloadProcess(int, qint64 received, qint64 total)
+{
+    if (m_downloadType == Video)
+        reportProgress(received, total);
+    if (ShareMemoryManager::GetInstance()->GetExitFlag())
+        cancel();
+}
+
+void Downloader::cancel(int rangeNo, int downType)
+{
+    // Reported first: the transfer's own end arrives as a failure, from inside cancel().
+    const QPointer<Downloader> self(this);
+    emit finished(rangeNo, downType, Canceled);
+    if (self)
+        cancel();
+}
+
+void Downloader::cancel()
+{
+    m_downloader.cancel();
+}

@@ -1,0 +1,70 @@
+#ifndef DOWNLOADER_H
+#define DOWNLOADER_H
+
+#include <QObject>
+
+#include "httpdownloader.h"
+
+/// Brings the chosen video, or the thumbnail, to disk: decides between resuming, skipping and
+/// starting, reports progress to the host, and obeys the host's stop flag at every progress step.
+/// One transfer at a time; main thread.
+class Downloader final : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// What is being downloaded, as finished() carries it.
+    enum DownloadType { NoDownload = -1, Thumb = 0, Video = 1 };
+
+    /// How it ended, as finished() carries it.
+    enum Result { Canceled = -1, Failed = 0, Succeeded = 1 };
+
+    explicit Downloader(QObject *parent = nullptr);
+
+    /// Ends a running transfer. What a video has on disk stays; a thumbnail cut off is removed.
+    ~Downloader() override;
+
+    /// Starts, resumes or skips the video. finished() may come from inside this call.
+    /// @param totalSize its size in bytes, 0 when unknown
+    void downloadVideo(const QString &url, const QString &filePath, qint64 totalSize, int rangeNo,
+                       int downType);
+
+    /// Starts or skips the thumbnail. finished() may come from inside this call.
+    void downloadThumb(const QString &url);
+
+    /// The size in bytes that the server declares for an http or https address; 0 when unknown.
+    /// Waits in a nested event loop.
+    [[nodiscard]] qint64 getUrlFileSize(const QString &url);
+
+    /// The size in bytes of what is on disk for the current type. A 32-bit number: a larger file
+    /// cannot be resumed and counts as 0.
+    [[nodiscard]] int getDownloadedFileSize() const;
+
+signals:
+    /// @param downType a DownloadType    @param ret a Result
+    void finished(int rangeNo, int downType, int ret);
+
+public slots:
+    void downloadVideoSuccess(int rangeNo);
+    void downloadVideoError(int rangeNo);
+    void downloadThumbSuccess(int rangeNo);
+    void downloadThumbError(int rangeNo);
+    void outDownloadProcess(int rangeNo, qint64 received, qint64 total);
+
+    /// Reports the transfer as canceled, then ends it; its own end, a failure, follows.
+    void cancel(int rangeNo, int downType);
+
+    /// Ends the transfer, which then reports its failure.
+    void cancel();
+
+private:
+    void startVideo(const QString &url, qint64 start, int rangeNo);
+    void removeCutThumb();
+
+    int m_downloadType = NoDownload;
+    HttpDownloader m_downloader;
+    QString m_videoPath;
+    bool m_isThumbOpen = false; ///< the thumbnail's file was opened and is not complete
+};
+
+#endif

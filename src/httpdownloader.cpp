@@ -1,0 +1,297 @@
+#include "httpdownloader.h"
+
+#include "VideoPreference.h"
+
+#include <QEventLoop>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QPointer>
+
+#include <limits>
+#include <memory>
+
+namespace {
+
+constexpr int maxRedirects = 10;
+constexpr int chunkBytes = 256 * 1024;
+constexpr qint64 readBufferBytes = 4 * 1024 * 1024;
+constexpr qint64 probeBufferBytes = 64 * 1024; // only the header of a probe's answer is wanted
+constexpr int maxContentBytes = 64 * 1024 * 1024; // documents kept in memory are small
+constexpr qint64 partialBytes = 10240;
+
+QNetworkRequest makeRequest(const QUrl &url)
+{
+    QNetworkRequest request(url);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::NoLessSafeRedirectPolicy);
+    request.setMaximumRedirectsAllowed(maxRedirects);
+    return request;
+}
+
+int statusOf(const QNetworkReply &reply)
+{
+    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+/// a + b for a position and a length that a server named, without overflow.
+qint64 boundedSum(qint64 a, qint64 b)
+{
+    return b > std::numeric_limits<qint64>::max() - a ? std::numeric_limits<qint64>::max() : a + b;
+}
+
+void installCookieJar(QNetworkAccessManager &manager, QNetworkCookieJar *cookieJar)
+{
+    QObject *const owner = cookieJar->parent();
+    manager.setCookieJar(cookieJar);
+    cookieJar->setParent(owner); // the manager took it over; it stays its owner's
+}
+
+} // namespace
+
+HttpDownloader::HttpDownloader(QObject *parent)
+    : QObject(parent)
+{
+    setProxy();
+}
+
+HttpDownloader::~HttpDownloader()
+{
+    releaseReply();
+}
+
+void HttpDownloader::setDownloadInfo(const QString &filePath, const QString &url, qint64 start,
+                                     qint64 end, int rangeNo, bool append)
+{
+    m_filePath = filePath;
+    m_url = url;
+    m_rangeStart = start;
+    m_rangeEnd = end;
+    m_rangeNo = rangeNo;
+    m_append = append;
+}
+
+bool HttpDownloader::download()
+{
+    releaseReply();
+    m_content.clear();
+    m_expectedLength = 0;
+    m_hasWriteFailed = false;
+
+    QNetworkRequest request = makeRequest(QUrl(m_url));
+    installCookieJar(m_manager, &m_cookieJar);
+    if (isFileMode()) {
+        setRange(request);
+        if (!openFile()) {
+            emit downerror(m_rangeNo);
+            return false;
+        }
+    }
+
+    m_reply = m_manager.get(request);
+    m_reply->setReadBufferSize(readBufferBytes);
+    connect(m_reply, &QNetworkReply::finished, this, &HttpDownloader::httpFinished);
+    connect(m_reply, &QNetworkReply::readyRead, this, &HttpDownloader::httpReadyRead);
+    if (isFileMode()) {
+        connect(m_reply, &QNetworkReply::metaDataChanged, this, &HttpDownloader::checkAnswer);
+        connect(m_reply, &QNetworkReply::downloadProgress, this,
+                &HttpDownloader::updateDataReadProgress);
+    }
+    return true;
+}
+
+bool HttpDownloader::isFileMode() const
+{
+    return !m_filePath.isEmpty();
+}
+
+void HttpDownloader::setRange(QNetworkRequest &request) const
+{
+    QString range;
+    if (m_rangeEnd > 0)
+        range = QStringLiteral("bytes=%1-%2").arg(m_rangeStart).arg(m_rangeEnd - 1);
+    else if (m_rangeStart > 0)
+        range = QStringLiteral("bytes=%1-").arg(m_rangeStart);
+    if (!range.isEmpty())
+        request.setRawHeader("Range", range.toLatin1());
+}
+
+bool HttpDownloader::openFile()
+{
+    m_file.close();
+    m_file.setFileName(m_filePath);
+    QIODevice::OpenMode mode = QIODevice::WriteOnly | QIODevice::Unbuffered;
+    if (m_append)
+        mode |= QIODevice::Append;
+    return m_file.open(mode);
+}
+
+void HttpDownloader::releaseReply()
+{
+    if (!m_reply)
+        return;
+    m_reply->disconnect(this);
+    m_reply->abort();
+    m_reply->deleteLater();
+    m_reply = nullptr;
+}
+
+bool HttpDownloader::hasUsableAnswer() const
+{
+    const int status = statusOf(*m_reply);
+    return m_reply->error() == QNetworkReply::NoError
+        && (status == 0 || (status >= 200 && status < 300));
+}
+
+bool HttpDownloader::answersWantedRange() const
+{
+    const QByteArray range = m_reply->rawHeader("Content-Range").trimmed();
+    if (statusOf(*m_reply) != 206 || range.isEmpty())
+        return true;
+    bool isNumber = false;
+    const qint64 first =
+        range.mid(range.indexOf(' ') + 1).split('-').constFirst().toLongLong(&isNumber);
+    return isNumber && first == m_rangeStart;
+}
+
+/// Judges the header of an answer before any byte of its body reaches the file.
+void HttpDownloader::checkAnswer()
+{
+    const int status = statusOf(*m_reply);
+    if (status >= 400 || !answersWantedRange()) {
+        m_reply->abort(); // ends in httpFinished()
+        return;
+    }
+    const qint64 wholeSize = CVideoPreference::instance()->GetTotalSize();
+    const bool isWholeFile = status == 200 && wholeSize > 0
+        && m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong() == wholeSize;
+    if (m_append && isWholeFile && m_file.isOpen() && m_file.size() > 0) {
+        // The server ignored the range: appending would glue a second beginning to the first.
+        m_rangeStart = 0;
+        m_hasWriteFailed = !m_file.resize(0);
+        if (m_hasWriteFailed)
+            m_reply->abort();
+    }
+}
+
+void HttpDownloader::httpReadyRead()
+{
+    if (!isFileMode())
+        collectReadable();
+    else if (hasUsableAnswer())
+        saveReadable();
+    else if (m_reply->error() == QNetworkReply::NoError)
+        m_reply->readAll(); // the body of a redirect; left alone it would stop the reply
+}
+
+void HttpDownloader::collectReadable()
+{
+    m_content += m_reply->readAll();
+    if (m_content.size() > maxContentBytes)
+        m_reply->abort();
+}
+
+void HttpDownloader::saveReadable()
+{
+    if (!m_file.isOpen() || m_hasWriteFailed)
+        return;
+    m_chunk.resize(chunkBytes);
+    for (;;) {
+        const qint64 count = m_reply->read(m_chunk.data(), m_chunk.size());
+        if (count <= 0)
+            return;
+        if (m_file.write(m_chunk.constData(), count) != count) {
+            m_hasWriteFailed = true;
+            m_reply->abort(); // ends in httpFinished()
+            return;
+        }
+    }
+}
+
+void HttpDownloader::updateDataReadProgress(qint64 bytesReceived, qint64 bytesTotal)
+{
+    if (bytesTotal == 0)
+        return;
+    if (m_expectedLength == 0)
+        m_expectedLength = bytesTotal;
+
+    const qint64 received = boundedSum(m_rangeStart, bytesReceived);
+    const QPointer<HttpDownloader> self(this);
+    emit sendProgress(m_rangeNo, received, boundedSum(m_rangeStart, bytesTotal));
+    if (self && received > partialBytes && CVideoPreference::instance()->GetPartialDown())
+        cancel();
+}
+
+void HttpDownloader::httpFinished()
+{
+    if (isFileMode()) {
+        finishFile();
+        return;
+    }
+    m_content += m_reply->readAll().left(maxContentBytes);
+    emit downFinished(m_rangeNo);
+}
+
+void HttpDownloader::finishFile()
+{
+    if (!m_file.isOpen()) {
+        emit downerror(m_rangeNo);
+        return;
+    }
+    const bool isUsable = hasUsableAnswer();
+    if (isUsable)
+        saveReadable();
+    const qint64 fileSize = m_file.size();
+    m_file.close();
+    if (isUsable && !m_hasWriteFailed && fileSize >= m_expectedLength)
+        emit downFinished(m_rangeNo);
+    else
+        emit downerror(m_rangeNo);
+}
+
+void HttpDownloader::cancel()
+{
+    if (!m_reply)
+        return;
+    const QPointer<HttpDownloader> self(this); // each step below may end in a receiver's slot
+    if (isFileMode() && hasUsableAnswer())
+        saveReadable(); // now, since the abort ends in httpFinished(), which closes the file
+    if (self && m_reply)
+        m_reply->abort();
+    if (self)
+        m_file.close();
+}
+
+QByteArray HttpDownloader::RawContent() const
+{
+    return m_content;
+}
+
+void HttpDownloader::setCookieJar(QNetworkCookieJar *cookieJar)
+{
+    installCookieJar(m_manager, cookieJar);
+}
+
+void HttpDownloader::setProxy()
+{
+    const ProxySetting setting = CVideoPreference::instance()->GetProxy();
+    if (setting.type != QNetworkProxy::NoProxy && !setting.host.isEmpty())
+        m_manager.setProxy(setting.toNetworkProxy());
+}
+
+qint64 HttpDownloader::GetFileSize(QUrl url)
+{
+    QNetworkAccessManager manager;
+    manager.setProxy(m_manager.proxy());
+    const std::unique_ptr<QNetworkReply> reply(manager.get(makeRequest(url)));
+    reply->setReadBufferSize(probeBufferBytes);
+
+    QEventLoop loop;
+    connect(reply.get(), &QNetworkReply::readyRead, &loop, &QEventLoop::quit);
+    connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    loop.exec();
+
+    const int status = statusOf(*reply);
+    if (status >= 300 && status < 400)
+        return 0; // the length of a redirect's own body says nothing of the file
+    return reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+}

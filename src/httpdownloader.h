@@ -1,0 +1,98 @@
+#ifndef HTTPDOWNLOADER_H
+#define HTTPDOWNLOADER_H
+
+#include <QFile>
+#include <QNetworkAccessManager>
+#include <QObject>
+#include <QUrl>
+
+#include "AdobeCookieJar.h"
+
+class QNetworkReply;
+class QNetworkRequest;
+
+/// Fetches one address over HTTP: a byte range into a file, or the whole body into memory.
+///
+/// Redirects are followed within http and https, never from https to http, with the range kept.
+/// Memory use does not grow with the file. One request at a time; main thread.
+class HttpDownloader final : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit HttpDownloader(QObject *parent = nullptr);
+    ~HttpDownloader() override;
+
+    /// Describes the next request.
+    /// @param filePath the target file; empty to collect the body in memory
+    /// @param start first byte, from 0    @param end one past the last byte; <= 0 for the file's
+    /// end
+    /// @param rangeNo echoed in every signal    @param append keep what the file already holds
+    void setDownloadInfo(const QString &filePath, const QString &url, qint64 start, qint64 end,
+                         int rangeNo, bool append);
+
+    /// Starts the request. Exactly one of downFinished() and downerror() follows; downerror() comes
+    /// from inside this call when the file cannot be opened, and then no request is sent.
+    /// Returns whether a request was sent.
+    bool download();
+
+    /// Ends the running request; what has arrived reaches the file. downerror() follows.
+    void cancel();
+
+    /// The body collected in memory.
+    [[nodiscard]] QByteArray RawContent() const;
+
+    /// Uses another jar until the next download(). The jar stays the caller's.
+    void setCookieJar(QNetworkCookieJar *cookieJar);
+
+    /// Uses the proxy of the command line, if one is named there.
+    void setProxy();
+
+    /// The length in bytes that the server declares for an address; 0 when it declares none. Waits
+    /// in a nested event loop, without time-out, until the server answers or the loop is ended.
+    [[nodiscard]] qint64 GetFileSize(QUrl url);
+
+signals:
+    void readShareMemory(int rangeNo);
+
+    /// Positions within the whole file, in bytes.
+    void sendProgress(int rangeNo, qint64 received, qint64 total);
+    void downerror(int rangeNo);
+
+    /// In memory also after a failure: the caller judges the content.
+    void downFinished(int rangeNo);
+
+private slots:
+    void httpFinished();
+    void httpReadyRead();
+    void updateDataReadProgress(qint64 bytesReceived, qint64 bytesTotal);
+
+private:
+    [[nodiscard]] bool isFileMode() const;
+    [[nodiscard]] bool openFile();
+    void setRange(QNetworkRequest &request) const;
+    void releaseReply();
+    void checkAnswer();
+    [[nodiscard]] bool hasUsableAnswer() const;
+    [[nodiscard]] bool answersWantedRange() const;
+    void saveReadable();
+    void collectReadable();
+    void finishFile();
+
+    QString m_filePath;
+    QString m_url;
+    QNetworkReply *m_reply = nullptr;
+    QFile m_file;
+    QNetworkAccessManager m_manager;
+    qint64 m_rangeStart = 0;
+    qint64 m_rangeEnd = -1;
+    int m_rangeNo = -1;
+    bool m_append = false;
+    QByteArray m_content;
+    qint64 m_expectedLength = 0;
+    CAdobeCookieJar m_cookieJar;
+    bool m_hasWriteFailed = false;
+    QByteArray m_chunk; ///< carries bytes from the reply to the file
+};
+
+#endif
