@@ -1,0 +1,86 @@
+#!/bin/sh
+# Installs what building, testing and the demonstration need and this machine lacks.
+# Does nothing, and asks for no rights, when everything is there.
+set -eu
+
+here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
+
+compiler='g++ cmake ninja-build pkg-config'
+toolkit='qtbase5-dev qtbase5-dev-tools libqt5webkit5-dev libqt5xmlpatterns5-dev'
+# Without these plug-ins the engine may not ask for a page's video at all, without a font it lays
+# out no text, and without the certificates no https page opens.
+engine='gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav'
+engine="$engine fonts-dejavu-core ca-certificates"
+# What the tests and the demonstration serve, make, fetch and compare with.
+tools='nginx libnginx-mod-rtmp ffmpeg rtmpdump curl python3 procps'
+packaging='dpkg-dev file'
+
+packages="$compiler $toolkit $engine $tools $packaging"
+# Any npm will do; where one comes from elsewhere, the distribution's own would conflict with it.
+command -v npm >/dev/null 2>&1 || packages="$packages npm"
+
+fail() {
+    printf 'setup: %s\n' "$@" >&2
+    exit 1
+}
+
+missing_packages() {
+    # shellcheck disable=SC2086 # a list of words
+    installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' $packages 2>/dev/null || true)
+    for package in $packages; do
+        printf '%s\n' "$installed" | grep -qxF "installed $package" || printf '%s ' "$package"
+    done
+}
+
+# Runs a command with the rights that installing takes.
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        env DEBIAN_FRONTEND=noninteractive "$@"
+    else
+        sudo env DEBIAN_FRONTEND=noninteractive "$@"
+    fi
+}
+
+has_systemd() {
+    [ -d /run/systemd/system ]
+}
+
+# The tests start web servers of their own. Installing nginx must not start one for the whole
+# machine, now or at the next boot; an nginx that was there before is left as it is.
+install_packages() {
+    guard_nginx=no
+    case " $1 " in
+    *' nginx '*) if has_systemd; then guard_nginx=yes; fi ;;
+    esac
+    [ "$guard_nginx" = no ] || as_root systemctl mask --runtime --quiet nginx.service
+    status=0
+    # shellcheck disable=SC2086 # a list of words
+    as_root apt-get install -y --no-install-recommends $1 || status=$?
+    if [ "$guard_nginx" = yes ]; then
+        as_root systemctl unmask --runtime --quiet nginx.service
+        as_root systemctl disable --quiet nginx.service || true
+        echo 'setup: nginx is installed for the tests only; its system service is off'
+    fi
+    return "$status"
+}
+
+if ! command -v dpkg-query >/dev/null 2>&1 || ! command -v apt-get >/dev/null 2>&1; then
+    fail 'this needs a Debian 12 system (dpkg and apt-get).' \
+        "Elsewhere install the counterparts of: $packages"
+fi
+
+missing=$(missing_packages)
+missing=${missing% }
+if [ -n "$missing" ]; then
+    if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null 2>&1; then
+        fail 'packages are missing, and installing them takes root or sudo. As root, run:' \
+            "  apt-get update && apt-get install --no-install-recommends $missing"
+    fi
+    printf 'setup: installing %s\n' "$missing"
+    as_root apt-get update
+    install_packages "$missing" || fail "these packages could not be installed: $missing"
+fi
+
+if [ -x "$here/fetch-swfobject.sh" ]; then
+    "$here/fetch-swfobject.sh"
+fi

@@ -1,0 +1,23 @@
+#!/bin/sh
+# Builds everything with warnings as errors and passes every test.
+# usage: scripts/test.sh [--sanitize] [ctest option ...]
+#   --sanitize  tests a build with the address and undefined behaviour sanitizers instead
+set -eu
+
+cd "$(dirname "$0")/.."
+preset=ci
+folder=build
+if [ "${1-}" = --sanitize ]; then
+    shift
+    preset=sanitize
+    folder=build-sanitize
+fi
+
+scripts/setup.sh
+cmake --preset "$preset"
+cmake --build "$folder"
+
+# Most tests wait for timers and servers rather than compute.
+jobs=$(($(nproc) * 3))
+[ "$jobs" -ge 6 ] || jobs=6
+ctest --test-dir "$folder" --output-on-failure --parallel "$jobs" "$@"
