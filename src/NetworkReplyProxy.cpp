@@ -50,7 +50,7 @@ NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetwor
     : QNetworkReply(manager)
     , m_reply(reply)
 {
-    m_reply->setParent(this);
+    m_reply->setParent(nullptr);
     setOperation(m_reply->operation());
     setRequest(m_reply->request());
     setUrl(m_reply->url());
@@ -70,13 +70,15 @@ NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetwor
 
 void NetworkReplyProxy::connectReply()
 {
-    connect(m_reply, &QNetworkReply::metaDataChanged, this, &NetworkReplyProxy::applyMetaData);
-    connect(m_reply, &QNetworkReply::readyRead, this, &NetworkReplyProxy::readInternal);
-    connect(m_reply, &QNetworkReply::errorOccurred, this, &NetworkReplyProxy::errorInternal);
-    connect(m_reply, &QNetworkReply::finished, this, &NetworkReplyProxy::finishInternal);
-    connect(m_reply, &QNetworkReply::uploadProgress, this, &QNetworkReply::uploadProgress);
-    connect(m_reply, &QNetworkReply::downloadProgress, this, &QNetworkReply::downloadProgress);
-    connect(m_reply, &QNetworkReply::downloadProgress, this,
+    connect(m_reply.get(), &QNetworkReply::metaDataChanged, this,
+            &NetworkReplyProxy::applyMetaData);
+    connect(m_reply.get(), &QNetworkReply::readyRead, this, &NetworkReplyProxy::readInternal);
+    connect(m_reply.get(), &QNetworkReply::errorOccurred, this, &NetworkReplyProxy::errorInternal);
+    connect(m_reply.get(), &QNetworkReply::finished, this, &NetworkReplyProxy::finishInternal);
+    connect(m_reply.get(), &QNetworkReply::uploadProgress, this, &QNetworkReply::uploadProgress);
+    connect(m_reply.get(), &QNetworkReply::downloadProgress, this,
+            &QNetworkReply::downloadProgress);
+    connect(m_reply.get(), &QNetworkReply::downloadProgress, this,
             &NetworkReplyProxy::downloadPageProgress);
 }
 

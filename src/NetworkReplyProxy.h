@@ -4,6 +4,8 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 
+#include <memory>
+
 /// The network manager of the page: reports every address that the page requests, refuses all
 /// further requests once disabled or once the host wants the run to end, and wraps each reply.
 class NetworkAccessManagerProxy final : public QNetworkAccessManager
@@ -85,7 +87,8 @@ private:
     void abortLongMediaReply(qint64 received, qint64 size);
     void abortImageReply(qint64 received, qint64 size);
 
-    QNetworkReply *m_reply;
+    std::unique_ptr<QNetworkReply>
+        m_reply; ///< no QObject child: a manager deletes all replies below it
     QByteArray m_data;
     QByteArray m_buffer;
     int m_bufferPos = 0; ///< bytes of m_buffer that the engine has read

@@ -6,6 +6,7 @@
 
 #include <QBuffer>
 #include <QDataStream>
+#include <QMutexLocker>
 
 #include <cstring>
 
@@ -23,23 +24,27 @@ ShareMemoryManager::ShareMemoryManager()
 
 bool ShareMemoryManager::GetExitFlag()
 {
+    const QMutexLocker locker(&m_mutex);
     return (readShareMemData() && m_exitFlag) || StopSignals::areReceived();
 }
 
 bool ShareMemoryManager::SetExitFlag(bool exitFlag)
 {
+    const QMutexLocker locker(&m_mutex);
     m_exitFlag = exitFlag;
     return writeShareMemData();
 }
 
 bool ShareMemoryManager::CreateShareMemData()
 {
+    const QMutexLocker locker(&m_mutex);
     DeleteShareMemData();
     return writeShareMemData();
 }
 
 void ShareMemoryManager::DeleteShareMemData()
 {
+    const QMutexLocker locker(&m_mutex);
     if (!attach())
         return;
     if (m_memory.lock()) {
@@ -52,16 +57,19 @@ void ShareMemoryManager::DeleteShareMemData()
 
 bool ShareMemoryManager::attach()
 {
+    const QMutexLocker locker(&m_mutex);
     return m_memory.isAttached() || m_memory.attach(QSharedMemory::ReadWrite);
 }
 
 bool ShareMemoryManager::detach()
 {
+    const QMutexLocker locker(&m_mutex);
     return m_memory.isAttached() && m_memory.detach();
 }
 
 bool ShareMemoryManager::writeShareMemData()
 {
+    const QMutexLocker locker(&m_mutex);
     QBuffer buffer;
     buffer.open(QIODevice::ReadWrite);
     QDataStream stream(&buffer);
@@ -78,6 +86,7 @@ bool ShareMemoryManager::writeShareMemData()
 
 bool ShareMemoryManager::readShareMemData()
 {
+    const QMutexLocker locker(&m_mutex);
     if (!attach() || !m_memory.lock())
         return false;
     QByteArray content(static_cast<const char *>(m_memory.constData()), m_memory.size());

@@ -1,11 +1,12 @@
 #ifndef SHAREMEMORYMANAGER_H
 #define SHAREMEMORYMANAGER_H
 
+#include <QMutex>
 #include <QSharedMemory>
 
 /// The stop flag of a page's run: one byte of shared memory that the host, or a second run of the
 /// program, sets to 1. Its key is made from the page address, so every process that was started
-/// with the same address reaches the same block. Main thread only; every access to the byte
+/// with the same address reaches the same block. Safe on any thread; every access to the byte
 /// happens under the block's lock. Failures are not reported: a run whose block cannot be reached
 /// just runs on.
 class ShareMemoryManager final
@@ -37,6 +38,7 @@ private:
     ~ShareMemoryManager() = default;
     Q_DISABLE_COPY(ShareMemoryManager)
 
+    QMutex m_mutex{QMutex::Recursive}; // guards the members below
     bool m_exitFlag = false;
     QSharedMemory m_memory;
 };

@@ -5,6 +5,7 @@
 #include "HostLine.h"
 #include "NetDomManager.h"
 #include "QWebPageProxy.h"
+#include "RunGuard.h"
 #include "ShareMemoryManager.h"
 #include "VideoPreference.h"
 #include "httpdownloader.h"
@@ -26,7 +27,7 @@ namespace {
 
 constexpr int analysisIntervalMs = 5000;
 constexpr int quietPeriodMs = 20000;
-constexpr int exitWatchIntervalMs = 250;
+constexpr int watchIntervalMs = 250;
 
 constexpr qint64 knownSizeFrom = 1048576; // a smaller reply says nothing of the file's size
 constexpr qint64 acceptedMediaFrom = 1048576;
@@ -150,7 +151,7 @@ void Browser::connectAll()
                 getDownloadState(rangeNo, isUntyped ? Downloader::Video : downType, state);
             });
     connect(&m_thumbDownloader, &Downloader::finished, this, &Browser::getDownloadState);
-    connect(&m_exitWatch, &QTimer::timeout, this, &Browser::watchExitFlag);
+    connect(&m_watchTimer, &QTimer::timeout, this, &Browser::onWatchTimerTimeOut);
     connect(qApp, &QGuiApplication::lastWindowClosed, this, &Browser::requestClose);
 }
 
@@ -182,8 +183,9 @@ void Browser::loadPage()
     m_analysisTimer.start(analysisIntervalMs);
     m_firstTerminateTimer.start(timeoutMs);
     m_secondTerminateTimer.start(timeoutMs);
-    m_exitWatch.start(exitWatchIntervalMs);
+    m_watchTimer.start(watchIntervalMs);
 
+    m_guard = std::make_unique<RunGuard>(timeoutMs);
     m_isHuluPage = !Utils::RegexString(pageUrl, m_siteSettings.huluPagePattern).isEmpty();
     m_page->load(QUrl(pageUrl));
 }
@@ -204,22 +206,33 @@ void Browser::requestClose()
 {
     if (m_isClosing)
         return;
+    claimEnd();
     m_isClosing = true;
     emit closeWebView();
+}
+
+/// From here on the end is the main thread's: the guard only sees to it that it comes.
+void Browser::claimEnd()
+{
+    if (m_guard)
+        m_guard->claimEnd();
 }
 
 bool Browser::exitIfAsked()
 {
     if (!isExitAsked())
         return false;
-    if (!m_isClosing)
+    if (!m_isClosing) {
+        claimEnd();
         HostLine::sendText(QStringLiteral("exiting..."));
-    requestClose();
+        requestClose();
+    }
     return true;
 }
 
-void Browser::watchExitFlag()
+void Browser::onWatchTimerTimeOut()
 {
+    m_guard->beat(m_result);
     exitIfAsked();
 }
 
@@ -391,6 +404,12 @@ void Browser::onTerminateTimerTimeOut()
         download();
         return;
     }
+    endWithoutVideo();
+}
+
+void Browser::endWithoutVideo()
+{
+    claimEnd();
     HostLine::sendText(QStringLiteral("parse failed"));
     requestClose();
 }
@@ -545,8 +564,7 @@ void Browser::DownloadHulu(const QString &url)
     Utils::WaitFor(&downloader, SIGNAL(downFinished(int)));
     if (m_isClosing)
         return;
-    HostLine::sendText(QStringLiteral("parse failed"));
-    requestClose();
+    endWithoutVideo();
 }
 
 void Browser::webViewClose()
@@ -563,6 +581,7 @@ void Browser::webViewClose()
 
 void Browser::endRun()
 {
+    claimEnd();
     m_isClosing = true;
     webViewClose();
 }
@@ -570,4 +589,6 @@ void Browser::endRun()
 void Browser::writeDownloadLog()
 {
     CsvLog(m_result).saveDownloadResult();
+    if (m_guard)
+        m_guard->noteRowWritten();
 }

@@ -17,6 +17,7 @@ class NetDomManager;
 class QWebElement;
 class QWebPageProxy;
 class QWebView;
+class RunGuard;
 
 /// One page run: loads the page, collects candidates from its traffic and its document, decides
 /// when to stop looking, downloads what was chosen, reports to the host, and ends.
@@ -109,8 +110,10 @@ private:
     void createView();
     void connectAll();
     void requestClose();
+    void claimEnd();
+    void endWithoutVideo();
     bool exitIfAsked();
-    void watchExitFlag();
+    void onWatchTimerTimeOut();
     void stopAnalysis();
     bool startF4f(const QString &url);
     void startHulu(const QString &url);
@@ -118,6 +121,7 @@ private:
     void scan(const QWebElement &element, const std::function<ParseData(NetDomManager &)> &scanner);
     void reportVideoResult(int state);
 
+    std::unique_ptr<RunGuard> m_guard; ///< first, to watch over the end of all others
     QTimer m_analysisTimer;
     QTimer m_firstTerminateTimer; ///< the deadline
     QTimer m_secondTerminateTimer; ///< as the first; once the page has loaded, a quiet period
@@ -139,7 +143,7 @@ private:
     ParseData m_result;
 
     SiteSettings m_siteSettings;
-    QTimer m_exitWatch; ///< sees the stop flag during waits in which nothing else happens
+    QTimer m_watchTimer; ///< sees the stop flag during waits in which nothing else happens
     bool m_isScanning = false;
     bool m_isClosing = false; ///< closeWebView() has been emitted
     bool m_isEnded = false;

@@ -110,7 +110,8 @@ bool Nginx::start()
             return true;
         stop();
     }
-    qWarning("nginx does not start: %s", errorLog().constData());
+    qWarning("nginx does not start: %s %s %s", qUtf8Printable(m_process.errorString()),
+             m_process.readAllStandardError().constData(), errorLog().constData());
     return false;
 }
 

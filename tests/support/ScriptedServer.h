@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QList>
+#include <QMetaType>
 #include <QPair>
 #include <QPointer>
 #include <QTcpServer>
@@ -42,6 +43,8 @@ struct HttpReply
     qint64 holdAfterBytes = -1; ///< from 0: nothing more is sent after so many body bytes
     bool withoutLength = false; ///< no "Content-Length"; the body ends with the connection
 };
+
+Q_DECLARE_METATYPE(HttpReply)
 
 /// An HTTP server on a loopback port of its own, for one test. It answers what the test scripts,
 /// faults included, and records every request. A connection carries one request.
