@@ -132,6 +132,7 @@ void NetworkReplyProxy::applyMetaData()
 void NetworkReplyProxy::takeOverData()
 {
     const QByteArray received = m_reply->readAll();
+    m_receivedBytes += received.size();
     if (received.size() <= maxKeptBytes - m_data.size())
         m_data += received;
     if (m_bufferPos >= compactFromBytes && m_bufferPos >= m_buffer.size() / 2) {
@@ -144,7 +145,15 @@ void NetworkReplyProxy::takeOverData()
 void NetworkReplyProxy::readInternal()
 {
     takeOverData();
+    const QPointer<NetworkReplyProxy> self(this);
     emit readyRead();
+    // The network layer reports progress a few times a second only; a fast server would be through
+    // with a long file before the first report.
+    if (self && !m_reply->isFinished()) {
+        const qint64 size = declaredSize();
+        if (isLongMedia(m_receivedBytes, size) || isCutImage(m_receivedBytes, size))
+            downloadPageProgress(m_receivedBytes, size);
+    }
 }
 
 void NetworkReplyProxy::takeOverError()
@@ -193,6 +202,11 @@ void NetworkReplyProxy::downloadPageProgress(qint64 received, qint64 total)
         emit replyDownloadProgress(address, size, type);
 }
 
+qint64 NetworkReplyProxy::declaredSize() const
+{
+    return m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+}
+
 QString NetworkReplyProxy::contentType() const
 {
     return m_reply->header(QNetworkRequest::ContentTypeHeader).toString();
@@ -228,6 +242,8 @@ void NetworkReplyProxy::abortImageReply(qint64 received, qint64 size)
 qint64 NetworkReplyProxy::readData(char *data, qint64 maxSize)
 {
     const qint64 count = qMin<qint64>(maxSize, m_buffer.size() - m_bufferPos);
+    if (count <= 0)
+        return 0;
     std::memcpy(data, m_buffer.constData() + m_bufferPos, static_cast<size_t>(count));
     m_bufferPos += static_cast<int>(count);
     if (m_bufferPos == m_buffer.size()) {

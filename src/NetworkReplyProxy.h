@@ -83,6 +83,7 @@ private:
     void takeOverError();
     [[nodiscard]] bool isLongMedia(qint64 received, qint64 size) const;
     [[nodiscard]] bool isCutImage(qint64 received, qint64 size) const;
+    [[nodiscard]] qint64 declaredSize() const; ///< by the header; 0 without one
     [[nodiscard]] QString contentType() const;
     void abortLongMediaReply(qint64 received, qint64 size);
     void abortImageReply(qint64 received, qint64 size);
@@ -90,6 +91,7 @@ private:
     std::unique_ptr<QNetworkReply>
         m_reply; ///< no QObject child: a manager deletes all replies below it
     QByteArray m_data;
+    qint64 m_receivedBytes = 0;
     QByteArray m_buffer;
     int m_bufferPos = 0; ///< bytes of m_buffer that the engine has read
     bool m_hasError = false;

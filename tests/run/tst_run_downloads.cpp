@@ -254,6 +254,23 @@ private slots:
         QVERIFY(run.fileContent(videoPath(page)) == video);
     }
 
+    void aVideoThatAScriptAsksForIsFound()
+    {
+        ScriptedServer server;
+        const QString page =
+            servePage(server, m_video, [this](const HttpRequest &) { return mediaReply(m_video); });
+        server.on("/where", mediaReply("/v.mp4", "text/plain"));
+        server.on("/page",
+                  htmlReply("<body><script>var x = new XMLHttpRequest();"
+                            "x.open('GET', '/where', false); x.send();"
+                            "var v = document.createElement('video');"
+                            "v.src = x.responseText; v.autoplay = true;"
+                            "document.body.appendChild(v);</script>"));
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), page}));
+        QCOMPARE(withoutProgress(run.errorOutput()), videoRun(server, page, "success"));
+    }
+
     void theProxyCarriesEveryRequest()
     {
         ScriptedServer proxy;

@@ -30,11 +30,12 @@ void setArguments(const QStringList &arguments)
     currentValues.at(static_cast<size_t>(currentCount)) = nullptr;
 }
 
-int runTest(QObject &test, int argc, char *argv[])
+int runTest(const std::function<std::unique_ptr<QObject>()> &makeTest, int argc, char *argv[])
 {
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QNetworkProxyFactory::setUseSystemConfiguration(false);
     currentValues[0] = argv[0];
     QApplication application(currentCount, currentValues.data());
-    return QTest::qExec(&test, argc, argv);
+    const std::unique_ptr<QObject> test = makeTest();
+    return QTest::qExec(test.get(), argc, argv);
 }

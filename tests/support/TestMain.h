@@ -4,17 +4,20 @@
 #include <QStringList>
 #include <QtTest>
 
+#include <functional>
+#include <memory>
+
 /// Replaces what QCoreApplication::arguments() returns, the program path excepted.
 void setArguments(const QStringList &arguments);
 
-/// Runs a test object inside a widget application whose argument list setArguments() can change.
-int runTest(QObject &test, int argc, char *argv[]);
+/// Makes a test object inside a widget application whose argument list setArguments() can change,
+/// and runs it.
+int runTest(const std::function<std::unique_ptr<QObject>()> &makeTest, int argc, char *argv[]);
 
 #define CLIPWEIR_TEST_MAIN(TestClass)                                                              \
     int main(int argc, char *argv[])                                                               \
     {                                                                                              \
-        TestClass test;                                                                            \
-        return runTest(test, argc, argv);                                                          \
+        return runTest([] { return std::make_unique<TestClass>(); }, argc, argv);                  \
     }
 
 #endif
