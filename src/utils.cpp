@@ -8,6 +8,8 @@
 #include <QSet>
 #include <QUrl>
 
+#include "PageText.h"
+
 namespace {
 
 constexpr QLatin1String metaNamePattern(R"re(<meta\s+name\s*=\s*"%1"\s+content\s*=\s*"([^"]*)")re");
@@ -16,15 +18,6 @@ constexpr QLatin1String
 constexpr QLatin1String linkRelFirstPattern(R"re(<link\s+rel\s*=\s*"%1"\s+href\s*=\s*"([^"]*)")re");
 constexpr QLatin1String
     linkHrefFirstPattern(R"re(<link\s+href\s*=\s*"([^"]*)"\s+rel\s*=\s*"%1")re");
-constexpr QLatin1String
-    thumbPattern(R"re(og:image(?:(?:(?!http).)*)(http(?:(?:(?!['"]).)*))['"])re");
-constexpr QLatin1String titlePattern("<title[^>]*>([^<]*)</title");
-constexpr QLatin1String
-    formatPattern(R"re([/\?&][^/\?&=]+\.(flv|ram|mpg|mpeg|avi|rm|wmv|mov|asf|mp3|rar|movie|divx|)re"
-                  R"re(rbs|mp4|mpeg4|mpg|mpeg|avi|rm|wmv|mov|flv|mp3|jpg|gif|png)(?:$|\?|&|/))re");
-constexpr QLatin1String mediaAddressPattern(
-    R"re(^https*://(?:[^"]+)\.(flv|ram|mpg|mpeg|avi|rm|wmv|mov|asf|mp3|rar|)re"
-    R"re(movie|divx|rbs|mp4|mpeg4|mpg|mpeg|avi|rm|wmv|mov|flv|mp3)(?:$|\?|&|/))re");
 
 bool isHexDigit(QChar c)
 {
@@ -67,6 +60,25 @@ Text between(const Text &text, Marker begin, int beginLength, Marker end)
     if (from > endAt)
         return Text();
     return text.mid(from, endAt - from);
+}
+
+/// Replaces all occurrences in one pass. QString::replace() moves the rest of the text once for
+/// every thousand of them, which makes it quadratic on a text that holds nothing else.
+QString replaced(const QString &text, QLatin1String before, QLatin1String after)
+{
+    int at = text.indexOf(before);
+    if (at < 0)
+        return text;
+    QString result;
+    result.reserve(text.size());
+    int copiedTo = 0;
+    for (; at >= 0; at = text.indexOf(before, copiedTo)) {
+        result += text.midRef(copiedTo, at - copiedTo);
+        result += after;
+        copiedTo = at + before.size();
+    }
+    result += text.midRef(copiedTo);
+    return result;
 }
 
 QString resolvedAddress(const QUrl &base, const QString &address)
@@ -182,25 +194,25 @@ QString Utils::GetMetaTitle(const QString &html)
 
 QString Utils::parseTitle(const QString &html)
 {
-    QString title = GetMetaProperty(html, QStringLiteral("og:title"));
+    QString title = PageText::sharedTitle(html);
     if (title.isEmpty())
-        title = RegexString(html, titlePattern);
+        title = PageText::title(html);
     return DecodeHtml(title);
 }
 
 QString Utils::parseThumb(const QString &html)
 {
-    return DecodeUrl(RegexString(html, thumbPattern));
+    return DecodeUrl(PageText::thumbAddress(html));
 }
 
 QString Utils::getFormatFromUrl(const QString &address)
 {
-    return RegexString(address, formatPattern);
+    return PageText::format(address);
 }
 
 bool Utils::matchMediaType(const QString &address)
 {
-    return QRegExp(mediaAddressPattern).indexIn(address) >= 0;
+    return PageText::isMediaAddress(address);
 }
 
 QString Utils::DecodeHtml(const QString &text)
@@ -210,19 +222,18 @@ QString Utils::DecodeHtml(const QString &text)
         result = decodeHtmlNumber(result);
     if (!result.contains(QLatin1Char('&')))
         return result;
-    // "&amp;" goes last: what it uncovers is text, not another entity.
-    return result.replace(QLatin1String("&gt;"), QLatin1String(">"))
-        .replace(QLatin1String("&lt;"), QLatin1String("<"))
-        .replace(QLatin1String("&nbsp;"), QLatin1String(" "))
-        .replace(QLatin1String("&quot;"), QLatin1String("\""))
-        .replace(QLatin1String("&amp;"), QLatin1String("&"));
+    result = replaced(result, QLatin1String("&gt;"), QLatin1String(">"));
+    result = replaced(result, QLatin1String("&lt;"), QLatin1String("<"));
+    result = replaced(result, QLatin1String("&nbsp;"), QLatin1String(" "));
+    result = replaced(result, QLatin1String("&quot;"), QLatin1String("\""));
+    // Goes last: what it uncovers is text, not another entity.
+    return replaced(result, QLatin1String("&amp;"), QLatin1String("&"));
 }
 
 QString Utils::DecodeUrl(const QString &text)
 {
-    QString plain = text;
-    plain.replace(QLatin1String("\\x3a"), QLatin1String(":"));
-    plain.replace(QLatin1String("\\x2f"), QLatin1String("/"));
+    const QString colons = replaced(text, QLatin1String("\\x3a"), QLatin1String(":"));
+    const QString plain = replaced(colons, QLatin1String("\\x2f"), QLatin1String("/"));
     return QUrl::fromPercentEncoding(plain.toUtf8());
 }
 
@@ -234,8 +245,7 @@ void Utils::DecodeUrl(QStringList &list)
 
 QString Utils::DecodeU6(const QString &text)
 {
-    QString plain = text;
-    return DecodeUrl(plain.replace(QLatin1String("\\u0025"), QLatin1String("%")));
+    return DecodeUrl(replaced(text, QLatin1String("\\u0025"), QLatin1String("%")));
 }
 
 void Utils::resolved(QStringList &list, const QString &baseAddress)

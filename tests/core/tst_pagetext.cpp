@@ -1,0 +1,261 @@
+#include "PageText.h"
+#include "TestMain.h"
+#include "utils.h"
+
+#include <QRegExp>
+
+#include <functional>
+#include <random>
+
+#define MEDIA_EXTENSIONS                                                                           \
+    "flv|ram|mpg|mpeg|avi|rm|wmv|mov|asf|mp3|rar|movie|divx|rbs|mp4|mpeg4|mpg|mpeg|avi|rm|wmv|mov" \
+    "|flv|mp3"
+
+namespace {
+
+using Results = QStringList;
+using Scan = std::function<Results(const QString &)>;
+
+QString u(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+/// What the plain expression captures in its first match; nothing when it does not match.
+Scan firstCapture(const char *pattern)
+{
+    const QRegExp expression{u(pattern)};
+    Q_ASSERT(expression.isValid() && expression.captureCount() >= 1);
+    return [expression](const QString &text) {
+        QRegExp copy(expression);
+        return copy.indexIn(text) < 0 ? Results{QString()} : Results{copy.cap(1)};
+    };
+}
+
+/// What the plain expression captures in all of its matches, each once.
+Scan allCaptures(const char *pattern)
+{
+    const QRegExp expression{u(pattern)};
+    Q_ASSERT(expression.isValid());
+    return [expression](const QString &text) {
+        QRegExp copy(expression);
+        Results results;
+        int from = 0;
+        while ((from = copy.indexIn(text, from)) >= 0) {
+            if (!results.contains(copy.cap(1)))
+                results += copy.cap(1);
+            from += copy.matchedLength();
+        }
+        return results;
+    };
+}
+
+Scan single(QString (*function)(const QString &))
+{
+    return [function](const QString &text) { return Results{function(text)}; };
+}
+
+Results mediaTruth(const QString &text)
+{
+    return {PageText::isMediaAddress(text) ? u("yes") : u("no")};
+}
+
+Results plainMediaTruth(const QString &text)
+{
+    const QRegExp expression(u("^https*://(?:[^\"]+)\\.(" MEDIA_EXTENSIONS ")(?:$|\\?|&|/)"));
+    Q_ASSERT(expression.isValid());
+    return {expression.indexIn(text) >= 0 ? u("yes") : u("no")};
+}
+
+/// Numeric references by the plain expression; for references that are one character of the
+/// basic plane.
+Results plainNumbers(const QString &text)
+{
+    QRegExp expression(u("&#(x?)([0-9a-fA-F]+);"));
+    QString result;
+    int from = 0;
+    int at = 0;
+    while ((at = expression.indexIn(text, from)) >= 0) {
+        result += text.midRef(from, at - from);
+        const int base = expression.cap(1) == u("x") ? 16 : 10;
+        result += QChar(static_cast<ushort>(expression.cap(2).toUInt(nullptr, base)));
+        from = at + expression.matchedLength();
+    }
+    return {result + text.midRef(from)};
+}
+
+struct Rule
+{
+    const char *name;
+    Scan scan;
+    Scan plain;
+    QStringList tokens; ///< what the random texts are made of
+};
+
+const QVector<Rule> &rules()
+{
+    static const QVector<Rule> all{
+        {"title",
+         single(PageText::title),
+         firstCapture("<title[^>]*>([^<]*)</title"),
+         {u("<title"), u(">"), u("<"), u("</title"), u("a"), u(" "), u("/"), u("<title>"),
+          u("title")}},
+        {"shared title",
+         single(PageText::sharedTitle),
+         firstCapture("<meta\\s+property\\s*=\\s*\"og:title\"\\s+content\\s*=\\s*\"([^\"]*)\""),
+         {u("<meta"), u(" "), u("property"), u("="), u("\"og:title\""), u("content"), u("\""),
+          u("a"), u("\n"), u("<meta property=\"og:title\""), u(" content=\""), u(" content="),
+          u("<meta property = "), u("og:title")}},
+        {"thumb",
+         single(PageText::thumbAddress),
+         firstCapture("og:image(?:(?:(?!http).)*)(http(?:(?:(?!['\"]).)*))['\"]"),
+         {u("og:image"), u("http"), u("\""), u("'"), u("h"), u("ttp"), u("a"), u("\n"), u("og:"),
+          u("image")}},
+        {"canonical",
+         single(PageText::canonicalAddress),
+         firstCapture(":?[\"']canonical[\"']\\s+href=[\"']([^\"']+)[\"']"),
+         {u("canonical"), u("\""), u("'"), u(" "), u("href="), u("a"), u(":"), u("\"canonical' "),
+          u("'canonical\"\t"), u("'canonical\" href="), u("http://h/")}},
+        {"media addresses",
+         PageText::mediaAddresses,
+         allCaptures("[\"'](http[^\"']+\\.(" MEDIA_EXTENSIONS "))[\"']"),
+         {u("\""), u("'"), u("http"), u("."), u("mp4"), u("mpeg"), u("4"), u("a"), u(".flv\""),
+          u("\"http"), u(".mp3'"), u("rm"), u("\"http://a.rm\""), u("h"), u("\n")}},
+        {"format",
+         single(PageText::format),
+         firstCapture("[/\\?&][^/\\?&=]+\\.(" MEDIA_EXTENSIONS "|jpg|gif|png)(?:$|\\?|&|/)"),
+         {u("/"), u("?"), u("&"), u("="), u("."), u("mp4"), u("mpeg"), u("4"), u("jpg"), u("a"),
+          u(".rm"), u("/a.flv"), u("#"), u("\n")}},
+        {"media address",
+         mediaTruth,
+         plainMediaTruth,
+         {u("http"), u("s"), u("://"), u("http://"), u("https://a"), u("."), u("mp4"), u("mpeg"),
+          u("4"), u("\""), u("/"), u("?"), u("&"), u("a"), u(".rm"), u("\n")}},
+        {"numbers",
+         single(decodeHtmlNumber),
+         plainNumbers,
+         {u("&#"), u("x"), u("4"), u("a"), u("F"), u(";"), u("&"), u("#"), u("g"), u("&#65;"),
+          u("&#x42;"), u("X")}},
+    };
+    return all;
+}
+
+} // namespace
+
+class tst_PageText : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void givesWhatThePlainExpressionGives_data();
+    void givesWhatThePlainExpressionGives();
+    void spaceIsWhatThePlainExpressionTakes();
+    void handRows_data();
+    void handRows();
+};
+
+void tst_PageText::givesWhatThePlainExpressionGives_data()
+{
+    QTest::addColumn<int>("rule");
+    for (int i = 0; i < rules().size(); ++i)
+        QTest::newRow(rules().at(i).name) << i;
+}
+
+void tst_PageText::givesWhatThePlainExpressionGives()
+{
+    constexpr int textCount = 60000;
+    constexpr unsigned seed = 20120229;
+    constexpr int longestText = 16;
+
+    QFETCH(int, rule);
+    const Rule &tested = rules().at(rule);
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<int> length(0, longestText);
+    std::uniform_int_distribution<int> choice(0, tested.tokens.size() - 1);
+    int hits = 0;
+    for (int i = 0; i < textCount; ++i) {
+        QString text;
+        for (int tokens = length(random); tokens > 0; --tokens)
+            text += tested.tokens.at(choice(random));
+        const Results expected = tested.plain(text);
+        const Results actual = tested.scan(text);
+        if (actual != expected)
+            QFAIL(qPrintable(QStringLiteral("in [%1]: [%2] instead of [%3]")
+                                 .arg(text, actual.join(u("|")), expected.join(u("|")))));
+        hits += !expected.isEmpty() && !expected.first().isEmpty() && expected.first() != u("no");
+    }
+    QVERIFY2(hits > textCount / 1000, qPrintable(QString::number(hits)));
+}
+
+void tst_PageText::spaceIsWhatThePlainExpressionTakes()
+{
+    const Scan plain = firstCapture("\"canonical\"\\s+href=\"([^\"]+)\"");
+    for (int code = 0; code <= 0xffff; ++code) {
+        const QString text = u("\"canonical\"") + QChar(code) + u("href=\"a\"");
+        QCOMPARE(PageText::canonicalAddress(text), plain(text).first());
+    }
+}
+
+void tst_PageText::handRows_data()
+{
+    QTest::addColumn<int>("rule");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<Results>("expected");
+    enum { Title, SharedTitle, Thumb, Canonical, Media };
+    const auto row = [](const char *name, int rule, const char *text, const Results &expected) {
+        QTest::newRow(name) << rule << u(text) << expected;
+    };
+    row("title: tag of many lines", Title, "<title\n a='1'\n>\nb\n</title>", {u("\nb\n")});
+    row("title: opened twice", Title, "<title <title>a</title>", {u("a")});
+    row("title: bad one before", Title, "<title>a<title>b</title>", {u("b")});
+    row("title: empty one wins", Title, "<title></title><title>b</title>", {QString()});
+    row("title: end tag cut off", Title, "<title>a</titl", {QString()});
+    row("title: no closing bracket", Title, "<title<title<title", {QString()});
+    row("shared title: bad one before", SharedTitle,
+        "<meta property=\"og:title\" x><meta property=\"og:title\" content=\"a\">", {u("a")});
+    row("shared title: over lines", SharedTitle,
+        "<meta\n\tproperty\n=\n\"og:title\"\ncontent\n=\n\"a\nb\"", {u("a\nb")});
+    row("shared title: no blank", SharedTitle, "<metaproperty=\"og:title\" content=\"a\">",
+        {QString()});
+    row("shared title: not closed", SharedTitle, "<meta property=\"og:title\" content=\"a",
+        {QString()});
+    row("thumb: cut off http", Thumb, "og:image htthttp:a'", {u("http:a")});
+    row("thumb: at once", Thumb, "og:imagehttp'", {u("http")});
+    row("thumb: second name in the address", Thumb, "og:image http:og:image\"",
+        {u("http:og:image")});
+    row("canonical: colon and mixed quotes", Canonical, ":'canonical\"  href='http://h/\"",
+        {u("http://h/")});
+    row("canonical: empty one before", Canonical,
+        "\"canonical\" href=\"\" \"canonical\" href=\"a\"", {u("a")});
+    row("canonical: space around equals", Canonical, "\"canonical\" href = \"a\"", {QString()});
+    row("canonical: no quote before", Canonical, "canonical\" href=\"a\"", {QString()});
+    row("canonical: href first", Canonical, "href=\"a\" rel=\"canonical\"", {QString()});
+    row("media: each once, in order", Media, "'http://h/b.mp4' \"http://h/a.flv\" 'http://h/b.mp4'",
+        {u("http://h/b.mp4"), u("http://h/a.flv")});
+    row("media: closing quote opens nothing", Media, "'http:a.mp4'http:b.mp4'", {u("http:a.mp4")});
+    row("media: closing quote of no address opens one", Media, "'http:a'http:b.mp4'",
+        {u("http:b.mp4")});
+    row("media: query", Media, "'http://h/a.mp4?x=1'", {});
+    row("media: extension in a query", Media, "'http://h/a?f=b.mp4'", {u("http://h/a?f=b.mp4")});
+    row("media: no name", Media, "'http.mp4'", {});
+    row("media: shortest", Media, "'httpx.rm'", {u("httpx.rm")});
+    row("media: over lines", Media, "'http\n.rm'", {u("http\n.rm")});
+    row("media: upper case", Media, "'http://h/a.MP4'", {});
+    row("media: picture", Media, "'http://h/a.jpg'", {});
+    row("media: first character", Media, "http://h/a.mp4'", {});
+    row("media: not closed", Media, "'http://h/a.mp4", {});
+    row("media: rtmp", Media, "'rtmp://h/a.mp4'", {});
+    row("media: empty text", Media, "", {});
+}
+
+void tst_PageText::handRows()
+{
+    QFETCH(int, rule);
+    QFETCH(QString, text);
+    QFETCH(Results, expected);
+    QCOMPARE(rules().at(rule).scan(text), expected);
+    QCOMPARE(rules().at(rule).plain(text), expected);
+}
+
+CLIPWEIR_TEST_MAIN(tst_PageText)
+#include "tst_pagetext.moc"
