@@ -1,0 +1,78 @@
+# What `cmake --install` puts where, and the Debian package made of it.
+#
+# The program looks for rtmpdump in its own folder, so it has one: libexec/clipweir. The command of
+# the name is a link; the system resolves it before the program asks where it lies.
+set(program_dir ${CMAKE_INSTALL_LIBEXECDIR}/clipweir)
+
+# Where a tool is on the machine that it is installed on; the package asks for those of Debian.
+find_program(CLIPWEIR_RTMPDUMP rtmpdump DOC "The rtmpdump that the installed program runs")
+find_program(CLIPWEIR_FFMPEG ffmpeg DOC "The ffmpeg that the installed program runs")
+foreach(tool RTMPDUMP FFMPEG)
+    if(NOT CLIPWEIR_${tool})
+        string(TOLOWER ${tool} name)
+        set(CLIPWEIR_${tool} /usr/bin/${name})
+    endif()
+endforeach()
+
+# clipweir_install_link(TARGET LINK): LINK is relative to the prefix.
+function(clipweir_install_link target link)
+    set(made ${CMAKE_CURRENT_BINARY_DIR}/links/${link})
+    get_filename_component(made_dir ${made} DIRECTORY)
+    get_filename_component(link_dir ${link} DIRECTORY)
+    file(MAKE_DIRECTORY ${made_dir})
+    file(CREATE_LINK ${target} ${made} SYMBOLIC)
+    install(FILES ${made} DESTINATION ${link_dir})
+endfunction()
+
+install(TARGETS clipweir RUNTIME DESTINATION ${program_dir})
+file(RELATIVE_PATH program_from_bin
+    ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBEXECDIR}/clipweir/clipweir)
+clipweir_install_link(${program_from_bin} ${CMAKE_INSTALL_BINDIR}/clipweir)
+clipweir_install_link(${CLIPWEIR_RTMPDUMP} ${program_dir}/rtmpdump)
+# The media probe looks below the working folder, which is the user's: a link to this folder there
+# provides what it looks for.
+clipweir_install_link(${CLIPWEIR_FFMPEG} ${program_dir}/import/bin/ffmpeg)
+
+find_program(GZIP_PROGRAM gzip REQUIRED)
+set(man_page ${CMAKE_CURRENT_BINARY_DIR}/clipweir.1.gz)
+add_custom_command(OUTPUT ${man_page}
+    COMMAND ${GZIP_PROGRAM} -9nc ${CMAKE_CURRENT_SOURCE_DIR}/docs/clipweir.1 > ${man_page}
+    DEPENDS docs/clipweir.1
+    VERBATIM)
+add_custom_target(clipweir_man ALL DEPENDS ${man_page})
+install(FILES ${man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+install(FILES packaging/clipweir.bash-completion
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME clipweir)
+install(FILES README.md packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    FILES_MATCHING PATTERN "*.cpp" PATTERN "*.py")
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "clipweir developers <developers@clipweir.invalid>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "clipweir opens a web page in a hidden browser view, watches its network
+traffic and its document for the media files that it plays, downloads the
+best of them and reports to the program that started it, line by line.")
+# The libraries are found by looking at the program. What it loads or runs by name is named here:
+# without the media plug-ins the engine may not even ask for a page's video.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+string(JOIN ", " CPACK_DEBIAN_PACKAGE_DEPENDS
+    gstreamer1.0-plugins-base
+    gstreamer1.0-plugins-good
+    gstreamer1.0-libav
+    ffmpeg
+    rtmpdump
+    "fonts-dejavu-core | fonts-liberation | fonts-noto-core")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS ca-certificates)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS bash-completion)
+include(CPack)

@@ -1,0 +1,132 @@
+#!/bin/bash
+# Installs into an empty root, then makes the Debian package and unpacks it into another; checks
+# what is there and runs both installed programs from a folder of their own.
+# usage: test_install.sh cmake cpack build-folder version
+set -Eeuo pipefail
+trap 'echo "FAIL: line $LINENO" >&2' ERR
+
+cmake=$1
+cpack=$2
+build=$3
+version=$4
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+fail() {
+    echo "FAIL: $*" >&2
+    exit 1
+}
+
+expect_link() { # path target
+    [ -L "$1" ] || fail "$1 is no link"
+    [ "$(readlink "$1")" = "$2" ] || fail "$1 leads to $(readlink "$1"), not to $2"
+}
+
+expect_line() { # file line
+    grep -qxF -- "$2" "$1" || fail "no line \"$2\" in $1"
+}
+
+expect_dependency() { # control-file package
+    grep -E '^Depends:' "$1" | tr -s ',|' '\n' | sed -E 's/^(Depends:)? *//; s/ .*//' | grep -xF "$2" >/dev/null ||
+        fail "the package does not ask for $2"
+}
+
+# Everything that an installation below a prefix consists of.
+check_tree() { # prefix
+    local file doc=$1/share/doc/clipweir
+    [ -x "$1/libexec/clipweir/clipweir" ] || fail 'the program is not there'
+    expect_link "$1/bin/clipweir" ../libexec/clipweir/clipweir
+    expect_link "$1/libexec/clipweir/rtmpdump" "$(command -v rtmpdump)"
+    expect_link "$1/libexec/clipweir/import/bin/ffmpeg" "$(command -v ffmpeg)"
+    for file in share/man/man1/clipweir.1.gz share/bash-completion/completions/clipweir; do
+        [ -s "$1/$file" ] || fail "$file is not there"
+    done
+    for file in copyright README.md docs/host-guide.md examples/host.cpp examples/host.py; do
+        [ -s "$doc/$file" ] || fail "$file is not among the documents"
+    done
+    local unexpected
+    unexpected=$(find "$1" -type f -printf '%P\n' |
+        sed -E '/^(libexec\/clipweir|share\/(man|bash-completion|doc\/clipweir))\//d')
+    [ -z "$unexpected" ] || fail "nobody asked for $unexpected"
+}
+
+# Every option of the usage text is in the man page and in the completion, and nothing else is
+# completed.
+check_options() { # prefix usage-text
+    local option documented man=$work/clipweir.1
+    gzip -dc "$1/share/man/man1/clipweir.1.gz" | sed 's/\\-/-/g' >"$man"
+    grep -q '^\.TH CLIPWEIR 1' "$man" || fail 'that is no man page'
+    # The text names "--resume", but that is what happens without "--noresume".
+    documented=$(grep -oE '^ +--[a-z0-9]+' "$2" | tr -d ' ' | grep -vx -e --resume | sort -u)
+    for option in $documented; do
+        grep -q -- "$option" "$man" || fail "$option is not in the man page"
+    done
+    # shellcheck disable=SC2016 # for the other shell
+    bash -c 'source "$1"; COMP_WORDS=(clipweir --); COMP_CWORD=1; _clipweir; printf "%s\n" "${COMPREPLY[@]}"' \
+        - "$1/share/bash-completion/completions/clipweir" | sort -u >"$work/completed"
+    diff <(echo "$documented") "$work/completed" || fail 'the completion offers other options'
+}
+
+# Runs the program by its usual name, from a folder that has nothing of the build, with no display
+# and no choice of a platform.
+run_program() { # prefix option...
+    local prefix=$1
+    shift
+    mkdir -p "$work/elsewhere"
+    (cd "$work/elsewhere" &&
+        env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM HOME="$work" "$prefix/bin/clipweir" "$@")
+}
+
+check_program() { # prefix
+    local status=0
+    run_program "$1" 2>"$work/usage" || status=$?
+    [ "$status" -eq 23 ] || fail "without arguments the exit code is $status"
+    expect_line "$work/usage" 'Usage:'
+    check_options "$1" "$work/usage"
+    status=0
+    run_program "$1" --url x --saveto "$work/none/x.mp4" 2>"$work/errors" || status=$?
+    [ "$status" -eq 13 ] || fail "without an output folder the exit code is $status"
+    [ ! -s "$work/errors" ] || fail "$(cat "$work/errors")"
+}
+
+# What the program looks for is where it looks: beside itself, and below the working folder once
+# that has the link which the man page names.
+check_tools() { # prefix
+    "$1/libexec/clipweir/rtmpdump" -h >"$work/tool" 2>&1 || true
+    grep -q -- '--resume' "$work/tool" || fail 'rtmpdump does not run'
+    ln -s "$1/libexec/clipweir/import" "$work/elsewhere/import"
+    (cd "$work/elsewhere" && ./import/bin/ffmpeg -version) >"$work/tool"
+    grep -q '^ffmpeg version' "$work/tool" || fail 'ffmpeg does not run'
+    rm "$work/elsewhere/import"
+}
+
+check_package() { # package
+    local library
+    dpkg-deb -f "$1" >"$work/control"
+    expect_line "$work/control" 'Package: clipweir'
+    expect_line "$work/control" "Version: $version"
+    expect_line "$work/control" "Architecture: $(dpkg --print-architecture)"
+    for library in libqt5webkit5 libqt5network5 libqt5widgets5 libc6 \
+        gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav ffmpeg rtmpdump; do
+        expect_dependency "$work/control" "$library"
+    done
+    dpkg-deb -c "$1" | sed -E '/^[-dl]\S+ root\/root /d' >"$work/foreign"
+    [ ! -s "$work/foreign" ] || fail "not everything belongs to root: $(cat "$work/foreign")"
+}
+
+DESTDIR=$work/root "$cmake" --install "$build" --prefix /usr/local >"$work/install.log" ||
+    fail "$(cat "$work/install.log")"
+check_tree "$work/root/usr/local"
+check_program "$work/root/usr/local"
+check_tools "$work/root/usr/local"
+
+(cd "$work" && "$cpack" --config "$build/CPackConfig.cmake" -B "$work/package") >"$work/cpack.log" 2>&1 ||
+    fail "$(cat "$work/cpack.log")"
+package=$(find "$work/package" -maxdepth 1 -name '*.deb')
+[ "$(basename "$package")" = "clipweir_${version}_$(dpkg --print-architecture).deb" ] ||
+    fail "the package is called $package"
+check_package "$package"
+dpkg-deb -x "$package" "$work/unpacked"
+check_tree "$work/unpacked/usr"
+check_program "$work/unpacked/usr"
+check_tools "$work/unpacked/usr"
