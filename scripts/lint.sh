@@ -16,7 +16,7 @@ done
 names=$(IFS='|'; printf '%s' "$*")
 status=0
 git ls-files '*.h' '*.cpp' | grep -E "$names" | xargs -r clang-format-14 --dry-run --Werror || status=1
-shellcheck scripts/*.sh .ci/run || status=1
+git ls-files 'scripts/*.sh' 'tests/*.sh' 'bench/*.sh' .ci/run | xargs shellcheck -x || status=1
 # The toolkit's generated sources are nobody's to correct. Their headers are read by every check of
 # a source that includes them, so the build has to be up to date.
 run-clang-tidy-14 -quiet -p build "/(src|tests|bench|examples)/(?!.*_autogen).*($names)" \
