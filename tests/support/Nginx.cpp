@@ -104,6 +104,9 @@ bool Nginx::start()
         file.close();
         m_process.start(QStringLiteral("/usr/sbin/nginx"),
                         {QStringLiteral("-p"), m_folder.path(), QStringLiteral("-c"), path});
+        // Without it the process may accept connections and still count as starting.
+        if (!m_process.waitForStarted())
+            break;
         const bool isUp = QTest::qWaitFor(
             [this] { return m_process.state() == QProcess::NotRunning || accepts(m_port); }, 5000);
         if (isUp && m_process.state() == QProcess::Running)
