@@ -15,6 +15,7 @@ constexpr qint64 longMediaBytes = 5242880; // from here on a media reply is cut 
 constexpr qint64 longMediaStartBytes = 102400; // ... once so much of it has arrived
 constexpr int maxKeptBytes = 1 << 30; // a byte array cannot hold more than twice that
 constexpr int compactFromBytes = 1 << 20;
+constexpr qint64 readBufferBytes = 1 << 20; // a fast server waits until the proxy has looked
 constexpr int lastCopiedAttribute = 7; // QNetworkRequest::DoNotBufferUploadDataAttribute
 
 } // namespace
@@ -70,6 +71,7 @@ NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetwor
 
 void NetworkReplyProxy::connectReply()
 {
+    m_reply->setReadBufferSize(readBufferBytes);
     connect(m_reply.get(), &QNetworkReply::metaDataChanged, this,
             &NetworkReplyProxy::applyMetaData);
     connect(m_reply.get(), &QNetworkReply::readyRead, this, &NetworkReplyProxy::readInternal);

@@ -10,6 +10,13 @@ QWebPageProxy::QWebPageProxy(QObject *parent)
     connect(this, &QWebPage::loadFinished, this, &QWebPageProxy::pageLoaded);
 }
 
+QWebPageProxy::~QWebPageProxy()
+{
+    // A page that is torn down while it loads still reports its end, when nothing of this class is
+    // left to hear it.
+    disconnect(this, nullptr, this, nullptr);
+}
+
 void QWebPageProxy::load(const QUrl &url)
 {
     mainFrame()->load(url);

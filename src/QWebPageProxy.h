@@ -11,6 +11,7 @@ class QWebPageProxy final : public QWebPage
 
 public:
     explicit QWebPageProxy(QObject *parent = nullptr);
+    ~QWebPageProxy() override;
 
     /// Loads an address into the main frame.
     void load(const QUrl &url);
