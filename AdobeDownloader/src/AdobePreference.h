@@ -1,0 +1,43 @@
+#ifndef ADOBEPREFERENCE_H
+#define ADOBEPREFERENCE_H
+
+#include <QMap>
+#include <QMutex>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+/// The options of the HDS downloader, by key. One map for the process; every function is safe on
+/// any thread.
+class CAdobePreference final
+{
+public:
+    static CAdobePreference *GetInstance();
+
+    /// The stored value. A key that was never set is created with an invalid value, which reads as
+    /// 0, false or "".
+    QVariant GetOption(const QString &key);
+
+    /// Stores or replaces a value under any key.
+    void SetOption(const QString &key, const QVariant &value);
+
+    /// Takes options from an argument list. The first item is the program's place and never looked
+    /// at; "--name value" stores the value as text, "--name" alone stores true, and "--proxy
+    /// type:host:port" sets the three proxy options. Anything else is skipped.
+    void parseParams(const QStringList &args);
+
+    /// Puts all options back to their defaults and forgets all other keys.
+    void Reset();
+
+private:
+    CAdobePreference();
+    ~CAdobePreference() = default;
+    Q_DISABLE_COPY(CAdobePreference)
+
+    bool setProxy(const QString &value);
+
+    QMutex m_mutex; // guards m_options
+    QMap<QString, QVariant> m_options;
+};
+
+#endif
