@@ -42,21 +42,23 @@ QString withoutDeclaration(const QString &xml)
     return xml.mid(start);
 }
 
-/// Empty when the document may be queried, else the reason why not.
-QString reasonToRefuse(const QString &xml)
+/// Whether the text is a document that may be queried. What is refused though it is XML is told.
+bool isQueryable(const QString &xml)
 {
     QXmlStreamReader reader(xml);
+    const char *reason = nullptr;
     int depth = 0;
     int elements = 0;
-    while (!reader.atEnd()) {
+    while (!reader.atEnd() && !reason) {
         switch (reader.readNext()) {
         case QXmlStreamReader::DTD:
-            return QStringLiteral("it has a DOCTYPE");
+            reason = "it has a DOCTYPE";
+            break;
         case QXmlStreamReader::StartElement:
             if (++depth > maxDepth)
-                return QStringLiteral("it is nested too deeply");
+                reason = "it is nested too deeply";
             if (++elements > maxElements)
-                return QStringLiteral("it has too many elements");
+                reason = "it has too many elements";
             break;
         case QXmlStreamReader::EndElement:
             --depth;
@@ -65,7 +67,9 @@ QString reasonToRefuse(const QString &xml)
             break;
         }
     }
-    return reader.hasError() ? reader.errorString() : QString();
+    if (reason)
+        qWarning("an XML document of %d characters is refused: %s", xml.size(), reason);
+    return !reason && !reader.hasError();
 }
 
 } // namespace
@@ -131,13 +135,8 @@ private:
 XPathDocument::XPathDocument(const QString &xml)
 {
     const QString text = withoutDeclaration(xml);
-    if (text.trimmed().isEmpty())
+    if (!isQueryable(text))
         return;
-    const QString reason = reasonToRefuse(text);
-    if (!reason.isEmpty()) {
-        qWarning("XML of %d characters is not read: %s", text.size(), qUtf8Printable(reason));
-        return;
-    }
     auto engine = std::make_unique<Engine>(text);
     if (engine->isReady())
         m_engine = std::move(engine);
@@ -168,12 +167,4 @@ QStringList XPathDocument::stringsAt(int n, const QString &query)
     if (!m_engine || n < 0 || n >= m_engine->selected.size())
         return {};
     return m_engine->strings(m_engine->selected.at(n), query);
-}
-
-QString XPathDocument::quoted(const QString &text)
-{
-    QString escaped = text;
-    escaped.replace(QLatin1Char('&'), QLatin1String("&amp;"))
-        .replace(QLatin1Char('"'), QLatin1String("\"\""));
-    return QLatin1Char('"') + escaped + QLatin1Char('"');
 }

@@ -31,9 +31,6 @@ public:
     /// depends on that node only, not on the size of the document.
     [[nodiscard]] QStringList stringsAt(int n, const QString &query);
 
-    /// A text as a string literal of the query language, quotes included.
-    [[nodiscard]] static QString quoted(const QString &text);
-
 private:
     class Engine;
     std::unique_ptr<Engine> m_engine; // null: not usable

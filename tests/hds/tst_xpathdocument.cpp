@@ -91,24 +91,6 @@ private slots:
                  QStringList{QStringLiteral("false")});
         QCOMPARE(document.strings(QStringLiteral("/a/string()")), QStringList{QStringLiteral("x")});
     }
-
-    void quotedTextIsOneLiteral_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::newRow("plain") << QStringLiteral("id1");
-        QTest::newRow("quotes") << QStringLiteral("a\"] | //b[\"x");
-        QTest::newRow("apostrophe") << QStringLiteral("it's");
-        QTest::newRow("ampersand") << QStringLiteral("a&b&amp;c&#65;");
-        QTest::newRow("braces") << QStringLiteral("{1}");
-    }
-
-    void quotedTextIsOneLiteral()
-    {
-        QFETCH(QString, text);
-        XPathDocument document(QStringLiteral("<a/>"));
-        QCOMPARE(document.strings(QStringLiteral("string(%1)").arg(XPathDocument::quoted(text))),
-                 QStringList{text});
-    }
 };
 
 CLIPWEIR_TEST_MAIN(tst_XPathDocument)

@@ -1,0 +1,294 @@
+#include "AdobeBrowser.h"
+
+#include "AdobeCookieJar.h"
+#include "AdobePreference.h"
+#include "AdobeUtils.h"
+#include "HostLine.h"
+
+#include <QNetworkProxy>
+#include <QNetworkRequest>
+#include <QRegExp>
+#include <QSaveFile>
+#include <QTextCodec>
+
+namespace {
+
+constexpr int watchIntervalMs = 100; // how late a stop may take effect
+constexpr qint64 stallTimeoutMs = 60 * 1000; // a server silent for so long has given up
+constexpr qint64 defaultMaxContentBytes = 256 * 1024 * 1024;
+constexpr int statusOk = 200;
+
+QVariant option(const char *key)
+{
+    return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
+}
+
+/// The proxy of the options. Without one connections are direct: the system's and the
+/// environment's settings are not asked.
+QNetworkProxy proxyOfOptions()
+{
+    const QString host = option("proxyHost").toString();
+    const int type = option("proxyType").toInt();
+    const int port = option("proxyPort").toInt();
+    switch (type) {
+    case QNetworkProxy::Socks5Proxy:
+    case QNetworkProxy::HttpProxy:
+    case QNetworkProxy::HttpCachingProxy:
+        return QNetworkProxy(static_cast<QNetworkProxy::ProxyType>(type), host,
+                             static_cast<quint16>(qBound(0, port, 0xFFFF)));
+    default:
+        return QNetworkProxy(QNetworkProxy::NoProxy);
+    }
+}
+
+bool isFetchable(const QUrl &url)
+{
+    // Qt keeps schemes in lower case.
+    return url.isValid() && !url.host().isEmpty()
+        && (url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https"));
+}
+
+QNetworkRequest requestOfOptions(const QUrl &url)
+{
+    QNetworkRequest request(url);
+    const QString userAgent = option("userAgent").toString();
+    if (!userAgent.isEmpty())
+        request.setRawHeader("User-Agent", userAgent.toUtf8());
+    const QVariantMap headers = option("browserHeader").toMap();
+    for (auto header = headers.cbegin(); header != headers.cend(); ++header)
+        request.setRawHeader(header.key().toUtf8(), header.value().toString().toUtf8());
+    return request;
+}
+
+} // namespace
+
+CAdobeBrowser::CAdobeBrowser(const StopFlag &stop, QObject *parent)
+    : QObject(parent)
+    , m_stop(stop)
+    , m_cookieJar(new CAdobeCookieJar(&m_manager))
+    , m_maxContentBytes(defaultMaxContentBytes)
+{
+    m_manager.setCookieJar(m_cookieJar);
+    m_watch.setInterval(watchIntervalMs);
+    connect(&m_watch, &QTimer::timeout, this, &CAdobeBrowser::watchWait);
+}
+
+CAdobeBrowser::~CAdobeBrowser()
+{
+    dropReply();
+}
+
+void CAdobeBrowser::get(const QString &url, bool wait)
+{
+    HostLine().text(QStringLiteral("Get page:")).quoted(url).send();
+    begin(url, Method::Get, wait);
+}
+
+void CAdobeBrowser::head(const QString &url, bool wait)
+{
+    HostLine().text(QStringLiteral("Get page:")).quoted(url).send();
+    begin(url, Method::Head, wait);
+}
+
+void CAdobeBrowser::post(const QString &url, const QByteArray &data, bool wait)
+{
+    HostLine().text(QStringLiteral("Post page:")).quoted(url).send();
+    begin(url, Method::Post, wait, data);
+}
+
+void CAdobeBrowser::begin(const QString &url, Method method, bool wait, const QByteArray &data)
+{
+    m_redirectCount = 0;
+    m_content.clear();
+    dropReply();
+    // What could not be started has no end to wait for.
+    if (startRequest(url, method, data) && wait)
+        CAdobeUtils::WaitFor(this, SIGNAL(finished(int)));
+}
+
+bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteArray &data)
+{
+    m_url = url;
+    m_method = method;
+    const QUrl address(url);
+    if (m_exit || m_stop.isRaised() || !isFetchable(address))
+        return false;
+
+    m_manager.setProxy(proxyOfOptions());
+    QNetworkRequest request = requestOfOptions(address);
+    dropReply();
+    m_content.clear();
+    switch (method) {
+    case Method::Get:
+        m_reply = m_manager.get(request);
+        break;
+    case Method::Head:
+        m_reply = m_manager.head(request);
+        break;
+    case Method::Post:
+        request.setHeader(QNetworkRequest::ContentTypeHeader,
+                          QStringLiteral("application/x-www-form-urlencoded"));
+        m_reply = m_manager.post(request, data);
+        break;
+    }
+    connect(m_reply.data(), &QNetworkReply::readyRead, this, &CAdobeBrowser::httpReadyRead);
+    connect(m_reply.data(), &QNetworkReply::finished, this, &CAdobeBrowser::httpFinished);
+    m_sinceProgress.start();
+    m_watch.start();
+    return true;
+}
+
+void CAdobeBrowser::dropReply()
+{
+    m_watch.stop();
+    if (!m_reply)
+        return;
+    m_reply->disconnect(this);
+    m_reply->abort();
+    m_reply->deleteLater();
+    m_reply.clear();
+}
+
+void CAdobeBrowser::watchWait()
+{
+    if (m_exit || m_stop.isRaised() || m_sinceProgress.hasExpired(stallTimeoutMs))
+        m_reply->abort(); // comes back through httpFinished()
+}
+
+void CAdobeBrowser::httpReadyRead()
+{
+    m_sinceProgress.start();
+    if (qMax(announcedLength(), m_content.size() + m_reply->bytesAvailable()) > m_maxContentBytes) {
+        qWarning("%s is not fetched: its body is over %lld bytes", qUtf8Printable(m_url),
+                 static_cast<long long>(m_maxContentBytes));
+        m_content.clear();
+        m_reply->abort();
+        return;
+    }
+    m_content += m_reply->readAll();
+}
+
+void CAdobeBrowser::httpFinished()
+{
+    m_watch.stop();
+    if (m_reply->isOpen())
+        m_content += m_reply->readAll();
+    const QString target = redirectUrl();
+    if (target.isEmpty()) {
+        emit finished(0);
+        return;
+    }
+    if (++m_redirectCount >= m_maxRedirect) {
+        emit finished(1);
+        return;
+    }
+    HostLine().text(QStringLiteral("Redirect to: ")).quoted(target).send();
+    // The answer to a redirected POST is fetched like any page.
+    if (!startRequest(target, m_method == Method::Post ? Method::Get : m_method))
+        emit finished(1);
+}
+
+bool CAdobeBrowser::success() const
+{
+    return m_reply && m_reply->isFinished() && m_reply->error() == QNetworkReply::NoError
+        && m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == statusOk
+        && (m_method == Method::Head || !isLengthKnown() || m_content.size() == announcedLength());
+}
+
+bool CAdobeBrowser::isLengthKnown() const
+{
+    return m_reply && m_reply->header(QNetworkRequest::ContentLengthHeader).isValid();
+}
+
+qint64 CAdobeBrowser::announcedLength() const
+{
+    return m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+}
+
+QNetworkReply::NetworkError CAdobeBrowser::error() const
+{
+    return m_reply ? m_reply->error() : QNetworkReply::OperationCanceledError;
+}
+
+QByteArray CAdobeBrowser::rawContent() const
+{
+    return m_content;
+}
+
+QString CAdobeBrowser::contentType() const
+{
+    return m_reply ? m_reply->header(QNetworkRequest::ContentTypeHeader).toString() : QString();
+}
+
+QString CAdobeBrowser::content() const
+{
+    QRegExp charset(QStringLiteral(";\\s*charset=([-_.:a-z0-9]+)"), Qt::CaseInsensitive);
+    const QTextCodec *codec = nullptr;
+    if (charset.indexIn(contentType()) >= 0)
+        codec = QTextCodec::codecForName(charset.cap(1).toLatin1());
+    if (!codec)
+        codec = QTextCodec::codecForName("UTF-8");
+    return codec->toUnicode(m_content);
+}
+
+QString CAdobeBrowser::format() const
+{
+    static const struct
+    {
+        const char *type;
+        const char *name;
+    } formats[] = {
+        {"text/html", "html"},
+        {"text/xml", "xml"},
+        {"application/smil", "smil"},
+        {"application/json", "json"},
+    };
+    const QString type = contentType();
+    for (const auto &format : formats) {
+        if (type.contains(QLatin1String(format.type)))
+            return QLatin1String(format.name);
+    }
+    return {};
+}
+
+QString CAdobeBrowser::url() const
+{
+    return m_url;
+}
+
+bool CAdobeBrowser::isRedirect() const
+{
+    return !m_reply || m_reply->attribute(QNetworkRequest::RedirectionTargetAttribute).isNull();
+}
+
+QString CAdobeBrowser::redirectUrl() const
+{
+    if (isRedirect())
+        return {};
+    const QUrl target = m_reply->attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
+    return m_reply->url().resolved(target).toString(QUrl::FullyEncoded);
+}
+
+bool CAdobeBrowser::save(const QString &path) const
+{
+    QSaveFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(m_content) == m_content.size()
+        && file.commit();
+}
+
+void CAdobeBrowser::setMaxRedirect(int count)
+{
+    m_maxRedirect = count;
+}
+
+void CAdobeBrowser::setMaxContentBytes(qint64 bytes)
+{
+    m_maxContentBytes = bytes;
+}
+
+void CAdobeBrowser::exit()
+{
+    m_exit = true;
+    if (m_reply && !m_reply->isFinished())
+        m_reply->abort();
+}

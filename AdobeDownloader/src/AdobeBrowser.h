@@ -1,0 +1,111 @@
+#ifndef ADOBEBROWSER_H
+#define ADOBEBROWSER_H
+
+#include "StopFlag.h"
+
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QTimer>
+
+class CAdobeCookieJar;
+
+/// A small HTTP client: one request at a time, its redirects followed, its body kept in memory.
+///
+/// Headers and proxy come from the HDS options; cookies from the store of the process; only http
+/// and https addresses are fetched. It belongs to the thread that creates it and needs no running
+/// event loop there when it is told to wait. A request ends, as a failure, soon after a stop was
+/// asked for, when nothing arrives for a minute, and when the body outgrows its limit.
+class CAdobeBrowser final : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// @param stop ends the wait for a request when it is raised, from any thread
+    explicit CAdobeBrowser(const StopFlag &stop = StopFlag(), QObject *parent = nullptr);
+    ~CAdobeBrowser() override;
+
+    // Each replaces the request before it; with `wait` set it returns when the request has ended.
+    void get(const QString &url, bool wait);
+    void head(const QString &url, bool wait);
+    void post(const QString &url, const QByteArray &data, bool wait);
+
+    /// Whether the last request ended with status 200, without a network error and, if its length
+    /// is known, with a body of that length.
+    [[nodiscard]] bool success() const;
+
+    /// Whether the server said how long the body is. When it did not, a body that was cut off may
+    /// pass as a success: the network library does not always notice.
+    [[nodiscard]] bool isLengthKnown() const;
+
+    [[nodiscard]] QNetworkReply::NetworkError error() const;
+
+    /// The body as received.
+    [[nodiscard]] QByteArray rawContent() const;
+
+    /// The body as text, by the charset of its content type, else UTF-8.
+    [[nodiscard]] QString content() const;
+
+    /// "html", "xml", "smil" or "json" by the content type; empty for any other.
+    [[nodiscard]] QString format() const;
+
+    /// The address of the last request, that is after redirects.
+    [[nodiscard]] QString url() const;
+
+    /// sic: true when the reply does not redirect; the name is part of the interface.
+    [[nodiscard]] bool isRedirect() const;
+
+    /// Where the reply redirects to, made absolute; empty when it does not.
+    [[nodiscard]] QString redirectUrl() const;
+
+    /// Writes the body to a file. Returns false when it cannot be written whole.
+    [[nodiscard]] bool save(const QString &path) const;
+
+    /// The number of redirects at which a request ends; the ones before it are followed.
+    void setMaxRedirect(int count);
+
+    /// The largest body that is accepted, in bytes.
+    void setMaxContentBytes(qint64 bytes);
+
+    /// Starts no more requests and ends the one that is under way. Other threads raise the stop
+    /// flag instead.
+    void exit();
+
+signals:
+    /// A request has ended: 1 when there were too many redirects or it was refused, else 0.
+    void finished(int code);
+
+private slots:
+    void httpReadyRead();
+    void httpFinished();
+
+private:
+    enum class Method { Get, Head, Post };
+
+    bool startRequest(const QString &url, Method method, const QByteArray &data = QByteArray());
+    void begin(const QString &url, Method method, bool wait, const QByteArray &data = QByteArray());
+    void dropReply();
+    void watchWait();
+    [[nodiscard]] QString contentType() const;
+    [[nodiscard]] qint64 announcedLength() const;
+
+    StopFlag m_stop;
+    QNetworkAccessManager m_manager;
+    CAdobeCookieJar *m_cookieJar; // owned by the manager
+    QPointer<QNetworkReply> m_reply; // child of the manager
+    QTimer m_watch;
+    QElapsedTimer m_sinceProgress;
+    QString m_url;
+    Method m_method = Method::Get;
+    QByteArray m_content;
+    qint64 m_maxContentBytes;
+    int m_maxRedirect = 5;
+    int m_redirectCount = 0;
+    bool m_exit = false;
+};
+
+#endif
