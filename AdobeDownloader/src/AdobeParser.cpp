@@ -1,0 +1,281 @@
+#include "AdobeParser.h"
+
+#include "AdobeBrowser.h"
+#include "AdobeData.h"
+#include "AdobePreference.h"
+#include "AdobeUtils.h"
+#include "HostLine.h"
+#include "XPathDocument.h"
+
+#include <QUrl>
+
+namespace {
+
+constexpr qint64 maxManifestBytes = 4 * 1024 * 1024; // of one manifest or bootstrap
+constexpr int maxChildCharacters = 8 * 1024 * 1024; // of all child manifests together
+
+QVariant option(const char *key)
+{
+    return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
+}
+
+QByteArray decoded(const QString &text)
+{
+    return QByteArray::fromBase64(text.trimmed().toLatin1());
+}
+
+bool isRtmp(const QString &address)
+{
+    return address.startsWith(QLatin1String("rtmp"));
+}
+
+QString mediaQuery(int n, const QString &path)
+{
+    return QStringLiteral("//media[%1]/").arg(n) + path;
+}
+
+} // namespace
+
+struct CAdobeParser::Document
+{
+    explicit Document(const QString &text)
+        : xml(text)
+        , queries(text)
+    {
+        mediaCount = queries.select(GetXmlPath(xml, QStringLiteral("//media")));
+        bootstrapAddress =
+            queries.strings(GetXmlPath(xml, QStringLiteral("//bootstrapInfo[1]/@url/string()")))
+                .value(0);
+        const QStringList ids =
+            queries.strings(GetXmlPath(xml, QStringLiteral("//bootstrapInfo/string(@id)")));
+        const QStringList texts =
+            queries.strings(GetXmlPath(xml, QStringLiteral("//bootstrapInfo/string()")));
+        for (int i = 0; i < texts.size(); ++i) {
+            const QByteArray bootstrap = decoded(texts.at(i));
+            if (i == 0)
+                firstBootstrap = bootstrap;
+            if (!ids.value(i).isEmpty() && !bootstraps.contains(ids.value(i)))
+                bootstraps.insert(ids.value(i), bootstrap);
+        }
+    }
+
+    QString xml;
+    XPathDocument queries;
+    int mediaCount = 0;
+    QString bootstrapAddress; // empty: inline
+    QByteArray firstBootstrap;
+    QHash<QString, QByteArray> bootstraps; // by id
+};
+
+CAdobeParser::CAdobeParser(const StopFlag &stop)
+    : m_stop(stop)
+{
+}
+
+CAdobeParser::~CAdobeParser() = default;
+
+bool CAdobeParser::parseManifest()
+{
+    HostLine::sendText(QStringLiteral("Processing manifest info...."));
+    const QString address = option("manifest").toString();
+    m_manifest = GetManifestContent(address);
+    if (m_manifest.isEmpty()) {
+        HostLine::sendQuoted(QStringLiteral("access %1 failed!").arg(address));
+        return false;
+    }
+    parseManifestXml(); // whatever it found is chosen from
+    m_document.reset();
+    m_fetchedBootstraps.clear();
+    SelectMedia();
+    return ParseBootstrap();
+}
+
+bool CAdobeParser::parseManifestXml()
+{
+    return GetChildManifests() && GetMediaStreamInfo();
+}
+
+QString CAdobeParser::GetManifestContent(const QString &url)
+{
+    CAdobeBrowser browser(m_stop);
+    browser.setMaxContentBytes(maxManifestBytes);
+    browser.get(url, true);
+    return browser.success() ? browser.content() : QString();
+}
+
+QString CAdobeParser::GetXmlPath(const QString &xml, const QString &path)
+{
+    const QString space = CAdobeUtils::RegexString(xml, QStringLiteral("xmlns=\"([^\"]+)\""));
+    if (space.isEmpty())
+        return path;
+    return QLatin1String("declare default element namespace \"") + space + QLatin1String("\"; ")
+        + path;
+}
+
+CAdobeParser::Document &CAdobeParser::documentOf(const QString &xml)
+{
+    if (!m_document || m_document->xml != xml)
+        m_document = std::make_unique<Document>(xml);
+    return *m_document;
+}
+
+QString CAdobeParser::GetBaseUrl(const QString &xml, const QString &manifestUrl)
+{
+    const QStringList bases =
+        documentOf(xml).queries.strings(GetXmlPath(xml, QStringLiteral("//baseUrl/string()")));
+    return bases.isEmpty() ? CAdobeUtils::GetBaseUrl(manifestUrl) : bases.constFirst();
+}
+
+int CAdobeParser::GetBitrate(const QString &xml, const QString &query, int fallback, int preferred)
+{
+    const QStringList found = documentOf(xml).queries.strings(GetXmlPath(xml, query));
+    if (!found.isEmpty())
+        return found.constFirst().toInt(nullptr, 10);
+    return preferred >= 0 ? preferred : fallback;
+}
+
+QMap<QString, QVariant> CAdobeParser::GetMediaAtrriInfo(const QString &xml, int n)
+{
+    // One query for names and values: a name has no blank.
+    const QStringList pairs = documentOf(xml).queries.stringsAt(
+        n - 1, QStringLiteral("@*/concat(name(), \" \", string())"));
+    QMap<QString, QVariant> attributes;
+    for (const QString &pair : pairs) {
+        const int blank = pair.indexOf(QLatin1Char(' '));
+        const QString name = pair.left(blank);
+        // A prefix that only the manifest declares cannot be asked for.
+        if (!name.contains(QLatin1Char(':')) || name.startsWith(QLatin1String("xml:")))
+            attributes.insert(name, pair.mid(blank + 1));
+    }
+    return attributes;
+}
+
+QByteArray CAdobeParser::GetMediaData(const QString &xml, int n)
+{
+    // The path as it stands finds only a media element without anything around it.
+    const QString path = QStringLiteral("media[%1]/metadata/string()").arg(n);
+    QStringList found = documentOf(xml).queries.strings(GetXmlPath(xml, path));
+    if (found.isEmpty()) {
+        found = documentOf(xml).queries.stringsAt(
+            n - 1, GetXmlPath(xml, QStringLiteral("metadata/string()")));
+    }
+    return decoded(found.value(0));
+}
+
+bool CAdobeParser::GetChildManifests()
+{
+    const QString address = option("manifest").toString();
+    const QString base = GetBaseUrl(m_manifest, address);
+    const QStringList hrefs =
+        documentOf(m_manifest)
+            .queries.strings(GetXmlPath(m_manifest, QStringLiteral("//media/@href/string()")));
+    m_manifests.clear();
+    if (hrefs.isEmpty()) {
+        m_manifests.insert(0,
+                           QVariantMap{{QStringLiteral("xml"), m_manifest},
+                                       {QStringLiteral("url"), address},
+                                       {QStringLiteral("bitrate"), 0}});
+        return true;
+    }
+
+    int charactersLeft = maxChildCharacters;
+    for (int i = 0; i < hrefs.size() && charactersLeft > 0 && !m_stop.isRaised(); ++i) {
+        const QString childAddress = QUrl(base).resolved(QUrl(hrefs.at(i))).toString();
+        const QString xml = GetManifestContent(childAddress);
+        charactersLeft -= xml.size();
+        const int bitrate =
+            GetBitrate(m_manifest, mediaQuery(i + 1, QStringLiteral("@bitrate/string()")), i, -1);
+        m_manifests.insert(bitrate,
+                           QVariantMap{{QStringLiteral("xml"), xml},
+                                       {QStringLiteral("url"), childAddress},
+                                       {QStringLiteral("bitrate"), bitrate}});
+    }
+    return true;
+}
+
+bool CAdobeParser::GetMediaStreamInfo()
+{
+    // Manifests leave their table here, so that only renditions can be chosen.
+    QMap<int, QVariant> manifests;
+    manifests.swap(m_manifests);
+    for (const QVariant &manifest : qAsConst(manifests)) {
+        QMap<QString, QVariant> entry = manifest.toMap();
+        if (!SetDetailInfo(entry, m_renditionCount))
+            return false;
+    }
+    return true;
+}
+
+bool CAdobeParser::SetDetailInfo(QMap<QString, QVariant> &entry, int &count)
+{
+    const QString xml = entry.value(QStringLiteral("xml")).toString();
+    const QString url = entry.value(QStringLiteral("url")).toString();
+    const QString base = GetBaseUrl(xml, url);
+    if (isRtmp(base) || isRtmp(url))
+        return false;
+
+    const int mediaCount = documentOf(xml).mediaCount;
+    for (int n = 1; n <= mediaCount && !m_stop.isRaised(); ++n) {
+        QMap<QString, QVariant> rendition = GetMediaAtrriInfo(xml, n);
+        if (rendition.isEmpty())
+            continue;
+        const QString id = rendition.value(QStringLiteral("bootstrapinfoid")).toString();
+        const int bitrate =
+            rendition.value(QStringLiteral("bitrate"), entry.value(QStringLiteral("bitrate")))
+                .toInt();
+        rendition.insert(QStringLiteral("metadata"), GetMediaData(xml, n));
+        rendition.insert(QStringLiteral("bitrate"), bitrate);
+        rendition.insert(QStringLiteral("streamid"),
+                         rendition.value(QStringLiteral("streamid")).toString());
+        rendition.insert(QStringLiteral("baseUrl"), base);
+        rendition.insert(QStringLiteral("url"), rendition.value(QStringLiteral("url")).toString());
+        rendition.insert(QStringLiteral("bootstrapinfoid"), id);
+        rendition.insert(QStringLiteral("bootstrap"), GetBootStrap(xml, base, id));
+        m_renditions.insert(bitrate, rendition);
+        ++count;
+    }
+    return true;
+}
+
+QByteArray CAdobeParser::GetBootStrap(const QString &xml, const QString &baseUrl,
+                                      const QString &bootstrapId)
+{
+    const Document &document = documentOf(xml);
+    if (!document.bootstrapAddress.isEmpty())
+        return externalBootstrap(document.bootstrapAddress, baseUrl);
+    return bootstrapId.isEmpty() ? document.firstBootstrap : document.bootstraps.value(bootstrapId);
+}
+
+QByteArray CAdobeParser::externalBootstrap(const QString &address, const QString &baseUrl)
+{
+    const QString withAuthor = address + QLatin1Char('?') + option("author").toString();
+    QString target = CAdobeUtils::NormalizePath(withAuthor);
+    if (target.isEmpty())
+        target = QUrl(baseUrl).resolved(QUrl(withAuthor)).toString();
+    // Renditions share their bootstrap as a rule: once fetched and held is enough.
+    if (!m_fetchedBootstraps.contains(target))
+        m_fetchedBootstraps.insert(target, decoded(GetManifestContent(target)));
+    return m_fetchedBootstraps.value(target);
+}
+
+void CAdobeParser::SelectMedia()
+{
+    QString keys;
+    for (auto rendition = m_renditions.cbegin(); rendition != m_renditions.cend(); ++rendition)
+        keys += QStringLiteral(" %1 ").arg(rendition.key());
+    HostLine::sendQuoted(QStringLiteral("all quality:%1").arg(keys));
+
+    const int quality = qMax(0, option("quality").toInt());
+    const QList<int> bitrates = m_renditions.keys();
+    int position = bitrates.size() - 1 - quality;
+    if (quality >= 1 && m_renditions.contains(quality))
+        position = bitrates.indexOf(quality);
+    if (position < 0) {
+        CAdobePreference::GetInstance()->SetOption(QStringLiteral("quality"), -1);
+        CAdobeData::GetInstance()->SetMedia({});
+        HostLine::sendText(QStringLiteral("select quality:-1"));
+        return;
+    }
+    CAdobeData::GetInstance()->SetMedia(m_renditions.value(bitrates.at(position)).toMap());
+    HostLine::sendQuoted(QStringLiteral("select quality:%1").arg(bitrates.at(position)));
+}
