@@ -1,0 +1,265 @@
+#include "AdobeOutputFile.h"
+
+#include "AdobeData.h"
+#include "AdobePreference.h"
+#include "AdobeUtils.h"
+#include "HostLine.h"
+
+namespace {
+
+constexpr quint64 compactHeaderBytes = 8;
+constexpr quint64 largeHeaderBytes = 16;
+constexpr unsigned int flagsOffset = 4;
+
+QVariant option(const char *key)
+{
+    return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
+}
+
+const QByteArray &mdatType()
+{
+    static const QByteArray type("mdat");
+    return type;
+}
+
+/// Looks for the mdat box; `payload` and `size` are what its header says, `boxStart` where that is.
+bool findMdat(const QByteArray &data, unsigned int &boxStart, unsigned int &payload,
+              unsigned long long &size)
+{
+    quint64 pos = 0;
+    while (CAdobeUtils::HasBytes(data, pos, compactHeaderBytes)) {
+        boxStart = static_cast<unsigned int>(pos);
+        if (CAdobeUtils::ReadInt32(data, boxStart) == 1
+            && !CAdobeUtils::HasBytes(data, pos, largeHeaderBytes))
+            return false;
+        payload = boxStart;
+        QByteArray type;
+        CAdobeUtils::ReadBoxHeader(data, payload, type, size);
+        if (type == mdatType())
+            return true;
+        if (!CAdobeUtils::HasBytes(data, payload, size))
+            return false;
+        pos = payload + size;
+    }
+    return false;
+}
+
+} // namespace
+
+CAdobeOutputFile::CAdobeOutputFile()
+{
+    Begin(1);
+}
+
+CAdobeOutputFile *CAdobeOutputFile::GetInstance()
+{
+    static CAdobeOutputFile file;
+    return &file;
+}
+
+void CAdobeOutputFile::Begin(int firstFragment)
+{
+    End();
+    m_nextFragment = firstFragment;
+    m_lastWritten = 0;
+    m_hasFailed = false;
+    m_hasWarned = false;
+    m_timeline = std::make_unique<FlvTimeline>(option("fixWindow").toInt());
+}
+
+void CAdobeOutputFile::End()
+{
+    m_fragments.clear();
+    m_heldBytes = 0;
+    m_file.close();
+    m_goOn = nullptr;
+}
+
+void CAdobeOutputFile::SetFragContent(int fragNum, const QByteArray &data)
+{
+    if (fragNum < m_nextFragment)
+        return; // written already
+    takeResponse(fragNum); // of an entry that this one replaces
+    m_heldBytes += data.size();
+    m_fragments.insert(fragNum,
+                       QVariantMap{
+                           {QStringLiteral("response"), data},
+                           {QStringLiteral("flvData"), QByteArray()},
+                           {QStringLiteral("bDecoded"), false},
+                           {QStringLiteral("bflvData"), true},
+                           {QStringLiteral("tagHeaderLen"), FlvTag::headerBytes},
+                           {QStringLiteral("prevTagSize"), FlvTag::backPointerBytes},
+                       });
+}
+
+void CAdobeOutputFile::SetFragFile(int fragNum, const QString &path)
+{
+    SetFragContent(fragNum, QByteArray());
+    const auto entry = m_fragments.find(fragNum);
+    if (entry == m_fragments.end())
+        return;
+    QVariantMap fields = entry->toMap();
+    fields.insert(QStringLiteral("file"), path);
+    *entry = fields;
+}
+
+QByteArray CAdobeOutputFile::takeResponse(int fragNum)
+{
+    const auto entry = m_fragments.find(fragNum);
+    if (entry == m_fragments.end())
+        return {};
+    QVariantMap fields = entry->toMap();
+    const QByteArray response = fields.take(QStringLiteral("response")).toByteArray();
+    *entry = fields;
+    m_heldBytes -= response.size();
+    return response;
+}
+
+int CAdobeOutputFile::WriteFlvFile()
+{
+    if (m_hasFailed)
+        return -1;
+    const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
+    int written = 0;
+    while (m_nextFragment <= lastFragment && m_fragments.contains(m_nextFragment)) {
+        if ((!m_file.isOpen() && !openFile()) || !writeFragment(m_nextFragment)) {
+            qWarning("%s cannot be written: %s", qUtf8Printable(m_file.fileName()),
+                     qUtf8Printable(m_file.errorString()));
+            m_hasFailed = true;
+            return -1;
+        }
+        m_lastWritten = m_nextFragment++;
+        ++written;
+        if (m_goOn && !m_goOn())
+            break;
+    }
+    return written;
+}
+
+bool CAdobeOutputFile::openFile()
+{
+    m_file.setFileName(FilePath());
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+        || !write(GetFlvHeader(true, true)))
+        return false;
+    return !option("metadata").toBool() || WriteMetadata();
+}
+
+bool CAdobeOutputFile::writeFragment(int fragNum)
+{
+    const QVariantMap fields = m_fragments.value(fragNum).toMap();
+    if (fields.value(QStringLiteral("bflvData")).toBool()) {
+        const QString path = fields.value(QStringLiteral("file")).toString();
+        QByteArray response = takeResponse(fragNum);
+        if (!path.isEmpty())
+            response = CAdobeUtils::ReadFileContent(path);
+        DecodeFragment(fragNum, response);
+    }
+    const QVariantMap decoded = m_fragments.take(fragNum).toMap();
+    return write(decoded.value(QStringLiteral("flvData")).toByteArray());
+}
+
+bool CAdobeOutputFile::write(const QByteArray &data)
+{
+    return m_file.write(data) == data.size() && m_file.flush();
+}
+
+void CAdobeOutputFile::OutProgress() const
+{
+    HostLine::sendQuoted(QStringLiteral("downloaded:%1/%2")
+                             .arg(m_lastWritten)
+                             .arg(CAdobeData::GetInstance()->GetFragCount()));
+}
+
+int CAdobeOutputFile::GetWriteFragNum() const
+{
+    return m_lastWritten;
+}
+
+qint64 CAdobeOutputFile::HeldBytes() const
+{
+    return m_heldBytes;
+}
+
+QString CAdobeOutputFile::FilePath()
+{
+    QString name = option("outFile").toString();
+    if (name.isEmpty()) {
+        name = CAdobeData::GetInstance()->GetBaseFileName(0) + QLatin1String(".flv");
+        CAdobePreference::GetInstance()->SetOption(QStringLiteral("outFile"), name);
+    }
+    return option("outDir").toString() + QLatin1Char('/') + name;
+}
+
+void CAdobeOutputFile::SetGoOn(const std::function<bool()> &goOn)
+{
+    m_goOn = goOn;
+}
+
+QByteArray CAdobeOutputFile::GetFlvHeader(bool audio, bool video)
+{
+    // "FLV", version 1, flags, header length 9, and the back-pointer of the tag before the first.
+    QByteArray header = CAdobeUtils::QStringToHex(QStringLiteral("464c5601050000000900000000"));
+    CAdobeUtils::WriteByte(header, flagsOffset,
+                           static_cast<signed char>((audio ? 4 : 0) + (video ? 1 : 0)));
+    return header;
+}
+
+bool CAdobeOutputFile::VerifyFragment(QByteArray &data)
+{
+    unsigned int boxStart = 0;
+    unsigned int payload = 0;
+    unsigned long long size = 0;
+    if (!findMdat(data, boxStart, payload, size))
+        return false;
+    if (size == 0 || !CAdobeUtils::HasBytes(data, payload, size)) {
+        CAdobeUtils::WriteBoxSize(data, payload, mdatType(),
+                                  static_cast<unsigned int>(data.size()) - boxStart);
+    }
+    return true;
+}
+
+bool CAdobeOutputFile::IsWhole(const QByteArray &data)
+{
+    unsigned int boxStart = 0;
+    unsigned int payload = 0;
+    unsigned long long size = 0;
+    return findMdat(data, boxStart, payload, size) && CAdobeUtils::HasBytes(data, payload, size);
+}
+
+void CAdobeOutputFile::DecodeFragment(int fragNum, QByteArray &data)
+{
+    QByteArray flv;
+    unsigned int boxStart = 0;
+    unsigned int payload = 0;
+    unsigned long long size = 0;
+    if (VerifyFragment(data) && findMdat(data, boxStart, payload, size)) {
+        const auto left = static_cast<unsigned long long>(data.size()) - payload;
+        const auto begin = static_cast<int>(payload);
+        int skipped = 0;
+        const QVector<FlvTag> tags =
+            FlvTag::walk(data, begin, begin + static_cast<int>(qMin(size, left)), skipped);
+        flv.reserve(data.size());
+        m_timeline->append(flv, data, tags);
+        if (skipped > 0 && !m_hasWarned) {
+            m_hasWarned = true;
+            qWarning("fragment %d: %d tags are encrypted or of no known type and left out", fragNum,
+                     skipped);
+        }
+    }
+    QVariantMap fields = m_fragments.value(fragNum).toMap();
+    fields.insert(QStringLiteral("flvData"), flv);
+    fields.insert(QStringLiteral("bDecoded"), true);
+    m_fragments.insert(fragNum, fields);
+}
+
+bool CAdobeOutputFile::WriteMetadata()
+{
+    const QByteArray metadata =
+        CAdobeData::GetInstance()->GetMedia().value(QStringLiteral("metadata")).toByteArray();
+    if (metadata.isEmpty() || metadata.size() > FlvTag::maxDataBytes)
+        return true;
+    QByteArray tag;
+    m_timeline->appendTag(tag, FlvTag::Script, metadata);
+    return write(tag);
+}

@@ -1,0 +1,94 @@
+#ifndef ADOBEOUTPUTFILE_H
+#define ADOBEOUTPUTFILE_H
+
+#include "FlvTimeline.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QMap>
+#include <QString>
+#include <QVariantMap>
+
+#include <functional>
+#include <memory>
+
+/// Assembles the FLV file of an HDS stream: takes fragments in any order and writes them in
+/// ascending order, each at most once. One object for the process; main thread only.
+class CAdobeOutputFile final
+{
+public:
+    static CAdobeOutputFile *GetInstance();
+
+    /// Begins a new file and forgets what belonged to the one before.
+    /// @param firstFragment the fragment that the file starts with; the file waits for it
+    void Begin(int firstFragment);
+
+    /// Closes the file and forgets the fragments that still wait.
+    void End();
+
+    /// Takes a fragment's bytes as fetched, in the place of what was there under that number. Empty
+    /// bytes stand for a fragment that was given up: the file goes on without it.
+    void SetFragContent(int fragNum, const QByteArray &data);
+
+    /// As SetFragContent() with the content of a file, which is read when the fragment is written.
+    void SetFragFile(int fragNum, const QString &path);
+
+    /// Writes every fragment whose turn has come. Returns how many, or -1 when the file cannot be
+    /// written; that is final for this file.
+    int WriteFlvFile();
+
+    /// Sends the progress line: the last fragment written and the fragment count.
+    void OutProgress() const;
+
+    /// The number of the last fragment written; 0 when none has been.
+    [[nodiscard]] int GetWriteFragNum() const;
+
+    /// The bytes of the fragments that wait in memory.
+    [[nodiscard]] qint64 HeldBytes() const;
+
+    /// The path that the options give; names the file when they do not.
+    [[nodiscard]] static QString FilePath();
+
+    /// Is asked after each fragment that WriteFlvFile() writes; false makes it return. It must not
+    /// call back into this object.
+    void SetGoOn(const std::function<bool()> &goOn);
+
+    /// The 13 bytes that a file begins with.
+    [[nodiscard]] static QByteArray GetFlvHeader(bool audio, bool video);
+
+    /// Whether the fragment has an mdat box. The size of one that is empty or runs past the data is
+    /// set so that it ends with the data.
+    static bool VerifyFragment(QByteArray &data);
+
+    /// Whether the fragment has an mdat box that does not run past the data.
+    [[nodiscard]] static bool IsWhole(const QByteArray &data);
+
+    /// Turns a fragment into FLV tags, which its entry keeps; none for a fragment without mdat.
+    void DecodeFragment(int fragNum, QByteArray &data);
+
+    /// Writes the rendition's metadata as a script tag at the start of the file, if it has any.
+    /// Returns false when the file cannot be written.
+    bool WriteMetadata();
+
+private:
+    CAdobeOutputFile();
+    ~CAdobeOutputFile() = default;
+    Q_DISABLE_COPY(CAdobeOutputFile)
+
+    bool openFile();
+    bool writeFragment(int fragNum);
+    bool write(const QByteArray &data);
+    QByteArray takeResponse(int fragNum);
+
+    QMap<int, QVariant> m_fragments; // maps, by fragment number
+    int m_nextFragment = 1;
+    int m_lastWritten = 0;
+    qint64 m_heldBytes = 0;
+    std::unique_ptr<FlvTimeline> m_timeline;
+    QFile m_file;
+    std::function<bool()> m_goOn;
+    bool m_hasFailed = false;
+    bool m_hasWarned = false;
+};
+
+#endif
