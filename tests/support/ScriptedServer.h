@@ -48,7 +48,7 @@ Q_DECLARE_METATYPE(HttpReply)
 
 /// An HTTP server on a loopback port of its own, for one test. It answers what the test scripts,
 /// faults included, and records every request. A connection carries one request.
-class ScriptedServer final : public QObject
+class ScriptedServer : public QObject
 {
     Q_OBJECT
 

@@ -1,0 +1,137 @@
+#include "AdobeDownloadThread.h"
+
+#include "AdobeBrowser.h"
+#include "AdobeData.h"
+#include "AdobeOutputFile.h"
+#include "AdobePreference.h"
+#include "AdobeUtils.h"
+
+#include <QFileInfo>
+#include <QTemporaryFile>
+
+namespace {
+
+constexpr int maxAttempts = 31;
+constexpr qint64 maxFragmentBytes = 256 * 1024 * 1024;
+
+/// The cached fragment; empty when there is none that could have been fetched.
+QByteArray cachedContent(const QString &path)
+{
+    return QFileInfo(path).size() <= maxFragmentBytes ? CAdobeUtils::ReadFileContent(path)
+                                                      : QByteArray();
+}
+
+/// Writes a file under a temporary name and renames it, so that a run that is killed leaves no
+/// part of it behind under its own name.
+bool writeWhole(const QString &path, const QByteArray &data)
+{
+    QTemporaryFile file(path + QLatin1String(".XXXXXX"));
+    if (!file.open() || file.write(data) != data.size() || !file.flush())
+        return false;
+    QFile::remove(path); // at most an empty file, for anything else would have been used
+    if (!file.rename(path))
+        return false;
+    file.setAutoRemove(false);
+    return true;
+}
+
+} // namespace
+
+CAdobeDownloadThread::CAdobeDownloadThread(QObject *parent)
+    : QThread(parent)
+{
+}
+
+void CAdobeDownloadThread::setFragNum(int fragNum)
+{
+    m_fragNum = fragNum;
+}
+
+int CAdobeDownloadThread::GetFragNum() const
+{
+    return m_fragNum;
+}
+
+QByteArray CAdobeDownloadThread::GetFragUrlContent() const
+{
+    return m_content;
+}
+
+bool CAdobeDownloadThread::IsCached() const
+{
+    return m_isCached;
+}
+
+void CAdobeDownloadThread::Cancel()
+{
+    m_stop.raise();
+}
+
+QString CAdobeDownloadThread::CacheFile(int fragNum)
+{
+    const CAdobeData *data = CAdobeData::GetInstance();
+    const int segment = data->GetSegmentFromFragment(fragNum).toInt();
+    return CAdobePreference::GetInstance()->GetOption(QStringLiteral("outDir")).toString()
+        + QLatin1String("/f4ftmp/") + data->GetBaseFileName(segment) + QString::number(fragNum);
+}
+
+void CAdobeDownloadThread::run()
+{
+    DownloaderFragment();
+}
+
+void CAdobeDownloadThread::DownloaderFragment()
+{
+    m_content = GetFragContent();
+}
+
+QByteArray CAdobeDownloadThread::GetFragContent()
+{
+    if (m_stop.isRaised()) {
+        emit CancleFragment(m_fragNum);
+        return {};
+    }
+    const QString cacheFile = CacheFile(m_fragNum);
+    QByteArray content = cachedContent(cacheFile);
+    if (m_stop.isRaised()) {
+        emit CancleFragment(m_fragNum);
+        return {};
+    }
+    if (!content.isEmpty()) {
+        m_isCached = true;
+        return content;
+    }
+
+    const CAdobeData *data = CAdobeData::GetInstance();
+    const int segment = data->GetSegmentFromFragment(m_fragNum).toInt();
+    bool isComplete = false;
+    content = fetch(data->GetFragUrl(segment, m_fragNum), isComplete);
+    if (m_stop.isRaised()) {
+        emit CancleFragment(m_fragNum);
+        return {};
+    }
+    if (isComplete)
+        m_isCached = writeWhole(cacheFile, content); // without a cache the next run fetches again
+    return content;
+}
+
+/// Fetches until the fragment is complete, or the attempts are used up. What may have been cut off
+/// is better than nothing then, but not good enough to be kept for the next run.
+QByteArray CAdobeDownloadThread::fetch(const QString &url, bool &isComplete) const
+{
+    QByteArray content;
+    isComplete = false;
+    for (int attempt = 0; attempt < maxAttempts && !isComplete; ++attempt) {
+        if (m_stop.isRaised())
+            return {};
+        CAdobeBrowser browser(m_stop);
+        browser.setMaxContentBytes(maxFragmentBytes);
+        browser.get(url, true);
+        if (!browser.success() || browser.rawContent().size() < content.size())
+            continue;
+        content = browser.rawContent();
+        isComplete =
+            !content.isEmpty() && (browser.isLengthKnown() || CAdobeOutputFile::IsWhole(content));
+    }
+    return content;
+}

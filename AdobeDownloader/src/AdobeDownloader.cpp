@@ -1,0 +1,286 @@
+#include "AdobeDownloader.h"
+
+#include "AdobeData.h"
+#include "AdobeDownloadThread.h"
+#include "AdobeOutputFile.h"
+#include "AdobePreference.h"
+#include "HostLine.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QPointer>
+#include <QScopedValueRollback>
+
+namespace {
+
+constexpr int heartbeatMs = 200; // how often a waiting run gives notice
+constexpr int maxWorkers = 64;
+// Fragments that wait for an earlier one are left to their cache files beyond the first limit.
+// Where there is no cache, none are handed out beyond the second until that one has come.
+constexpr qint64 maxHeldBytes = 64 * 1024 * 1024;
+constexpr qint64 fullBytes = 256 * 1024 * 1024;
+
+constexpr int succeeded = 1;
+constexpr int failed = 0;
+constexpr int cancelled = -1;
+
+QVariant option(const char *key)
+{
+    return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
+}
+
+int workerPlaces()
+{
+    return qBound(1, option("pannel").toInt(), maxWorkers); // sic: the key is so spelled
+}
+
+} // namespace
+
+CAdobeDownloader::CAdobeDownloader(QObject *parent)
+    : QObject(parent)
+    , m_parser(std::make_shared<CAdobeParser>(m_stop))
+{
+    m_heartbeat.setInterval(heartbeatMs);
+    connect(&m_heartbeat, &QTimer::timeout, this, [this] { emit AdobeActive(true); });
+}
+
+CAdobeDownloader::~CAdobeDownloader()
+{
+    m_stop.raise();
+    const auto workers = findChildren<CAdobeDownloadThread *>();
+    for (CAdobeDownloadThread *worker : workers) {
+        worker->disconnect(this);
+        worker->Cancel();
+    }
+    for (CAdobeDownloadThread *worker : workers)
+        worker->wait();
+    if (m_state != State::Idle && m_state != State::Ended)
+        CAdobeOutputFile::GetInstance()->End();
+}
+
+bool CAdobeDownloader::Download()
+{
+    if (m_state != State::Idle)
+        return false;
+    m_state = State::Preparing;
+    m_heartbeat.start();
+    MakeOutDir(); // without a cache the run goes on
+
+    // The manifest is fetched in nested event loops, in which this object may be destroyed.
+    const QPointer<CAdobeDownloader> self(this);
+    const std::shared_ptr<CAdobeParser> parser = m_parser;
+    CAdobeData::GetInstance()->Reset();
+    const bool isParsed = !m_isCancelled && parser->parseManifest();
+    if (!self)
+        return false;
+    if (isParsed && !m_isCancelled && beginFetching())
+        return true;
+    stopWith(m_isCancelled ? cancelled : failed);
+    endIfStopped();
+    return false;
+}
+
+/// Returns false when there is nothing to fetch or no worker can be started.
+bool CAdobeDownloader::beginFetching()
+{
+    m_state = State::Fetching;
+    m_nextFragment = m_parser->StartFragment();
+    CAdobeOutputFile *output = CAdobeOutputFile::GetInstance();
+    output->Begin(m_nextFragment + 1);
+    output->SetGoOn([this] {
+        emit AdobeActive(true);
+        return isFetching();
+    });
+    AddDownloadThread();
+    return !isFetching() || !m_workers.isEmpty();
+}
+
+void CAdobeDownloader::Cancel()
+{
+    m_isCancelled = true;
+    Abort();
+}
+
+void CAdobeDownloader::Abort()
+{
+    m_isCancelled = true;
+    m_stop.raise();
+    if (isFetching())
+        stopWith(cancelled);
+}
+
+bool CAdobeDownloader::MakeOutDir()
+{
+    const QString path =
+        QDir(option("outDir").toString() + QLatin1String("/f4ftmp")).absolutePath();
+    return QDir().mkpath(path) && QFileInfo(path).isDir();
+}
+
+void CAdobeDownloader::AddDownloadThread()
+{
+    const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
+    const int places = workerPlaces();
+    while (isFetching() && m_nextFragment < lastFragment && m_workers.size() < places
+           && CAdobeOutputFile::GetInstance()->HeldBytes() < fullBytes) {
+        if (!startWorker())
+            return;
+        emit AdobeActive(true);
+    }
+}
+
+/// Returns false when the system has no thread left; the fragment is then still to be handed out.
+bool CAdobeDownloader::startWorker()
+{
+    auto *worker = new CAdobeDownloadThread(this);
+    connect(worker, &QThread::finished, this, &CAdobeDownloader::OnDownloaderFragmentFinished);
+    worker->setFragNum(m_nextFragment + 1);
+    worker->start(QThread::InheritPriority);
+    if (!worker->isRunning() && !worker->isFinished()) {
+        delete worker;
+        return false;
+    }
+    ++m_nextFragment;
+    m_workers += worker;
+    return true;
+}
+
+int CAdobeDownloader::FindThreadIndex(int fragNum) const
+{
+    for (int i = m_workers.size() - 1; i >= 0; --i) {
+        if (m_workers.at(i)->GetFragNum() == fragNum)
+            return i;
+    }
+    return -1;
+}
+
+void CAdobeDownloader::OnDownloaderFragmentFinished()
+{
+    m_hasNews = true;
+    // A receiver of AdobeActive() may run an event loop: the round under way then goes once more.
+    if (m_isCollecting)
+        return;
+    const QScopedValueRollback<bool> collecting(m_isCollecting, true);
+    while (m_hasNews) {
+        m_hasNews = false;
+        collectFinished();
+        if (isFetching() && writeCollected())
+            complete();
+        AddDownloadThread();
+    }
+    if (isFetching() && m_workers.isEmpty())
+        stopWith(failed); // nothing is left that could bring the run to its end
+    endSoonIfStopped();
+}
+
+void CAdobeDownloader::collectFinished()
+{
+    CAdobeOutputFile *output = CAdobeOutputFile::GetInstance();
+    for (int i = m_workers.size() - 1; i >= 0; --i) {
+        const CAdobeDownloadThread *worker = m_workers.at(i);
+        if (worker->isRunning())
+            continue;
+        if (isFetching()) {
+            const int fragNum = worker->GetFragNum();
+            const QByteArray content = worker->GetFragUrlContent();
+            if (worker->IsCached() && output->HeldBytes() + content.size() > maxHeldBytes)
+                output->SetFragFile(fragNum, CAdobeDownloadThread::CacheFile(fragNum));
+            else
+                output->SetFragContent(fragNum, content);
+        }
+        removeWorker(i);
+    }
+    emit AdobeActive(true);
+}
+
+/// Returns whether the file is complete.
+bool CAdobeDownloader::writeCollected()
+{
+    CAdobeOutputFile *output = CAdobeOutputFile::GetInstance();
+    const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
+    while (output->GetWriteFragNum() < lastFragment) {
+        const int written = output->WriteFlvFile();
+        if (written < 0)
+            stopWith(failed);
+        if (written <= 0 || !isFetching())
+            return false;
+        output->OutProgress();
+        emit AdobeActive(true);
+        if (!isFetching())
+            return false;
+    }
+    return true;
+}
+
+void CAdobeDownloader::complete()
+{
+    const QString size = QString::number(QFileInfo(CAdobeOutputFile::FilePath()).size());
+    HostLine::sendQuoted(QStringLiteral("downloaded:%1/%1").arg(size));
+    if (option("delete").toBool())
+        deleteCache();
+    stopWith(succeeded);
+}
+
+void CAdobeDownloader::deleteCache()
+{
+    const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
+    for (int n = m_parser->StartFragment() + 1; n <= lastFragment && isFetching(); ++n) {
+        QFile::remove(CAdobeDownloadThread::CacheFile(n)); // one that was given up has none
+        emit AdobeActive(true);
+    }
+}
+
+void CAdobeDownloader::RemoveAllThread()
+{
+    for (CAdobeDownloadThread *worker : qAsConst(m_workers)) {
+        if (!worker->isRunning())
+            continue;
+        connect(worker, &CAdobeDownloadThread::CancleFragment, this,
+                &CAdobeDownloader::OnCancelThread, Qt::UniqueConnection);
+        worker->Cancel();
+    }
+}
+
+void CAdobeDownloader::OnCancelThread(int fragNum)
+{
+    const int index = FindThreadIndex(fragNum);
+    // One that is still on its way out is removed when its end is reported.
+    if (index >= 0 && !m_workers.at(index)->isRunning())
+        removeWorker(index);
+    endSoonIfStopped();
+}
+
+void CAdobeDownloader::removeWorker(int index)
+{
+    CAdobeDownloadThread *worker = m_workers.takeAt(index);
+    worker->disconnect(this);
+    worker->deleteLater();
+}
+
+/// Decides the result, for good, and stops the workers.
+void CAdobeDownloader::stopWith(int result)
+{
+    if (m_state == State::Stopping || m_state == State::Ended)
+        return;
+    m_state = State::Stopping;
+    m_result = result;
+    RemoveAllThread();
+    endSoonIfStopped();
+}
+
+/// Leaves the end to the event loop, so that nothing of this object is on the stack by then: a
+/// receiver of finished() may destroy it.
+void CAdobeDownloader::endSoonIfStopped()
+{
+    if (m_state == State::Stopping && m_workers.isEmpty())
+        QMetaObject::invokeMethod(this, &CAdobeDownloader::endIfStopped, Qt::QueuedConnection);
+}
+
+void CAdobeDownloader::endIfStopped()
+{
+    if (m_state != State::Stopping || !m_workers.isEmpty())
+        return;
+    m_state = State::Ended;
+    m_heartbeat.stop();
+    CAdobeOutputFile::GetInstance()->End();
+    emit finished(m_result);
+}

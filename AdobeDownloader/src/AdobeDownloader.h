@@ -1,0 +1,99 @@
+#ifndef ADOBEDOWNLOADER_H
+#define ADOBEDOWNLOADER_H
+
+#include "AdobeParser.h"
+#include "StopFlag.h"
+
+#include <QList>
+#include <QObject>
+#include <QTimer>
+
+#include <memory>
+
+class CAdobeDownloadThread;
+
+/// Downloads one HDS stream, as the options describe it, into one FLV file.
+///
+/// Life: Download() reads the manifest in nested event loops, then workers fetch the fragments
+/// while the caller's event loop runs. The object lives on the main thread and owns its workers;
+/// they report to it by queued signals only. A run ends exactly once, with finished(), and an
+/// object does one run. It may be destroyed at any time but from a slot of AdobeActive(): that
+/// stops the workers and waits for them.
+class CAdobeDownloader final : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CAdobeDownloader(QObject *parent = nullptr);
+    ~CAdobeDownloader() override;
+
+    /// Starts the download. Returns false when nothing could be started; finished() has then been
+    /// sent, unless a run was started before.
+    bool Download();
+
+    /// Stops the run, which ends with finished(-1) once all workers have stopped. Legal at any
+    /// time: before Download() it makes that end at once, after the end it does nothing.
+    void Cancel();
+
+    /// Stops the workers, which ends the run as Cancel() does.
+    void Abort();
+
+    /// Creates the folder of the fragment cache. Returns whether it is there.
+    bool MakeOutDir();
+
+    /// Hands out fragments while there are free worker places.
+    void AddDownloadThread();
+
+    /// The place of the worker that has the fragment; -1 when none does.
+    [[nodiscard]] int FindThreadIndex(int fragNum) const;
+
+signals:
+    /// The end of the run: 1 the file is complete, 0 it could not be made, -1 cancelled.
+    void finished(int result);
+
+    /// Sent often while the run goes on, also while it only waits, so that a receiver can look
+    /// whether it is to be cancelled. The receiver may call Cancel().
+    void AdobeActive(bool isActive);
+
+public slots:
+    /// Collects finished workers, writes what can be written and hands out the next fragments.
+    void OnDownloaderFragmentFinished();
+
+    /// Removes the stopped worker of a cancelled fragment.
+    void OnCancelThread(int fragNum);
+
+private:
+    enum class State {
+        Idle,
+        Preparing, // Download() waits for the manifest
+        Fetching,
+        Stopping, // the result is known, workers are still running
+        Ended
+    };
+
+    bool beginFetching();
+    bool startWorker();
+    void collectFinished();
+    bool writeCollected();
+    void complete();
+    void deleteCache();
+    void RemoveAllThread();
+    void removeWorker(int index);
+    void stopWith(int result);
+    void endSoonIfStopped();
+    void endIfStopped();
+    [[nodiscard]] bool isFetching() const { return m_state == State::Fetching; }
+
+    StopFlag m_stop; // for the parser's requests
+    std::shared_ptr<CAdobeParser> m_parser;
+    QList<CAdobeDownloadThread *> m_workers; // children of this object
+    QTimer m_heartbeat;
+    State m_state = State::Idle;
+    int m_result = 0; // in the states Stopping and Ended
+    int m_nextFragment = 0; // the last fragment handed out
+    bool m_isCancelled = false;
+    bool m_isCollecting = false;
+    bool m_hasNews = false; // a worker ended since the last look
+};
+
+#endif
