@@ -1,5 +1,6 @@
 #include "browser.h"
 
+#include "AdobePreference.h"
 #include "CsvLog.h"
 #include "FilterVideo.h"
 #include "HostLine.h"
@@ -82,6 +83,26 @@ void reportResult(const QString &what, int state)
         HostLine::sendText(what + QLatin1String(" download finished:") + word);
 }
 
+/// The stream's download as an argument list. The first two stand where a program name would, and
+/// are not read.
+QStringList hdsArguments(const QString &f4mUrl, const QString &outDir)
+{
+    const auto *const preference = CVideoPreference::instance();
+    QStringList arguments{QStringLiteral("--url"), preference->GetPageUrl(),
+                          QStringLiteral("--manifest"), f4mUrl};
+    const int query = f4mUrl.indexOf(QLatin1Char('?'));
+    if (query > 0)
+        arguments += {QStringLiteral("--auth"), f4mUrl.mid(query + 1)};
+    const ProxySetting proxy = preference->GetProxy();
+    if (!proxy.host.isEmpty())
+        arguments += {QStringLiteral("--proxy"),
+                      QStringLiteral("%1:%2:%3").arg(proxy.type).arg(proxy.host).arg(proxy.port)};
+    const QString path = preference->GetVideoFullPath();
+    arguments += {QStringLiteral("--outFile"), path.mid(path.lastIndexOf(QLatin1Char('/')) + 1),
+                  QStringLiteral("--outDir"), outDir};
+    return arguments;
+}
+
 bool appendFile(QFile &output, const QString &path)
 {
     QFile input(path);
@@ -117,6 +138,7 @@ Browser::Browser(QObject *parent)
 Browser::~Browser()
 {
     disConnect();
+    m_hdsDownloader.disconnect(this);
     m_view.reset(); // the page's replies live in the network manager: the page goes first
 }
 
@@ -151,6 +173,8 @@ void Browser::connectAll()
                 getDownloadState(rangeNo, isUntyped ? Downloader::Video : downType, state);
             });
     connect(&m_thumbDownloader, &Downloader::finished, this, &Browser::getDownloadState);
+    connect(&m_hdsDownloader, &CAdobeDownloader::finished, this, &Browser::onDownloadFinishedF4f);
+    connect(&m_hdsDownloader, &CAdobeDownloader::AdobeActive, this, &Browser::onF4fCheckExit);
     connect(&m_watchTimer, &QTimer::timeout, this, &Browser::onWatchTimerTimeOut);
     connect(qApp, &QGuiApplication::lastWindowClosed, this, &Browser::requestClose);
 }
@@ -233,7 +257,10 @@ bool Browser::exitIfAsked()
 void Browser::onWatchTimerTimeOut()
 {
     m_guard->beat(m_result);
-    exitIfAsked();
+    if (m_isHdsRunning)
+        onF4fCheckExit(true); // its workers are stopped before the run ends
+    else
+        exitIfAsked();
 }
 
 void Browser::later(const std::function<void()> &step)
@@ -541,20 +568,29 @@ bool Browser::mergeVideoFile(int count)
     return true;
 }
 
-int Browser::DownloadF4f(const QString &)
+int Browser::DownloadF4f(const QString &f4mUrl)
 {
-    onDownloadFinishedF4f(Downloader::Failed);
-    return 0;
+    const auto *const preference = CVideoPreference::instance();
+    const QString outDir = preference->GetOutDir();
+    HostLine::sendQuoted(outDir);
+    CAdobePreference::GetInstance()->parseParams(hdsArguments(f4mUrl, outDir));
+    m_isHdsRunning = true;
+    return m_hdsDownloader.Download() ? 1 : 0;
 }
 
 void Browser::onDownloadFinishedF4f(int ret)
 {
+    m_isHdsRunning = false;
     if (m_isClosing || exitIfAsked())
         return;
     reportVideoResult(ret);
 }
 
-void Browser::onF4fCheckExit(bool) { }
+void Browser::onF4fCheckExit(bool bActive)
+{
+    if (bActive && isExitAsked())
+        m_hdsDownloader.Cancel();
+}
 
 void Browser::DownloadHulu(const QString &url)
 {

@@ -5,6 +5,7 @@
 #include <QTimer>
 
 #include "AdobeCookieJar.h"
+#include "AdobeDownloader.h"
 #include "NetworkReplyProxy.h"
 #include "ParseData.h"
 #include "SiteSettings.h"
@@ -57,7 +58,8 @@ public:
     /// Selects a candidate and starts the downloads, once.
     void download();
 
-    /// Starts the download of a stream. Returns 0 when it could not be started.
+    /// Starts the download of a stream; the manifest is read in nested event loops. Returns 0 when
+    /// nothing could be started, which also ends the run.
     int DownloadF4f(const QString &f4mUrl);
 
     /// Asks a selection endpoint of that site. Always ends the run without a video.
@@ -102,6 +104,8 @@ public slots:
     void getDownloadState(int rangeNo, int downType, int state);
     void onDownloadFinishedF4f(int ret);
     void webViewClose();
+
+    /// Cancels a stream's download when the host has asked for the end of the run.
     void onF4fCheckExit(bool bActive);
 
 private:
@@ -137,6 +141,8 @@ private:
     QString m_huluSelectionUrl;
     Downloader m_videoDownloader;
     Downloader m_thumbDownloader;
+    CAdobeDownloader m_hdsDownloader;
+    bool m_isHdsRunning = false;
     int m_expectedParts = 1;
     int m_succeededParts = 0;
     int m_failedParts = 0;
