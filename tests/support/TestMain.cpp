@@ -30,6 +30,11 @@ void setArguments(const QStringList &arguments)
     currentValues.at(static_cast<size_t>(currentCount)) = nullptr;
 }
 
+void setCommandLine(const QString &words)
+{
+    setArguments(words.split(QLatin1Char(' '), Qt::SkipEmptyParts));
+}
+
 int runTest(const std::function<std::unique_ptr<QObject>()> &makeTest, int argc, char *argv[])
 {
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));

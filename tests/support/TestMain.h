@@ -10,6 +10,9 @@
 /// Replaces what QCoreApplication::arguments() returns, the program path excepted.
 void setArguments(const QStringList &arguments);
 
+/// setArguments() with the words of a command line; blanks separate them and there are no quotes.
+void setCommandLine(const QString &words);
+
 /// Makes a test object inside a widget application whose argument list setArguments() can change,
 /// and runs it.
 int runTest(const std::function<std::unique_ptr<QObject>()> &makeTest, int argc, char *argv[]);
