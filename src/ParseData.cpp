@@ -3,9 +3,9 @@
 #include "VideoPreference.h"
 #include "utils.h"
 
+#include <QByteArrayList>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QVariant>
 
 #include <algorithm>
@@ -28,13 +28,20 @@ QString fittingFileName(QString name, const QString &ext)
     return QStringLiteral("%1.%2").arg(name, ext);
 }
 
-QJsonObject toJsonObject(const VideoFile &file)
+/// The text as a JSON string.
+QByteArray jsonText(const QString &text)
 {
-    return {
-        {QStringLiteral("height"), file.height},       {QStringLiteral("nSize"), file.nSize},
-        {QStringLiteral("strFormat"), file.strFormat}, {QStringLiteral("urlType"), file.urlType},
-        {QStringLiteral("videoUrl"), file.address()},  {QStringLiteral("width"), file.width},
-    };
+    const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
+    return array.mid(1, array.size() - 2);
+}
+
+/// Written by hand because the toolkit's JSON numbers are doubles, which do not hold every size.
+QByteArray jsonObject(const VideoFile &file)
+{
+    return "{\"height\":" + QByteArray::number(file.height) + ",\"nSize\":"
+        + QByteArray::number(file.nSize) + ",\"strFormat\":" + jsonText(file.strFormat)
+        + ",\"urlType\":" + jsonText(file.urlType) + ",\"videoUrl\":" + jsonText(file.address())
+        + ",\"width\":" + QByteArray::number(file.width) + '}';
 }
 
 VideoFile fromVariantMap(const QVariantMap &map)
@@ -149,17 +156,15 @@ QString ParseData::getVideoFullPath() const
 
 QByteArray ParseData::toJson() const
 {
-    QJsonArray files;
+    QByteArrayList files;
     for (const VideoFile &file : fileList)
-        files += toJsonObject(file);
-    const QJsonObject record{
-        {QStringLiteral("fileList"), files},
-        {QStringLiteral("playList"), QJsonArray::fromStringList(playList)},
-        {QStringLiteral("selectedVideo"), selectedVideo},
-        {QStringLiteral("thumbUrl"), getThumbUrl()},
-        {QStringLiteral("title"), getHtmlTitle()},
-    };
-    return QJsonDocument(record).toJson(QJsonDocument::Compact);
+        files += jsonObject(file);
+    QByteArrayList pages;
+    for (const QString &page : playList)
+        pages += jsonText(page);
+    return "{\"fileList\":[" + files.join(',') + "],\"playList\":[" + pages.join(',')
+        + "],\"selectedVideo\":" + QByteArray::number(selectedVideo) + ",\"thumbUrl\":"
+        + jsonText(getThumbUrl()) + ",\"title\":" + jsonText(getHtmlTitle()) + '}';
 }
 
 void ParseData::fromJson(const QByteArray &document)
