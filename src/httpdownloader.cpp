@@ -75,7 +75,9 @@ bool HttpDownloader::download()
     releaseReply();
     m_content.clear();
     m_expectedLength = 0;
+    m_receivedBytes = 0;
     m_hasWriteFailed = false;
+    m_isPartial = CVideoPreference::instance()->GetPartialDown();
 
     QNetworkRequest request = makeRequest(QUrl(m_url));
     installCookieJar(m_manager, &m_cookieJar);
@@ -139,7 +141,7 @@ bool HttpDownloader::hasUsableAnswer() const
 {
     const int status = statusOf(*m_reply);
     return m_reply->error() == QNetworkReply::NoError
-        && (status == 0 || (status >= 200 && status < 300));
+        && (status == 0 || (status >= 200 && status < 300)) && answersWantedRange();
 }
 
 bool HttpDownloader::answersWantedRange() const
@@ -158,7 +160,7 @@ void HttpDownloader::checkAnswer()
 {
     const int status = statusOf(*m_reply);
     if (status >= 400 || !answersWantedRange()) {
-        m_reply->abort(); // ends in httpFinished()
+        endReplySoon();
         return;
     }
     const qint64 wholeSize = CVideoPreference::instance()->GetTotalSize();
@@ -169,18 +171,37 @@ void HttpDownloader::checkAnswer()
         m_rangeStart = 0;
         m_hasWriteFailed = !m_file.resize(0);
         if (m_hasWriteFailed)
-            m_reply->abort();
+            endReplySoon();
     }
+}
+
+/// Ends a reply whose body nobody wants, without waiting for the body. Queued: the toolkit may have
+/// an error of its own under way, and a reply takes only one.
+void HttpDownloader::endReplySoon()
+{
+    QMetaObject::invokeMethod(m_reply, &QNetworkReply::abort, Qt::QueuedConnection);
 }
 
 void HttpDownloader::httpReadyRead()
 {
-    if (!isFileMode())
+    if (!isFileMode()) {
         collectReadable();
-    else if (hasUsableAnswer())
+    } else if (hasUsableAnswer()) {
+        const QPointer<QNetworkReply> reply(m_reply);
+        const QPointer<HttpDownloader> self(this);
         saveReadable();
-    else if (m_reply->error() == QNetworkReply::NoError)
-        m_reply->readAll(); // the body of a redirect; left alone it would stop the reply
+        // The toolkit's own reports come at intervals, in which a fast server sends far too much.
+        if (self && reply == m_reply && m_isPartial && !m_reply->isFinished())
+            updateDataReadProgress(m_receivedBytes, declaredLength());
+    } else if (m_reply->error() == QNetworkReply::NoError) {
+        m_reply->readAll(); // not wanted; left alone it would stop the reply
+    }
+}
+
+qint64 HttpDownloader::declaredLength() const
+{
+    const QVariant length = m_reply->header(QNetworkRequest::ContentLengthHeader);
+    return length.isValid() ? length.toLongLong() : -1;
 }
 
 void HttpDownloader::collectReadable()
@@ -199,6 +220,7 @@ void HttpDownloader::saveReadable()
         const qint64 count = m_reply->read(m_chunk.data(), m_chunk.size());
         if (count <= 0)
             return;
+        m_receivedBytes += count;
         if (m_file.write(m_chunk.constData(), count) != count) {
             m_hasWriteFailed = true;
             m_reply->abort(); // ends in httpFinished()
@@ -215,9 +237,10 @@ void HttpDownloader::updateDataReadProgress(qint64 bytesReceived, qint64 bytesTo
         m_expectedLength = bytesTotal;
 
     const qint64 received = boundedSum(m_rangeStart, bytesReceived);
+    const QPointer<QNetworkReply> reply(m_reply);
     const QPointer<HttpDownloader> self(this);
     emit sendProgress(m_rangeNo, received, boundedSum(m_rangeStart, bytesTotal));
-    if (self && received > partialBytes && CVideoPreference::instance()->GetPartialDown())
+    if (self && reply == m_reply && received > partialBytes && m_isPartial)
         cancel();
 }
 
@@ -227,7 +250,8 @@ void HttpDownloader::httpFinished()
         finishFile();
         return;
     }
-    m_content += m_reply->readAll().left(maxContentBytes);
+    if (m_reply->isOpen()) // not after an abort
+        m_content += m_reply->readAll().left(maxContentBytes);
     emit downFinished(m_rangeNo);
 }
 
@@ -242,7 +266,9 @@ void HttpDownloader::finishFile()
         saveReadable();
     const qint64 fileSize = m_file.size();
     m_file.close();
-    if (isUsable && !m_hasWriteFailed && fileSize >= m_expectedLength)
+    // The toolkit misses a cut that arrives together with the last bytes before it.
+    const bool isWhole = m_receivedBytes >= declaredLength() && fileSize >= m_expectedLength;
+    if (isUsable && !m_hasWriteFailed && isWhole)
         emit downFinished(m_rangeNo);
     else
         emit downerror(m_rangeNo);
@@ -252,13 +278,14 @@ void HttpDownloader::cancel()
 {
     if (!m_reply)
         return;
-    const QPointer<HttpDownloader> self(this); // each step below may end in a receiver's slot
+    // Each step below may end in a receiver's slot, which may delete this or begin another
+    // transfer.
+    const QPointer<QNetworkReply> reply(m_reply);
+    const QPointer<HttpDownloader> self(this);
     if (isFileMode() && hasUsableAnswer())
         saveReadable(); // now, since the abort ends in httpFinished(), which closes the file
-    if (self && m_reply)
-        m_reply->abort();
-    if (self)
-        m_file.close();
+    if (self && reply == m_reply)
+        reply->abort();
 }
 
 QByteArray HttpDownloader::RawContent() const

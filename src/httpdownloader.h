@@ -73,8 +73,10 @@ private:
     void setRange(QNetworkRequest &request) const;
     void releaseReply();
     void checkAnswer();
+    void endReplySoon();
     [[nodiscard]] bool hasUsableAnswer() const;
     [[nodiscard]] bool answersWantedRange() const;
+    [[nodiscard]] qint64 declaredLength() const;
     void saveReadable();
     void collectReadable();
     void finishFile();
@@ -91,7 +93,9 @@ private:
     QByteArray m_content;
     qint64 m_expectedLength = 0;
     CAdobeCookieJar m_cookieJar;
+    qint64 m_receivedBytes = 0; ///< of the running answer's body
     bool m_hasWriteFailed = false;
+    bool m_isPartial = false;
     QByteArray m_chunk; ///< carries bytes from the reply to the file
 };
 
