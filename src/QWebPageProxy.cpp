@@ -1,5 +1,6 @@
 #include "QWebPageProxy.h"
 
+#include "PluginGuard.h"
 #include "ShareMemoryManager.h"
 
 #include <QWebFrame>
@@ -7,6 +8,7 @@
 QWebPageProxy::QWebPageProxy(QObject *parent)
     : QWebPage(parent)
 {
+    setPluginFactory(new PluginGuard(this));
     connect(this, &QWebPage::loadFinished, this, &QWebPageProxy::pageLoaded);
 }
 

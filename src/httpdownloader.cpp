@@ -13,6 +13,9 @@
 namespace {
 
 constexpr int maxRedirects = 10;
+// A server that has gone silent for so long will not come back; the toolkit also misses some
+// connections that end inside a chunk's header.
+constexpr int maxSilenceMs = 60000;
 constexpr int chunkBytes = 256 * 1024;
 constexpr qint64 readBufferBytes = 4 * 1024 * 1024;
 constexpr qint64 probeBufferBytes = 64 * 1024; // only the header of a probe's answer is wanted
@@ -31,6 +34,11 @@ QNetworkRequest makeRequest(const QUrl &url)
 int statusOf(const QNetworkReply &reply)
 {
     return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+bool isRedirect(const QNetworkReply &reply)
+{
+    return statusOf(reply) >= 300 && statusOf(reply) < 400;
 }
 
 /// a + b for a position and a length that a server named, without overflow.
@@ -80,6 +88,7 @@ bool HttpDownloader::download()
     m_isPartial = CVideoPreference::instance()->GetPartialDown();
 
     QNetworkRequest request = makeRequest(QUrl(m_url));
+    request.setTransferTimeout(maxSilenceMs);
     installCookieJar(m_manager, &m_cookieJar);
     if (isFileMode()) {
         setRange(request);
@@ -313,12 +322,15 @@ qint64 HttpDownloader::GetFileSize(QUrl url)
     reply->setReadBufferSize(probeBufferBytes);
 
     QEventLoop loop;
+    connect(reply.get(), &QNetworkReply::metaDataChanged, &loop, [&reply, &loop] {
+        if (!isRedirect(*reply))
+            loop.quit(); // the answer is known; its body may never come
+    });
     connect(reply.get(), &QNetworkReply::readyRead, &loop, &QEventLoop::quit);
     connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
     loop.exec();
 
-    const int status = statusOf(*reply);
-    if (status >= 300 && status < 400)
+    if (isRedirect(*reply))
         return 0; // the length of a redirect's own body says nothing of the file
     return reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
 }

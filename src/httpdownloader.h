@@ -31,9 +31,9 @@ public:
     void setDownloadInfo(const QString &filePath, const QString &url, qint64 start, qint64 end,
                          int rangeNo, bool append);
 
-    /// Starts the request. Exactly one of downFinished() and downerror() follows; downerror() comes
-    /// from inside this call when the file cannot be opened, and then no request is sent.
-    /// Returns whether a request was sent.
+    /// Starts the request, which fails when nothing arrives for a minute. Exactly one of
+    /// downFinished() and downerror() follows; downerror() comes from inside this call when the
+    /// file cannot be opened, and then no request is sent. Returns whether a request was sent.
     bool download();
 
     /// Ends the running request; what has arrived reaches the file. downerror() follows.

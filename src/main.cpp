@@ -1,3 +1,4 @@
+#include "FlashVersion.h"
 #include "HostLine.h"
 #include "ShareMemoryManager.h"
 #include "StopSignals.h"
@@ -7,12 +8,14 @@
 #include <QApplication>
 #include <QDateTime>
 #include <QDir>
+#include <QEventLoop>
 #include <QFile>
 #include <QLoggingCategory>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QNetworkProxyFactory>
 #include <QTextCodec>
+#include <QTimer>
 
 #include <atomic>
 #include <cerrno>
@@ -189,6 +192,21 @@ void printUsage()
         HostLine::sendPlain(QString::fromLatin1(line));
 }
 
+/// Prints the version of the Flash plug-in that the engine can use; an empty one when the engine
+/// does not say it in time.
+void flashVersion()
+{
+    constexpr int patienceMs = 1000;
+    CFlashVersion probe;
+    QEventLoop loop;
+    QObject::connect(&probe, &CFlashVersion::versionInfoReady, &loop, &QEventLoop::quit);
+    QTimer::singleShot(patienceMs, &loop, &QEventLoop::quit);
+    probe.load();
+    loop.exec();
+    HostLine::sendPlain(
+        QStringLiteral("You have Flash player %1 installed").arg(probe.getVersion()));
+}
+
 /// Runs one page run to its end and returns the event loop's result.
 int exec(QApplication *application)
 {
@@ -214,11 +232,16 @@ int main(int argc, char *argv[])
     }
 
     const auto *const preference = CVideoPreference::instance();
+    const bool isPageRun = !preference->GetExitFlag() && !preference->GetInfoFlag();
+    if (!isPageRun && preference->GetLog())
+        openLog();
     if (preference->GetExitFlag()) {
-        if (preference->GetLog())
-            openLog();
         HostLine::sendText(QStringLiteral("set ExitFlag"));
         ShareMemoryManager::GetInstance()->SetExitFlag(true);
+        return 0;
+    }
+    if (preference->GetInfoFlag()) {
+        flashVersion();
         return 0;
     }
     if (preference->GetPageUrl().isEmpty())
