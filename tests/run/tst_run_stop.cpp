@@ -174,6 +174,29 @@ private slots:
         QVERIFY(run.fileContent(name + option(".mp4")) == m_video.left(300000));
     }
 
+    void aServerThatVanishesInsideAChunkIsGivenUp()
+    {
+        ScriptedServer server;
+        server.on("/page", htmlReply(videoPage("/v.mp4")));
+        server.onRaw("/v.mp4", [this](const HttpRequest &request, QTcpSocket *socket) {
+            if (isFromDownloader(request)) {
+                socket->write("HTTP/1.1 200 OK\r\nContent-Type: video/mp4\r\n"
+                              "Transfer-Encoding: chunked\r\n\r\n5\r\n");
+            } else {
+                socket->write("HTTP/1.1 200 OK\r\nContent-Type: video/mp4\r\n"
+                              "Content-Length: 6000000\r\n\r\n");
+                socket->write(m_video);
+            }
+            socket->disconnectFromHost();
+        });
+        const QString page = server.address("/page");
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), page}, 120000));
+        QVERIFY2(run.errorOutput().endsWith(fixedLine("video download finished:failed")
+                                            + fixedLine("detach sharememory")),
+                 run.errorOutput());
+    }
+
     void theHostMayWriteTheByteItself()
     {
         ScriptedServer server;
