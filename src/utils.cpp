@@ -12,12 +12,11 @@
 
 namespace {
 
-constexpr QLatin1String metaNamePattern(R"re(<meta\s+name\s*=\s*"%1"\s+content\s*=\s*"([^"]*)")re");
-constexpr QLatin1String
+const QLatin1String metaNamePattern(R"re(<meta\s+name\s*=\s*"%1"\s+content\s*=\s*"([^"]*)")re");
+const QLatin1String
     metaPropertyPattern(R"re(<meta\s+property\s*=\s*"%1"\s+content\s*=\s*"([^"]*)")re");
-constexpr QLatin1String linkRelFirstPattern(R"re(<link\s+rel\s*=\s*"%1"\s+href\s*=\s*"([^"]*)")re");
-constexpr QLatin1String
-    linkHrefFirstPattern(R"re(<link\s+href\s*=\s*"([^"]*)"\s+rel\s*=\s*"%1")re");
+const QLatin1String linkRelFirstPattern(R"re(<link\s+rel\s*=\s*"%1"\s+href\s*=\s*"([^"]*)")re");
+const QLatin1String linkHrefFirstPattern(R"re(<link\s+href\s*=\s*"([^"]*)"\s+rel\s*=\s*"%1")re");
 
 bool isHexDigit(QChar c)
 {
