@@ -42,6 +42,13 @@ CAdobeDownloadThread::CAdobeDownloadThread(QObject *parent)
 {
 }
 
+CAdobeDownloadThread::~CAdobeDownloadThread()
+{
+    if (!m_isDone)
+        Cancel();
+    wait();
+}
+
 void CAdobeDownloadThread::setFragNum(int fragNum)
 {
     m_fragNum = fragNum;
@@ -54,12 +61,12 @@ int CAdobeDownloadThread::GetFragNum() const
 
 QByteArray CAdobeDownloadThread::GetFragUrlContent() const
 {
-    return m_content;
+    return m_isDone ? m_content : QByteArray();
 }
 
 bool CAdobeDownloadThread::IsCached() const
 {
-    return m_isCached;
+    return m_isDone && m_isCached;
 }
 
 void CAdobeDownloadThread::Cancel()
@@ -83,6 +90,7 @@ void CAdobeDownloadThread::run()
 void CAdobeDownloadThread::DownloaderFragment()
 {
     m_content = GetFragContent();
+    m_isDone = true;
 }
 
 QByteArray CAdobeDownloadThread::GetFragContent()

@@ -7,6 +7,8 @@
 #include <QString>
 #include <QThread>
 
+#include <atomic>
+
 /// One worker: obtains one fragment, from the cache folder or else from the network, and ends.
 ///
 /// The object belongs to the thread that made it. Once the thread has ended its results may be
@@ -17,6 +19,9 @@ class CAdobeDownloadThread final : public QThread
 
 public:
     explicit CAdobeDownloadThread(QObject *parent = nullptr);
+
+    /// Stops the worker and waits for it.
+    ~CAdobeDownloadThread() override;
 
     void setFragNum(int fragNum);
     [[nodiscard]] int GetFragNum() const;
@@ -47,8 +52,9 @@ private:
 
     StopFlag m_stop;
     int m_fragNum = 0;
-    QByteArray m_content; // written by the worker, read after its end
+    QByteArray m_content; // written by the worker, read once m_isDone is set
     bool m_isCached = false; // likewise
+    std::atomic_bool m_isDone = false;
 };
 
 #endif

@@ -2,8 +2,6 @@
 
 #include "HostLine.h"
 
-#include <QMutexLocker>
-
 namespace {
 
 QMap<QString, QVariant> defaultOptions()
@@ -68,19 +66,19 @@ CAdobePreference *CAdobePreference::GetInstance()
 
 QVariant CAdobePreference::GetOption(const QString &key)
 {
-    const QMutexLocker locker(&m_mutex);
+    const std::lock_guard locker(m_mutex);
     return m_options[key];
 }
 
 void CAdobePreference::SetOption(const QString &key, const QVariant &value)
 {
-    const QMutexLocker locker(&m_mutex);
+    const std::lock_guard locker(m_mutex);
     m_options[key] = value;
 }
 
 void CAdobePreference::Reset()
 {
-    const QMutexLocker locker(&m_mutex);
+    const std::lock_guard locker(m_mutex);
     m_options = defaultOptions();
 }
 

@@ -2,10 +2,11 @@
 #define ADOBEPREFERENCE_H
 
 #include <QMap>
-#include <QMutex>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
+
+#include <mutex>
 
 /// The options of the HDS downloader, by key. One map for the process; every function is safe on
 /// any thread.
@@ -36,7 +37,7 @@ private:
 
     bool setProxy(const QString &value);
 
-    QMutex m_mutex; // guards m_options
+    std::mutex m_mutex; // guards m_options; standard, so that thread analysers see it
     QMap<QString, QVariant> m_options;
 };
 

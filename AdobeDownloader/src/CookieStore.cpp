@@ -6,7 +6,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
-#include <QMutexLocker>
 #include <QSaveFile>
 #include <QStandardPaths>
 
@@ -128,13 +127,13 @@ CookieStore &CookieStore::instance()
 
 QList<QNetworkCookie> CookieStore::cookies() const
 {
-    const QMutexLocker locker(&m_mutex);
+    const std::lock_guard locker(m_mutex);
     return m_cookies;
 }
 
 bool CookieStore::insert(const QNetworkCookie &cookie)
 {
-    const QMutexLocker locker(&m_mutex);
+    const std::lock_guard locker(m_mutex);
     const int index = indexOf(m_cookies, cookie);
     const bool isGone = isExpired(cookie);
     if (index >= 0 && !isGone && m_cookies.at(index) == cookie)
@@ -153,7 +152,7 @@ bool CookieStore::insert(const QNetworkCookie &cookie)
 
 bool CookieStore::remove(const QNetworkCookie &cookie)
 {
-    const QMutexLocker locker(&m_mutex);
+    const std::lock_guard locker(m_mutex);
     const int index = indexOf(m_cookies, cookie);
     if (index < 0)
         return false;
@@ -166,7 +165,7 @@ bool CookieStore::load()
 {
     const QString path = filePath();
     const FileStamp stamp = stampOf(path);
-    const QMutexLocker locker(&m_mutex);
+    const std::lock_guard locker(m_mutex);
     if (stamp == m_seenStamp)
         return true;
     QList<QNetworkCookie> stored;
@@ -190,7 +189,7 @@ bool CookieStore::save()
     QList<QNetworkCookie> current;
     QSet<QByteArray> changedKeys;
     {
-        const QMutexLocker locker(&m_mutex);
+        const std::lock_guard locker(m_mutex);
         if (m_changedKeys.isEmpty())
             return true;
         current = m_cookies;
@@ -199,7 +198,7 @@ bool CookieStore::save()
 
     const QString path = filePath();
     const bool isWritten = writeFile(path, current, changedKeys);
-    const QMutexLocker locker(&m_mutex);
+    const std::lock_guard locker(m_mutex);
     if (!isWritten)
         m_changedKeys += changedKeys;
     return isWritten;
@@ -242,7 +241,7 @@ QString CookieStore::filePath()
 
 void CookieStore::clear()
 {
-    const QMutexLocker locker(&m_mutex);
+    const std::lock_guard locker(m_mutex);
     m_cookies.clear();
     m_changedKeys.clear();
     m_seenStamp = FileStamp();

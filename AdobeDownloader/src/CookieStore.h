@@ -4,10 +4,11 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QList>
-#include <QMutex>
 #include <QNetworkCookie>
 #include <QSet>
 #include <QString>
+
+#include <mutex>
 
 /// The cookies of this process, shared by all of its jars, and the file that keeps them.
 ///
@@ -63,7 +64,7 @@ private:
     bool writeFile(const QString &path, const QList<QNetworkCookie> &current,
                    const QSet<QByteArray> &changedKeys);
 
-    mutable QMutex m_mutex; // guards all members below
+    mutable std::mutex m_mutex; // guards all members below; standard, for thread analysers
     QList<QNetworkCookie> m_cookies;
     QSet<QByteArray> m_changedKeys;
     FileStamp m_seenStamp;

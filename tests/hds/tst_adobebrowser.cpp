@@ -9,6 +9,7 @@
 #include <QTemporaryDir>
 #include <QThread>
 
+#include <atomic>
 #include <memory>
 
 namespace {
@@ -453,7 +454,7 @@ private slots:
         m_server->hold("/a");
         const QString address = m_server->address("/a");
         const StopFlag stop;
-        bool isSuccess = true;
+        std::atomic_bool isSuccess = true;
         const std::unique_ptr<QThread> thread(QThread::create([&] {
             CAdobeBrowser browser(stop);
             browser.get(address, true);

@@ -1,11 +1,10 @@
 #include "MessageCatcher.h"
 
-#include <QMutex>
-#include <QMutexLocker>
+#include <mutex>
 
 namespace {
 
-QMutex mutex;
+std::mutex mutex; // standard, so that thread analysers see it
 QStringList caught;
 QtMessageHandler previousHandler = nullptr;
 
@@ -15,7 +14,7 @@ void handleMessage(QtMsgType type, const QMessageLogContext &context, const QStr
         previousHandler(type, context, message);
         return;
     }
-    const QMutexLocker locker(&mutex);
+    const std::lock_guard locker(mutex);
     caught += message;
 }
 
@@ -34,7 +33,7 @@ MessageCatcher::~MessageCatcher()
 
 QStringList MessageCatcher::lines() const
 {
-    const QMutexLocker locker(&mutex);
+    const std::lock_guard locker(mutex);
     return caught;
 }
 
@@ -45,6 +44,6 @@ QStringList MessageCatcher::linesWith(const QString &text) const
 
 void MessageCatcher::clear()
 {
-    const QMutexLocker locker(&mutex);
+    const std::lock_guard locker(mutex);
     caught.clear();
 }
