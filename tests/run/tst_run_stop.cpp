@@ -197,6 +197,23 @@ private slots:
                  run.errorOutput());
     }
 
+    void aServerThatFallsSilentIsGivenUp()
+    {
+        ScriptedServer server;
+        const QString page = servePage(server, m_video, [this](const HttpRequest &) {
+            HttpReply reply = mediaReply(m_video);
+            reply.holdAfterBytes = 300000;
+            return reply;
+        });
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), page}, 120000));
+        QVERIFY2(run.errorOutput().endsWith(fixedLine("video download finished:failed")
+                                            + fixedLine("detach sharememory")),
+                 run.errorOutput());
+        const QString path = option("tmp/") + pageHash(page) + option(".mp4");
+        QVERIFY(run.fileContent(path) == m_video.left(300000));
+    }
+
     void theHostMayWriteTheByteItself()
     {
         ScriptedServer server;
