@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 #include <QWebFrame>
 #include <QWebPage>
+#include <QWebView>
 
 #include <memory>
 
@@ -384,6 +385,42 @@ private slots:
         QVERIFY(catcher.linesWith(text("finished")).isEmpty());
         ShareMemoryManager::GetInstance()->SetExitFlag(false);
         ShareMemoryManager::GetInstance()->DeleteShareMemData();
+    }
+
+    void aWindowThatTheUserClosesEndsTheRunWithItsRow()
+    {
+        setOptions({text("--show"), text("--log")});
+        const MessageCatcher catcher;
+        Browser browser;
+        browser.loadPage();
+        QVERIFY(browser.m_view->isVisible());
+        // The application looks at its windows only while its own loop runs.
+        connect(&browser, &Browser::runEnded, qApp, &QCoreApplication::quit);
+        QTimer::singleShot(0, browser.m_view.get(), &QWidget::close);
+        QTimer::singleShot(20000, qApp, &QCoreApplication::quit);
+        QCoreApplication::exec();
+        QVERIFY(browser.isEnded());
+        QCOMPARE(catcher.lines(), QStringList{text("\"http://127.0.0.1:1/tst\" parsing... ")});
+        const QDir logs(m_folder->filePath(text("logs")));
+        QCOMPARE(logs.entryList({text("*.csv")}, QDir::Files).size(), 1);
+    }
+
+    void aStreamIsTakenOnce()
+    {
+        setOptions({text("--f4f")});
+        const MessageCatcher catcher;
+        const auto browser = analysing();
+        browser->setVideoUrl(text("http://127.0.0.1:1/a.f4m"));
+        browser->setVideoUrl(text("http://127.0.0.1:1/b.f4m"));
+        browser->setVideoUrl(text("http://127.0.0.1:1/c.f4m"), 10, text("video/f4m"));
+        QVERIFY(browser->m_isF4fMode);
+        QVERIFY(!browser->m_isAnalysing);
+        QVERIFY(catcher.lines().isEmpty()); // the engine may be in the middle of a request
+        QTRY_VERIFY(browser->isEnded());
+        QCOMPARE(catcher.linesWith(text("Get page:")),
+                 QStringList{text("Get page: \"http://127.0.0.1:1/a.f4m\" ")});
+        QCOMPARE(catcher.linesWith(text("finished")),
+                 QStringList{text("video download finished:failed ")});
     }
 
     void aRunThatEndsBeforeTheLoopStaysEnded()
