@@ -106,7 +106,7 @@ check_package() { # package
     expect_line "$work/control" 'Package: clipweir'
     expect_line "$work/control" "Version: $version"
     expect_line "$work/control" "Architecture: $(dpkg --print-architecture)"
-    for library in libqt5webkit5 libqt5network5 libqt5widgets5 libc6 \
+    for library in libqt5webkit5 libqt5network5 libqt5widgets5 libqt5xmlpatterns5 libc6 \
         gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav ffmpeg rtmpdump; do
         expect_dependency "$work/control" "$library"
     done
