@@ -179,8 +179,8 @@ void printUsage()
         "  --smartname: use title as filename",
         "  --noresume: disable resume feature, download from beginning",
         "  --keepimage: allow download image in url",
-        "  --log: allow log file(video_output_path\\url.log) and csv "
-        "log(video_output_path\\date.csv)",
+        ("  --log: allow log file(video_output_path\\url.log) and csv "
+         "log(video_output_path\\date.csv)"),
         "  --show: show webview frame",
         "  --info: show flash version",
         "  --exit: notify the process should exit asap",

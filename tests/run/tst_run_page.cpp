@@ -109,7 +109,7 @@ private slots:
         QCOMPARE(rows.at(0),
                  QByteArray("TaskId,Url,State,Time Used(s),FileSize,Duration(s),Width,Height,"
                             "Title,Thumb Path,Video Path"));
-        const QByteArray row = rows.at(1);
+        const QByteArray &row = rows.at(1);
         QVERIFY2(row.startsWith(pageHash(url).toUtf8() + ",\"" + url.toUtf8() + "\",Y,"), row);
         QVERIFY2(row.endsWith(',' + total + ",0,0,0,\"A & \"B\"\",\"" + run.path(name).toUtf8()
                               + ".thumb\",\"" + run.path(name).toUtf8() + ".mp4\""),
