@@ -5,11 +5,6 @@ namespace {
 
 constexpr int videoBytes = 6000000;
 
-QString option(const char *text)
-{
-    return QString::fromLatin1(text);
-}
-
 } // namespace
 
 /// Whole runs whose page has a video and whose download meets faults. Each must end in order, and
@@ -201,9 +196,7 @@ private slots:
                      + fixedLine("start download video ...")
                      + fixedLine("video download finished:failed")
                      + fixedLine("detach sharememory"));
-        const QString csv =
-            option("tmp/logs/") + QDate::currentDate().toString(Qt::ISODate) + option(".csv");
-        QVERIFY(run.fileContent(csv).contains(",N,"));
+        QVERIFY(run.fileContent(csvPath()).contains(",N,"));
     }
 
     void aThumbnailThatFailsLeavesNoFile()

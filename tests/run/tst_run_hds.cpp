@@ -6,11 +6,6 @@
 
 namespace {
 
-QString option(const char *text)
-{
-    return QString::fromLatin1(text);
-}
-
 /// A page whose script asks for addresses, in order.
 QByteArray askingPage(const QList<QByteArray> &addresses)
 {
@@ -126,9 +121,7 @@ private slots:
         }
         QCOMPARE(HdsStream::complaints(flv), QByteArray());
         QVERIFY(tagCount(run) > 0);
-        const QString csv =
-            option("tmp/logs/") + QDate::currentDate().toString(Qt::ISODate) + option(".csv");
-        QVERIFY(run.fileContent(csv).contains(",Y,"));
+        QVERIFY(run.fileContent(csvPath()).contains(",Y,"));
     }
 
     void everyLineOfARun()

@@ -37,11 +37,6 @@ constexpr int noArguments = 23; // -1001
 constexpr int noPageUrl = 14; // -1010
 constexpr int noOutputFolder = 13; // -1011
 
-QString option(const char *text)
-{
-    return QString::fromLatin1(text);
-}
-
 } // namespace
 
 class tst_RunModes : public QObject

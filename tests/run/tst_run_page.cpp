@@ -6,11 +6,6 @@
 
 namespace {
 
-QString option(const char *text)
-{
-    return QString::fromLatin1(text);
-}
-
 bool writeFile(const QString &path, const QByteArray &content)
 {
     QFile file(path);
@@ -103,9 +98,7 @@ private slots:
         const QString name = option("tmp/") + pageHash(url);
         QVERIFY(run.fileContent(name + option(".mp4")) == m_clip);
         QVERIFY(run.fileContent(name + option(".thumb")) == m_picture);
-        const QString csv =
-            option("tmp/logs/") + QDate::currentDate().toString(Qt::ISODate) + option(".csv");
-        const QList<QByteArray> rows = run.fileContent(csv).split('\n');
+        const QList<QByteArray> rows = run.fileContent(csvPath()).split('\n');
         QCOMPARE(rows.at(0),
                  QByteArray("TaskId,Url,State,Time Used(s),FileSize,Duration(s),Width,Height,"
                             "Title,Thumb Path,Video Path"));

@@ -3,11 +3,6 @@
 
 namespace {
 
-QString option(const char *text)
-{
-    return QString::fromLatin1(text);
-}
-
 QByteArray parseFailed(const QString &page)
 {
     return parsingLine(page) + fixedLine("parse failed") + fixedLine("detach sharememory");

@@ -9,11 +9,6 @@ namespace {
 
 constexpr int videoBytes = 6000000;
 
-QString option(const char *text)
-{
-    return QString::fromLatin1(text);
-}
-
 QByteArray exitingLines()
 {
     return fixedLine("exiting...") + fixedLine("detach sharememory");
@@ -52,9 +47,7 @@ private slots:
         run.start({option("--url"), page, option("--log")});
         stopAt(server, "/page", run, page, parsingLine(page));
         // One row, and not more than one.
-        const QString csv =
-            option("tmp/logs/") + QDate::currentDate().toString(Qt::ISODate) + option(".csv");
-        QCOMPARE(run.fileContent(csv).count('\n'), 2);
+        QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
     }
 
     void whileAnEndlessScriptRuns()
@@ -67,9 +60,7 @@ private slots:
         ProgramRun run;
         run.start({option("--url"), page, option("--log")});
         stopAt(server, "/page", run, page, parsingLine(page));
-        const QString csv =
-            option("tmp/logs/") + QDate::currentDate().toString(Qt::ISODate) + option(".csv");
-        QCOMPARE(run.fileContent(csv).count('\n'), 2);
+        QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
     }
 
     void whileAScriptWaitsForAHeldAnswer()
@@ -272,9 +263,7 @@ private slots:
         QVERIFY(run.endedNormally());
         QCOMPARE(run.exitCode(), 0);
         QVERIFY(run.fileContent(path) == m_video.left(300000));
-        const QString csv =
-            option("tmp/logs/") + QDate::currentDate().toString(Qt::ISODate) + option(".csv");
-        QVERIFY(run.fileContent(csv).contains(",N,"));
+        QVERIFY(run.fileContent(csvPath()).contains(",N,"));
     }
 
     void aSecondSignalKills()

@@ -1,7 +1,18 @@
 #include "PageRun.h"
 
 #include <QCryptographicHash>
+#include <QDate>
 #include <QRandomGenerator>
+
+QString option(const char *text)
+{
+    return QString::fromLatin1(text);
+}
+
+QString csvPath()
+{
+    return option("tmp/logs/") + QDate::currentDate().toString(Qt::ISODate) + option(".csv");
+}
 
 QByteArray testBytes(int size)
 {

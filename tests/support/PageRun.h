@@ -4,6 +4,12 @@
 #include "ProgramRun.h"
 #include "ScriptedServer.h"
 
+/// Text of the program's command line and files.
+QString option(const char *text);
+
+/// The result file of the day, in the default folder.
+QString csvPath();
+
 /// Pseudo-random bytes, the same in every run.
 QByteArray testBytes(int size);
 
