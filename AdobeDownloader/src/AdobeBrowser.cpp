@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int watchIntervalMs = 100; // how late a stop may take effect
-constexpr qint64 stallTimeoutMs = 60 * 1000; // a server silent for so long has given up
+constexpr qint64 defaultStallTimeoutMs = 60 * 1000; // a server silent for so long has given up
 constexpr qint64 defaultMaxContentBytes = 256 * 1024 * 1024;
 constexpr int statusOk = 200;
 
@@ -67,6 +67,7 @@ CAdobeBrowser::CAdobeBrowser(const StopFlag &stop, QObject *parent)
     , m_stop(stop)
     , m_cookieJar(new CAdobeCookieJar(&m_manager))
     , m_maxContentBytes(defaultMaxContentBytes)
+    , m_stallTimeoutMs(defaultStallTimeoutMs)
 {
     m_manager.setCookieJar(m_cookieJar);
     m_watch.setInterval(watchIntervalMs);
@@ -151,7 +152,7 @@ void CAdobeBrowser::dropReply()
 
 void CAdobeBrowser::watchWait()
 {
-    if (m_exit || m_stop.isRaised() || m_sinceProgress.hasExpired(stallTimeoutMs))
+    if (m_exit || m_stop.isRaised() || m_sinceProgress.hasExpired(m_stallTimeoutMs))
         m_reply->abort(); // comes back through httpFinished()
 }
 
@@ -284,6 +285,11 @@ void CAdobeBrowser::setMaxRedirect(int count)
 void CAdobeBrowser::setMaxContentBytes(qint64 bytes)
 {
     m_maxContentBytes = bytes;
+}
+
+void CAdobeBrowser::setStallTimeout(qint64 timeoutMs)
+{
+    m_stallTimeoutMs = timeoutMs;
 }
 
 void CAdobeBrowser::exit()

@@ -19,7 +19,7 @@ class CAdobeCookieJar;
 /// Headers and proxy come from the HDS options; cookies from the store of the process; only http
 /// and https addresses are fetched. It belongs to the thread that creates it and needs no running
 /// event loop there when it is told to wait. A request ends, as a failure, soon after a stop was
-/// asked for, when nothing arrives for a minute, and when the body outgrows its limit.
+/// asked for, when nothing arrives for too long, and when the body outgrows its limit.
 class CAdobeBrowser final : public QObject
 {
     Q_OBJECT
@@ -71,6 +71,9 @@ public:
     /// The largest body that is accepted, in bytes.
     void setMaxContentBytes(qint64 bytes);
 
+    /// How long nothing may arrive before a request is ended.
+    void setStallTimeout(qint64 timeoutMs);
+
     /// Starts no more requests and ends the one that is under way. Other threads raise the stop
     /// flag instead.
     void exit();
@@ -103,6 +106,7 @@ private:
     Method m_method = Method::Get;
     QByteArray m_content;
     qint64 m_maxContentBytes;
+    qint64 m_stallTimeoutMs;
     int m_maxRedirect = 5;
     int m_redirectCount = 0;
     bool m_exit = false;

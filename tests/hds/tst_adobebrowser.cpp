@@ -467,6 +467,38 @@ private slots:
         QVERIFY(!isSuccess);
     }
 
+    void aSilentServerIsGivenUp_data()
+    {
+        QTest::addColumn<int>("holdAfterBytes");
+        QTest::newRow("before the body") << 0;
+        QTest::newRow("in the body") << 5;
+    }
+
+    void aSilentServerIsGivenUp()
+    {
+        QFETCH(int, holdAfterBytes);
+        HttpReply reply = replyOf("0123456789");
+        reply.holdAfterBytes = holdAfterBytes;
+        m_server->on("/a", reply);
+        CAdobeBrowser browser;
+        browser.setStallTimeout(200);
+        browser.get(m_server->address("/a"), true);
+        QVERIFY(!browser.success());
+    }
+
+    void aSlowServerIsNotGivenUp()
+    {
+        // The whole answer takes longer than the limit, no single step does.
+        HttpReply reply = replyOf(QByteArray(40, 'x'));
+        reply.pieceBytes = 1;
+        reply.pieceDelayMs = 50;
+        m_server->on("/a", reply);
+        CAdobeBrowser browser;
+        browser.setStallTimeout(1500);
+        browser.get(m_server->address("/a"), true);
+        QVERIFY(browser.success());
+    }
+
     void aNewRequestReplacesTheOneBefore()
     {
         m_server->hold("/held");
