@@ -122,39 +122,6 @@ private slots:
         QVERIFY(QDir(run.folder()).isEmpty());
     }
 
-    void infoWithoutAPlugin()
-    {
-        ProgramRun run;
-        QVERIFY(run.run({option("--info")}));
-        QCOMPARE(run.errorOutput(), QByteArray("You have Flash player 0.0.0 installed\n"));
-        QCOMPARE(run.exitCode(), 0);
-        QVERIFY(QDir(run.folder()).entryList({option("tmp")}).isEmpty());
-    }
-
-    void infoWithAPlugin()
-    {
-        ProgramRun run;
-        run.setEnvironment(option("MOZ_PLUGIN_PATH"), option(TEST_PLUGIN_DIR));
-        QVERIFY(run.run({option("--info")}));
-        QCOMPARE(run.errorOutput(), QByteArray("You have Flash player 32.0.465 installed\n"));
-        QCOMPARE(run.exitCode(), 0);
-    }
-
-    void aPageThatEmbedsAPluginRunsWithoutADisplay()
-    {
-        ProgramRun run;
-        run.setEnvironment(option("MOZ_PLUGIN_PATH"), option(TEST_PLUGIN_DIR));
-        ScriptedServer server;
-        server.on("/page",
-                  htmlReply("<embed type='application/x-shockwave-flash' src='/p.swf'>"
-                            "<object type='application/x-shockwave-flash'></object>"));
-        const QString page = server.address("/page");
-        QVERIFY(run.run({option("--url"), page, option("--timeout"), option("2")}));
-        QCOMPARE(run.errorOutput(),
-                 parsingLine(page) + fixedLine("parse failed") + fixedLine("detach sharememory"));
-        QVERIFY(run.endedNormally());
-    }
-
     void everyLetterCaseAndPrefixWorks()
     {
         ProgramRun run;
