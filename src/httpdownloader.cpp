@@ -255,6 +255,7 @@ void HttpDownloader::updateDataReadProgress(qint64 bytesReceived, qint64 bytesTo
 
 void HttpDownloader::httpFinished()
 {
+    m_reply->disconnect(this); // nothing is reported after the end
     if (isFileMode()) {
         finishFile();
         return;
@@ -293,8 +294,10 @@ void HttpDownloader::cancel()
     const QPointer<HttpDownloader> self(this);
     if (isFileMode() && hasUsableAnswer())
         saveReadable(); // now, since the abort ends in httpFinished(), which closes the file
-    if (self && reply == m_reply)
+    if (self && reply == m_reply) {
+        disconnect(m_reply, &QNetworkReply::downloadProgress, this, nullptr); // of the abort itself
         reply->abort();
+    }
 }
 
 QByteArray HttpDownloader::RawContent() const

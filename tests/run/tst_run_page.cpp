@@ -180,8 +180,9 @@ private slots:
         const QString url = addPage(option("/partial.html"), "x");
         ProgramRun run;
         QVERIFY(run.run({option("--url"), url, option("--partial")}));
-        QVERIFY(run.errorOutput().endsWith(fixedLine("video download finished:failed")
-                                           + fixedLine("detach sharememory")));
+        QVERIFY2(run.errorOutput().endsWith(fixedLine("video download finished:failed")
+                                            + fixedLine("detach sharememory")),
+                 run.errorOutput());
         const QByteArray part = run.fileContent(option("tmp/") + pageHash(url) + option(".mp4"));
         QVERIFY(part.size() > 10240);
         QVERIFY(m_clip.startsWith(part));
