@@ -1,6 +1,7 @@
 #include "NetDomManager.h"
 
 #include "HostLine.h"
+#include "PageText.h"
 #include "VideoPreference.h"
 #include "downloader.h"
 #include "utils.h"
@@ -11,9 +12,6 @@
 namespace {
 
 constexpr qint64 smallestSourceFileBytes = 1048576;
-
-const QLatin1String sourceMediaPattern(
-    R"(["'](http[^"']+\.(flv|ram|mpg|mpeg|avi|rm|wmv|mov|asf|mp3|rar|movie|divx|rbs|mp4|mpeg4|mpg|mpeg|avi|rm|wmv|mov|flv|mp3))["'])");
 
 /// The pieces of the player description that one "param" element carries. The rule is one of
 /// position: what follows the attribute that says "flashvars" holds them.
@@ -103,8 +101,7 @@ QPair<int, int> NetDomManager::getSolution(const QString &name)
 ParseData NetDomManager::getPageSourceVideoInfo()
 {
     const QString pageUrl = CVideoPreference::instance()->GetPageUrl();
-    QStringList addresses;
-    Utils::RegexStringList(pageUrl, m_data.pageSource, sourceMediaPattern, addresses, false);
+    QStringList addresses = PageText::mediaAddresses(Utils::DecodeUrl(m_data.pageSource));
     Utils::DecodeUrl(addresses);
     Utils::resolved(addresses, pageUrl);
     for (const QString &address : qAsConst(addresses)) {

@@ -1,5 +1,6 @@
 #include "ParseData.h"
 
+#include "PageText.h"
 #include "VideoPreference.h"
 #include "utils.h"
 
@@ -13,8 +14,6 @@
 namespace {
 
 constexpr int maxFileNameBytes = 255; // what common file systems take
-
-const auto canonicalPattern = R"(:?["']canonical["']\s+href=["']([^"']+)["'])";
 
 /// "name.ext", with the name cut so that the whole fits into a file name.
 QString fittingFileName(QString name, const QString &ext)
@@ -129,7 +128,7 @@ QString ParseData::getHtmlTitle() const
 
 QString ParseData::getCanonicalUrl() const
 {
-    return Utils::RegexString(pageSource, QString::fromLatin1(canonicalPattern));
+    return PageText::canonicalAddress(pageSource);
 }
 
 QString ParseData::getSmartVideoFullPath() const
