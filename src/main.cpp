@@ -35,7 +35,7 @@ enum ExitCode { NoArguments = -1001, NoPageUrl = -1010, NoOutputFolder = -1011 }
 /// may have misspelt.
 std::atomic_bool isLogOpen{false};
 
-QBasicMutex logMutex; // one line at a time; static destructors may still log
+QBasicMutex messageMutex; // one line at a time; static destructors may still write some
 
 /// Writes all of the bytes, in one call unless the system splits it.
 void writeAll(int fd, const QByteArray &bytes)
@@ -146,15 +146,13 @@ void SimpleLoggingHandler(QtMsgType type, const char *text)
     isWriting = true;
 
     const QByteArray message = QByteArray(text).replace('\n', "\\n").replace('\r', "\\r");
+    const QMutexLocker locker(&messageMutex);
     if (type == QtDebugMsg)
         writeAll(STDERR_FILENO, message + '\n');
     const QByteArray logText = logTextOf(type, message);
     if (type == QtFatalMsg)
         std::abort();
-    {
-        const QMutexLocker locker(&logMutex);
-        appendToLog(logText);
-    }
+    appendToLog(logText);
     isWriting = false;
 }
 
