@@ -1,7 +1,9 @@
 #include "ProgramRun.h"
 
-#include <QDeadlineTimer>
+#include "PageRun.h"
+
 #include <QFile>
+#include <QSharedMemory>
 #include <QTest>
 
 ProgramRun::ProgramRun()
@@ -19,10 +21,7 @@ ProgramRun::ProgramRun()
 
 ProgramRun::~ProgramRun()
 {
-    if (m_process.state() != QProcess::NotRunning) {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
+    kill();
 }
 
 void ProgramRun::setEnvironment(const QString &name, const QString &value)
@@ -33,6 +32,7 @@ void ProgramRun::setEnvironment(const QString &name, const QString &value)
 void ProgramRun::start(const QStringList &arguments)
 {
     m_errorOutput.clear();
+    m_pageAddress = arguments.value(arguments.indexOf(QStringLiteral("--url")) + 1);
     m_process.setProcessEnvironment(m_environment);
     m_process.start(QStringLiteral(CLIPWEIR_PROGRAM), arguments);
 }
@@ -41,12 +41,28 @@ bool ProgramRun::waitForEnd(int timeoutMs)
 {
     const bool hasEnded =
         QTest::qWaitFor([this] { return m_process.state() == QProcess::NotRunning; }, timeoutMs);
-    if (!hasEnded) {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
+    if (!hasEnded)
+        kill();
+    else if (!endedNormally())
+        removeStopFlag();
     m_errorOutput += m_process.readAllStandardError();
     return hasEnded;
+}
+
+void ProgramRun::kill()
+{
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.kill();
+    m_process.waitForFinished();
+    removeStopFlag();
+}
+
+void ProgramRun::removeStopFlag() const
+{
+    QSharedMemory block(QStringLiteral("SM_") + pageHash(m_pageAddress));
+    if (block.attach())
+        block.detach(); // the last one to let go removes it
 }
 
 bool ProgramRun::run(const QStringList &arguments, int timeoutMs)

@@ -6,7 +6,8 @@
 #include <QTemporaryDir>
 
 /// One run of the built program, as a host sees it: arguments in, standard error and exit code
-/// out. Its working folder, home and cookie file are in a temporary folder of its own.
+/// out. Its working folder, home and cookie file are in a temporary folder of its own. The stop flag
+/// that a killed run leaves is removed: a later run would find it if its server got the same port.
 class ProgramRun final
 {
 public:
@@ -42,9 +43,13 @@ public:
     QProcess &process();
 
 private:
+    void kill();
+    void removeStopFlag() const;
+
     QTemporaryDir m_folder;
     QProcessEnvironment m_environment;
     QProcess m_process;
+    QString m_pageAddress;
     QByteArray m_errorOutput;
 };
 
