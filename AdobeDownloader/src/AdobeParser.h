@@ -114,6 +114,7 @@ private:
     void skipString();
     void skipStrings();
     [[nodiscard]] quint64 bytesLeft() const;
+    [[nodiscard]] bool hasRoom(const QVariantList &table, quint64 entryBytes) const;
 
     StopFlag m_stop;
     QString m_manifest;

@@ -165,8 +165,8 @@ void CAdobeParser::ParseAsrtBox()
 {
     skip(1 + 3); // version, flags
     skipStrings(); // qualities
-    const quint64 count = qMin<quint64>(takeInt32(), bytesLeft() / segmentEntryBytes);
-    for (quint64 i = 0; i < count; ++i) {
+    const quint32 count = takeInt32();
+    for (quint32 i = 0; i < count && hasRoom(m_segments, segmentEntryBytes); ++i) {
         QVariantMap entry;
         entry.insert(QStringLiteral("firstSegment"), static_cast<int>(takeInt32()));
         entry.insert(QStringLiteral("fragmentsPerSegment"), static_cast<int>(takeInt32()));
@@ -179,7 +179,7 @@ void CAdobeParser::ParseAfrtBox()
     skip(1 + 3 + 4); // version, flags, timescale
     skipStrings(); // qualities
     const quint32 count = takeInt32();
-    for (quint32 i = 0; i < count && bytesLeft() >= fragmentEntryBytes; ++i) {
+    for (quint32 i = 0; i < count && hasRoom(m_fragments, fragmentEntryBytes); ++i) {
         QVariantMap entry;
         entry.insert(QStringLiteral("firstFragment"), takeInt32());
         entry.insert(QStringLiteral("firstFragmentTimestamp"), takeInt64());
@@ -244,6 +244,14 @@ quint64 CAdobeParser::bytesLeft() const
 {
     const auto size = static_cast<quint64>(m_box.size());
     return m_pos < size ? size - m_pos : 0;
+}
+
+/// Whether another entry can follow. Tables that overlap are read twice, yet all of them together
+/// have no more entries than the bytes would hold if each stood there once.
+bool CAdobeParser::hasRoom(const QVariantList &table, quint64 entryBytes) const
+{
+    const auto most = static_cast<quint64>(m_box.size()) / entryBytes;
+    return bytesLeft() >= entryBytes && static_cast<quint64>(table.size()) < most;
 }
 
 unsigned int CAdobeParser::takeByte()

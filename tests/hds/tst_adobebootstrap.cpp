@@ -285,6 +285,34 @@ private slots:
         QVERIFY(CAdobeData::GetInstance()->GetFragmentTable().toList().size() <= 2);
     }
 
+    void overlappingTablesHoldNoMoreThanTheBytesDo_data()
+    {
+        QTest::addColumn<QByteArray>("type");
+        QTest::addColumn<QByteArray>("head");
+        const QByteArray head = QByteArray(4, '\0'); // version and flags
+        QTest::newRow("asrt") << QByteArray("asrt") << head + '\0' + hds::int32(highest);
+        QTest::newRow("afrt") << QByteArray("afrt")
+                              << head + hds::int32(1000) + '\0' + hds::int32(highest);
+    }
+
+    void overlappingTablesHoldNoMoreThanTheBytesDo()
+    {
+        QFETCH(QByteArray, type);
+        QFETCH(QByteArray, head);
+        // Each table says that it ends before its first entry, and reads to the end all the same.
+        QByteArray whole = hds::simpleBootstrap(20);
+        const int at = whole.indexOf(type) - 4;
+        whole[at - 1] = '\xff'; // number of tables
+        whole.insert(at, hds::box(type, head).repeated(254));
+        setBootstrap(whole);
+        const MessageCatcher catcher;
+        const bool isParsed = CAdobeParser().ParseBootstrap();
+        QCOMPARE(isParsed, count() > 0);
+        const CAdobeData *const data = CAdobeData::GetInstance();
+        QVERIFY(data->GetSegmentTable().toList().size() <= whole.size() / 8);
+        QVERIFY(data->GetFragmentTable().toList().size() <= whole.size() / 16);
+    }
+
     void otherTablesAreSkippedBySize_data()
     {
         QTest::addColumn<QByteArray>("other");
