@@ -213,6 +213,9 @@ bool CAdobeOutputFile::VerifyFragment(QByteArray &data)
     if (!findMdat(data, boxStart, payload, size))
         return false;
     if (size == 0 || !CAdobeUtils::HasBytes(data, payload, size)) {
+        // The low half of a 64-bit size may read as the type and would pass for a compact header.
+        if (payload - boxStart == largeHeaderBytes)
+            CAdobeUtils::WriteInt32(data, payload - 4, 0);
         CAdobeUtils::WriteBoxSize(data, payload, mdatType(),
                                   static_cast<unsigned int>(data.size()) - boxStart);
     }

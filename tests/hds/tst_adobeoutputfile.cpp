@@ -301,6 +301,9 @@ private slots:
         QTest::newRow("large, below its header")
             << before + QByteArray("\0\0\0\x01mdat\0\0\0\0\0\0\0\x0f", 16) + rest << true
             << before + hds::largeBox("mdat", rest);
+        QTest::newRow("large, the size reads as the type")
+            << before + QByteArray("\0\0\0\x01mdat\0\0\0\x56mdat", 16) + rest << true
+            << before + hds::largeBox("mdat", rest);
         QTest::newRow("a box before runs past the end")
             << QByteArray("\0\0\0\xffmoof", 8) + hds::box("mdat", rest) << false
             << QByteArray("\0\0\0\xffmoof", 8) + hds::box("mdat", rest);
