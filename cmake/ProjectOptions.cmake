@@ -14,8 +14,8 @@ target_compile_definitions(clipweir_options INTERFACE
     QT_DEPRECATED_WARNINGS
     # A message handler is told where a message came from only when asked; nobody reads it here.
     QT_NO_MESSAGELOGCONTEXT
-    $<$<BOOL:${BUILD_TESTING}>:QT_FORCE_ASSERTS>
-    $<$<BOOL:${BUILD_TESTING}>:_GLIBCXX_ASSERTIONS>)
+    $<$<OR:$<BOOL:${BUILD_TESTING}>,$<BOOL:${CLIPWEIR_FUZZ}>>:QT_FORCE_ASSERTS>
+    $<$<OR:$<BOOL:${BUILD_TESTING}>,$<BOOL:${CLIPWEIR_FUZZ}>>:_GLIBCXX_ASSERTIONS>)
 
 if(CLIPWEIR_SANITIZE)
     target_compile_options(clipweir_options INTERFACE
@@ -24,4 +24,10 @@ if(CLIPWEIR_SANITIZE)
         target_compile_options(clipweir_options INTERFACE -fno-sanitize-recover=undefined)
     endif()
     target_link_options(clipweir_options INTERFACE -fsanitize=${CLIPWEIR_SANITIZE})
+endif()
+
+if(CLIPWEIR_FUZZ)
+    # The coverage that libFuzzer is led by, without its main(): that is for the targets alone.
+    target_compile_options(clipweir_options INTERFACE -fsanitize=fuzzer-no-link)
+    target_link_options(clipweir_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
