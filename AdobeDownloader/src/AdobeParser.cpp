@@ -67,8 +67,9 @@ struct CAdobeParser::Document
     QHash<QString, QByteArray> bootstraps; // by id
 };
 
-CAdobeParser::CAdobeParser(const StopFlag &stop)
+CAdobeParser::CAdobeParser(const StopFlag &stop, const Fetch &fetch)
     : m_stop(stop)
+    , m_fetch(fetch)
 {
 }
 
@@ -97,6 +98,8 @@ bool CAdobeParser::parseManifestXml()
 
 QString CAdobeParser::GetManifestContent(const QString &url)
 {
+    if (m_fetch)
+        return m_fetch(url);
     CAdobeBrowser browser(m_stop);
     browser.setMaxContentBytes(maxManifestBytes);
     browser.get(url, true);

@@ -9,6 +9,7 @@
 #include <QString>
 #include <QVariant>
 
+#include <functional>
 #include <memory>
 
 class XPathDocument;
@@ -20,8 +21,13 @@ class XPathDocument;
 class CAdobeParser final
 {
 public:
+    /// Gives the text at an address; empty when there is none.
+    using Fetch = std::function<QString(const QString &address)>;
+
     /// @param stop ends a wait for the network when it is raised
-    explicit CAdobeParser(const StopFlag &stop = StopFlag());
+    /// @param fetch where manifests come from, and bootstraps that a manifest names; if it is
+    /// empty, from the network
+    explicit CAdobeParser(const StopFlag &stop = StopFlag(), const Fetch &fetch = Fetch());
     ~CAdobeParser();
     Q_DISABLE_COPY(CAdobeParser)
 
@@ -117,6 +123,7 @@ private:
     [[nodiscard]] bool hasRoom(const QVariantList &table, quint64 entryBytes) const;
 
     StopFlag m_stop;
+    const Fetch m_fetch;
     QString m_manifest;
     QMap<int, QVariant> m_manifests; // still to be read, by bitrate
     QMap<int, QVariant> m_renditions; // by bitrate
