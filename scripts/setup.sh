@@ -1,6 +1,9 @@
 #!/bin/sh
 # Installs what building, testing and the demonstration need and this machine lacks.
 # Does nothing, and asks for no rights, when everything is there.
+#
+# usage: scripts/setup.sh [--bench]
+#   --bench  installs what the benchmarks compare with, too
 set -eu
 
 here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
@@ -12,10 +15,11 @@ toolkit='qtbase5-dev qtbase5-dev-tools libqt5webkit5-dev libqt5xmlpatterns5-dev'
 engine='gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav'
 engine="$engine fonts-dejavu-core ca-certificates"
 # What the tests and the demonstration serve, make, fetch and compare with.
-tools='nginx libnginx-mod-rtmp ffmpeg rtmpdump curl python3 procps'
+tools='nginx libnginx-mod-rtmp libnginx-mod-http-echo libbenchmark-dev ffmpeg rtmpdump curl python3 procps'
 packaging='dpkg-dev file'
 
 packages="$compiler $toolkit $engine $tools $packaging"
+[ "${1-}" != --bench ] || packages="$packages wget aria2 yt-dlp chromium"
 # Any npm will do; where one comes from elsewhere, the distribution's own would conflict with it.
 command -v npm >/dev/null 2>&1 || packages="$packages npm"
 
