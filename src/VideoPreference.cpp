@@ -1,5 +1,6 @@
 #include "VideoPreference.h"
 
+#include "NetworkProxy.h"
 #include "QxDir.h"
 
 #include <QCoreApplication>
@@ -9,8 +10,6 @@
 #include <QFileInfo>
 #include <QHostAddress>
 #include <QStringList>
-
-#include <limits>
 
 namespace {
 
@@ -30,12 +29,7 @@ QString logFolder()
 
 QNetworkProxy ProxySetting::toNetworkProxy() const
 {
-    const bool isKnownType =
-        type >= QNetworkProxy::DefaultProxy && type <= QNetworkProxy::FtpCachingProxy;
-    const bool isPort = port >= 0 && port <= std::numeric_limits<quint16>::max();
-    return QNetworkProxy(isKnownType ? static_cast<QNetworkProxy::ProxyType>(type)
-                                     : QNetworkProxy::HttpProxy,
-                         host, static_cast<quint16>(isPort ? port : 0));
+    return NetworkProxy::fromSetting(type, host, port);
 }
 
 CVideoPreference *CVideoPreference::instance()

@@ -11,8 +11,7 @@ struct ProxySetting
     QString host; ///< a numeric address; empty for none
     qint32 port = 0;
 
-    /// The proxy for a network manager. A type or port outside its range becomes an HTTP proxy or
-    /// port 0: a caller who asked for a proxy must never get a direct connection instead.
+    /// The proxy for a network manager, by the rule of NetworkProxy.
     [[nodiscard]] QNetworkProxy toNetworkProxy() const;
 };
 

@@ -4,8 +4,8 @@
 #include "AdobePreference.h"
 #include "AdobeUtils.h"
 #include "HostLine.h"
+#include "NetworkProxy.h"
 
-#include <QNetworkProxy>
 #include <QNetworkRequest>
 #include <QRegExp>
 #include <QSaveFile>
@@ -23,22 +23,10 @@ QVariant option(const char *key)
     return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
 }
 
-/// The proxy of the options. Without one connections are direct: the system's and the
-/// environment's settings are not asked.
 QNetworkProxy proxyOfOptions()
 {
-    const QString host = option("proxyHost").toString();
-    const int type = option("proxyType").toInt();
-    const int port = option("proxyPort").toInt();
-    switch (type) {
-    case QNetworkProxy::Socks5Proxy:
-    case QNetworkProxy::HttpProxy:
-    case QNetworkProxy::HttpCachingProxy:
-        return QNetworkProxy(static_cast<QNetworkProxy::ProxyType>(type), host,
-                             static_cast<quint16>(qBound(0, port, 0xFFFF)));
-    default:
-        return QNetworkProxy(QNetworkProxy::NoProxy);
-    }
+    return NetworkProxy::fromSetting(option("proxyType").toInt(), option("proxyHost").toString(),
+                                     option("proxyPort").toInt());
 }
 
 bool isFetchable(const QUrl &url)

@@ -107,7 +107,7 @@ bool CAdobePreference::setProxy(const QString &value)
     const QStringList parts = value.split(QLatin1Char(':'));
     if (parts.size() != 3)
         return false;
-    // Parts that are no numbers become 0: no proxy type, no port.
+    // Parts that are no numbers become 0: a direct connection, no port.
     const int type = parts.at(0).toInt();
     const int port = parts.at(2).toInt();
     SetOption(QStringLiteral("proxyType"), type);

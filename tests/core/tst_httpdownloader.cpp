@@ -6,6 +6,7 @@
 #include "httpdownloader.h"
 
 #include <QNetworkCookie>
+#include <QNetworkProxy>
 
 namespace {
 
@@ -1037,6 +1038,33 @@ private slots:
         QCOMPARE(proxy.requests().size(), 2);
         for (const HttpRequest &request : proxy.requests())
             QCOMPARE(request.target, url.toUtf8());
+    }
+
+    void aNamedProxyIsNeverPassedBy_data()
+    {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<bool>("isDirect");
+        for (int type = -1; type <= 7; ++type) {
+            const bool isDirect =
+                type == QNetworkProxy::DefaultProxy || type == QNetworkProxy::NoProxy;
+            QTest::addRow("type %d", type) << type << isDirect;
+        }
+    }
+
+    void aNamedProxyIsNeverPassedBy()
+    {
+        QFETCH(int, type);
+        QFETCH(bool, isDirect);
+        ScriptedServer server;
+        server.on("/f", plain("direct"));
+        QTcpSocket proxy; // has a port of its own and refuses every connection
+        QVERIFY(proxy.bind(QHostAddress::LocalHost));
+        setCommandLine(QStringLiteral("--proxy %1:127.0.0.1:%2").arg(type).arg(proxy.localPort()));
+        Transfer transfer;
+        transfer.start(m_path, server.address("/f"));
+        QVERIFY(transfer.endsAs(isDirect));
+        QCOMPARE(transfer.downloader.GetFileSize(server.url("/f")), qint64(isDirect ? 6 : 0));
+        QCOMPARE(server.requests().size(), isDirect ? 2 : 0);
     }
 
     void aRealServer()

@@ -272,6 +272,8 @@ private slots:
         QTest::newRow("type above") << 6 << 1 << int(QNetworkProxy::HttpProxy) << 1;
         QTest::newRow("type below") << -1 << 1 << int(QNetworkProxy::HttpProxy) << 1;
         QTest::newRow("no proxy") << 2 << 1 << int(QNetworkProxy::NoProxy) << 1;
+        QTest::newRow("default") << 0 << 1 << int(QNetworkProxy::NoProxy) << 1;
+        QTest::newRow("HTTP caching") << 4 << 1 << int(QNetworkProxy::HttpCachingProxy) << 1;
     }
 
     void networkProxyNeverFallsBackToDirect()

@@ -5,6 +5,7 @@
 #include "TestMain.h"
 
 #include <QElapsedTimer>
+#include <QNetworkProxy>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QThread>
@@ -428,6 +429,44 @@ private slots:
         }
         qunsetenv("http_proxy");
         QVERIFY(proxy.requests().isEmpty());
+    }
+
+    void aNamedProxyIsNeverPassedBy_data()
+    {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<bool>("isDirect");
+        for (int type = -1; type <= 7; ++type) {
+            const bool isDirect =
+                type == QNetworkProxy::DefaultProxy || type == QNetworkProxy::NoProxy;
+            QTest::addRow("type %d", type) << type << isDirect;
+        }
+    }
+
+    void aNamedProxyIsNeverPassedBy()
+    {
+        QFETCH(int, type);
+        QFETCH(bool, isDirect);
+        m_server->on("/a", replyOf("direct"));
+        QTcpSocket proxy; // has a port of its own and refuses every connection
+        QVERIFY(proxy.bind(QHostAddress::LocalHost));
+        setOption("proxyType", type);
+        setOption("proxyHost", QStringLiteral("127.0.0.1"));
+        setOption("proxyPort", proxy.localPort());
+        CAdobeBrowser browser;
+        browser.get(m_server->address("/a"), true);
+        QCOMPARE(browser.success(), isDirect);
+        QCOMPARE(m_server->requests().size(), isDirect ? 1 : 0);
+    }
+
+    void withoutAProxyHostConnectionsAreDirect()
+    {
+        m_server->on("/a", replyOf("direct"));
+        for (int type = -1; type <= 7; ++type) {
+            setOption("proxyType", type);
+            CAdobeBrowser browser;
+            browser.get(m_server->address("/a"), true);
+            QCOMPARE(browser.rawContent(), QByteArray("direct"));
+        }
     }
 
     void exitStartsNothing()
