@@ -1,6 +1,7 @@
 #include "httpdownloader.h"
 
 #include "VideoPreference.h"
+#include "WebAddress.h"
 
 #include <QEventLoop>
 #include <QNetworkReply>
@@ -22,9 +23,10 @@ constexpr qint64 probeBufferBytes = 64 * 1024; // only the header of a probe's a
 constexpr int maxContentBytes = 64 * 1024 * 1024; // documents kept in memory are small
 constexpr qint64 partialBytes = 10240;
 
+/// A request that fails at once when the address is not one of the web.
 QNetworkRequest makeRequest(const QUrl &url)
 {
-    QNetworkRequest request(url);
+    QNetworkRequest request(WebAddress::isWeb(url) ? url : QUrl());
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setMaximumRedirectsAllowed(maxRedirects);
@@ -86,27 +88,54 @@ bool HttpDownloader::download()
     m_receivedBytes = 0;
     m_hasWriteFailed = false;
     m_isPartial = CVideoPreference::instance()->GetPartialDown();
+    m_redirectCount = 0;
+    m_isCancelled = false;
 
-    QNetworkRequest request = makeRequest(QUrl(m_url));
-    request.setTransferTimeout(maxSilenceMs);
     installCookieJar(m_manager, &m_cookieJar);
-    if (isFileMode()) {
-        setRange(request);
-        if (!openFile()) {
-            emit downerror(m_rangeNo);
-            return false;
-        }
+    if (isFileMode() && !openFile()) {
+        emit downerror(m_rangeNo);
+        return false;
     }
+    send(QUrl(m_url));
+    return true;
+}
+
+/// Asks for the described address, or for where it has redirected to.
+void HttpDownloader::send(const QUrl &url)
+{
+    QNetworkRequest request = makeRequest(url);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
+    request.setTransferTimeout(maxSilenceMs);
+    if (isFileMode())
+        setRange(request);
 
     m_reply = m_manager.get(request);
     m_reply->setReadBufferSize(readBufferBytes);
     connect(m_reply, &QNetworkReply::finished, this, &HttpDownloader::httpFinished);
     connect(m_reply, &QNetworkReply::readyRead, this, &HttpDownloader::httpReadyRead);
+    connect(m_reply, &QNetworkReply::metaDataChanged, this, &HttpDownloader::checkAnswer);
     if (isFileMode()) {
-        connect(m_reply, &QNetworkReply::metaDataChanged, this, &HttpDownloader::checkAnswer);
         connect(m_reply, &QNetworkReply::downloadProgress, this,
                 &HttpDownloader::updateDataReadProgress);
     }
+}
+
+/// Asks for where the ended reply redirects to. Returns false when that is nowhere to go. The
+/// toolkit does not do it here because it takes the cookies of the first host along to hosts that
+/// have none of their own.
+bool HttpDownloader::followRedirect()
+{
+    const QUrl target = WebAddress::redirectTarget(*m_reply);
+    const bool isLessSafe = m_reply->url().scheme() == QLatin1String("https")
+        && target.scheme() != QLatin1String("https");
+    if (m_isCancelled || !WebAddress::isWeb(target) || isLessSafe
+        || m_redirectCount >= maxRedirects)
+        return false;
+    ++m_redirectCount;
+    m_content.clear();
+    releaseReply();
+    send(target);
     return true;
 }
 
@@ -167,6 +196,12 @@ bool HttpDownloader::answersWantedRange() const
 /// Judges the header of an answer before any byte of its body reaches the file.
 void HttpDownloader::checkAnswer()
 {
+    if (!WebAddress::redirectTarget(*m_reply).isEmpty()) {
+        endReplySoon(); // goes on in httpFinished()
+        return;
+    }
+    if (!isFileMode())
+        return;
     const int status = statusOf(*m_reply);
     if (status >= 400 || !answersWantedRange()) {
         endReplySoon();
@@ -240,7 +275,7 @@ void HttpDownloader::saveReadable()
 
 void HttpDownloader::updateDataReadProgress(qint64 bytesReceived, qint64 bytesTotal)
 {
-    if (bytesTotal == 0)
+    if (bytesTotal == 0 || isRedirect(*m_reply))
         return;
     if (m_expectedLength == 0)
         m_expectedLength = bytesTotal;
@@ -256,6 +291,8 @@ void HttpDownloader::updateDataReadProgress(qint64 bytesReceived, qint64 bytesTo
 void HttpDownloader::httpFinished()
 {
     m_reply->disconnect(this); // nothing is reported after the end
+    if (followRedirect())
+        return;
     if (isFileMode()) {
         finishFile();
         return;
@@ -288,6 +325,7 @@ void HttpDownloader::cancel()
 {
     if (!m_reply)
         return;
+    m_isCancelled = true;
     // Each step below may end in a receiver's slot, which may delete this or begin another
     // transfer.
     const QPointer<QNetworkReply> reply(m_reply);

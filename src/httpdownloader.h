@@ -13,7 +13,8 @@ class QNetworkRequest;
 
 /// Fetches one address over HTTP: a byte range into a file, or the whole body into memory.
 ///
-/// Redirects are followed within http and https, never from https to http, with the range kept.
+/// Redirects are followed within http and https, never from https to http, with the range kept;
+/// every hop gets the cookies of its own address. No other scheme is ever fetched.
 /// Memory use does not grow with the file. One request at a time; main thread.
 class HttpDownloader final : public QObject
 {
@@ -71,6 +72,8 @@ private:
     [[nodiscard]] bool isFileMode() const;
     [[nodiscard]] bool openFile();
     void setRange(QNetworkRequest &request) const;
+    void send(const QUrl &url);
+    [[nodiscard]] bool followRedirect();
     void releaseReply();
     void checkAnswer();
     void endReplySoon();
@@ -96,6 +99,8 @@ private:
     qint64 m_receivedBytes = 0; ///< of the running answer's body
     bool m_hasWriteFailed = false;
     bool m_isPartial = false;
+    int m_redirectCount = 0;
+    bool m_isCancelled = false; ///< a redirect that is under way is not followed any more
     QByteArray m_chunk; ///< carries bytes from the reply to the file
 };
 

@@ -5,6 +5,7 @@
 #include "AdobeUtils.h"
 #include "HostLine.h"
 #include "NetworkProxy.h"
+#include "WebAddress.h"
 
 #include <QNetworkRequest>
 #include <QRegExp>
@@ -27,13 +28,6 @@ QNetworkProxy proxyOfOptions()
 {
     return NetworkProxy::fromSetting(option("proxyType").toInt(), option("proxyHost").toString(),
                                      option("proxyPort").toInt());
-}
-
-bool isFetchable(const QUrl &url)
-{
-    // Qt keeps schemes in lower case.
-    return url.isValid() && !url.host().isEmpty()
-        && (url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https"));
 }
 
 QNetworkRequest requestOfOptions(const QUrl &url)
@@ -100,7 +94,7 @@ bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteA
     m_url = url;
     m_method = method;
     const QUrl address(url);
-    if (m_exit || m_stop.isRaised() || !isFetchable(address))
+    if (m_exit || m_stop.isRaised() || !WebAddress::isWeb(address))
         return false;
 
     m_manager.setProxy(proxyOfOptions());
@@ -252,10 +246,8 @@ bool CAdobeBrowser::isRedirect() const
 
 QString CAdobeBrowser::redirectUrl() const
 {
-    if (isRedirect())
-        return {};
-    const QUrl target = m_reply->attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
-    return m_reply->url().resolved(target).toString(QUrl::FullyEncoded);
+    return isRedirect() ? QString()
+                        : WebAddress::redirectTarget(*m_reply).toString(QUrl::FullyEncoded);
 }
 
 bool CAdobeBrowser::save(const QString &path) const

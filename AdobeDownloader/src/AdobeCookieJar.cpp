@@ -2,6 +2,10 @@
 
 #include "CookieStore.h"
 
+#include <QHostAddress>
+
+#include <algorithm>
+
 namespace {
 
 /// Lends the base class its matching rules over a list of cookies.
@@ -10,6 +14,15 @@ class SnapshotJar final : public QNetworkCookieJar
 public:
     explicit SnapshotJar(const QList<QNetworkCookie> &cookies) { setAllCookies(cookies); }
 };
+
+/// Whether the cookie's domain may name the host. A host of numbers has no parent domain, though
+/// its text may end like another one's (RFC 6265, section 5.1.3); the base class compares texts.
+bool canNameHost(const QNetworkCookie &cookie, const QUrl &url)
+{
+    const QString domain = cookie.domain();
+    return !domain.startsWith(QLatin1Char('.')) || QHostAddress(url.host()).isNull()
+        || domain.midRef(1) == url.host();
+}
 
 } // namespace
 
@@ -36,7 +49,13 @@ bool CAdobeCookieJar::load()
 
 QList<QNetworkCookie> CAdobeCookieJar::cookiesForUrl(const QUrl &url) const
 {
-    return SnapshotJar(CookieStore::instance().cookies()).cookiesForUrl(url);
+    QList<QNetworkCookie> cookies =
+        SnapshotJar(CookieStore::instance().cookies()).cookiesForUrl(url);
+    cookies.erase(
+        std::remove_if(cookies.begin(), cookies.end(),
+                       [&url](const QNetworkCookie &cookie) { return !canNameHost(cookie, url); }),
+        cookies.end());
+    return cookies;
 }
 
 bool CAdobeCookieJar::insertCookie(const QNetworkCookie &cookie)
@@ -47,4 +66,9 @@ bool CAdobeCookieJar::insertCookie(const QNetworkCookie &cookie)
 bool CAdobeCookieJar::deleteCookie(const QNetworkCookie &cookie)
 {
     return CookieStore::instance().remove(cookie);
+}
+
+bool CAdobeCookieJar::validateCookie(const QNetworkCookie &cookie, const QUrl &url) const
+{
+    return canNameHost(cookie, url) && QNetworkCookieJar::validateCookie(cookie, url);
 }

@@ -26,6 +26,9 @@ public:
     QList<QNetworkCookie> cookiesForUrl(const QUrl &url) const override;
     bool insertCookie(const QNetworkCookie &cookie) override;
     bool deleteCookie(const QNetworkCookie &cookie) override;
+
+protected:
+    bool validateCookie(const QNetworkCookie &cookie, const QUrl &url) const override;
 };
 
 #endif

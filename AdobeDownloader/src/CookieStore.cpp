@@ -60,6 +60,13 @@ QByteArray lineOf(const QNetworkCookie &cookie)
     return fields.join('\t') + '\n';
 }
 
+/// The domain as cookies carry it: with a leading dot only when it stands for its subdomains, too.
+QString domainOf(const QByteArray &field, bool hasSubdomains)
+{
+    const QString domain = QString::fromUtf8(field).toLower();
+    return domain.startsWith(QLatin1Char('.')) && !hasSubdomains ? domain.mid(1) : domain;
+}
+
 /// Reads one line; false when it is a comment or no usable cookie.
 bool parseLine(QByteArray line, QNetworkCookie &cookie)
 {
@@ -83,7 +90,7 @@ bool parseLine(QByteArray line, QNetworkCookie &cookie)
         return false;
 
     cookie = QNetworkCookie(fields.at(5), fields.at(6));
-    cookie.setDomain(QString::fromUtf8(fields.at(0)));
+    cookie.setDomain(domainOf(fields.at(0), fields.at(1) == "TRUE"));
     cookie.setPath(QString::fromUtf8(fields.at(2)));
     cookie.setSecure(fields.at(3) == "TRUE");
     cookie.setHttpOnly(isHttpOnly);

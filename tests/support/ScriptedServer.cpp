@@ -1,6 +1,5 @@
 #include "ScriptedServer.h"
 
-#include <QHostAddress>
 #include <QTimer>
 
 namespace {
@@ -90,11 +89,16 @@ QByteArray HttpRequest::path() const
 }
 
 ScriptedServer::ScriptedServer(QObject *parent)
+    : ScriptedServer(QHostAddress(QHostAddress::LocalHost), parent)
+{
+}
+
+ScriptedServer::ScriptedServer(const QHostAddress &host, QObject *parent)
     : QObject(parent)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &ScriptedServer::acceptConnection);
     m_server.setMaxPendingConnections(1000);
-    if (!m_server.listen(QHostAddress::LocalHost))
+    if (!m_server.listen(host))
         qFatal("no loopback port to listen on");
 }
 
@@ -138,7 +142,9 @@ QUrl ScriptedServer::url(const QByteArray &target) const
 
 QString ScriptedServer::address(const QByteArray &target) const
 {
-    return QStringLiteral("http://127.0.0.1:%1%2").arg(port()).arg(QString::fromUtf8(target));
+    // Joined, not filled in: the target may hold what looks like a marker.
+    return QStringLiteral("http://%1:%2").arg(m_server.serverAddress().toString()).arg(port())
+        + QString::fromUtf8(target);
 }
 
 quint16 ScriptedServer::port() const

@@ -3,6 +3,7 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QHostAddress>
 #include <QList>
 #include <QMetaType>
 #include <QPair>
@@ -57,6 +58,9 @@ public:
     using RawHandler = std::function<void(const HttpRequest &, QTcpSocket *)>;
 
     explicit ScriptedServer(QObject *parent = nullptr);
+
+    /// @param host the loopback address to listen on, such as 127.0.0.2; another host to cookies
+    explicit ScriptedServer(const QHostAddress &host, QObject *parent = nullptr);
 
     /// Answers every request for a path (without query); anything else gets 404.
     void on(const QByteArray &path, const HttpReply &reply);
