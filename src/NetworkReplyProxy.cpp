@@ -2,6 +2,7 @@
 
 #include "ShareMemoryManager.h"
 #include "VideoPreference.h"
+#include "WebAddress.h"
 
 #include <QNetworkCookieJar>
 #include <QPointer>
@@ -17,6 +18,21 @@ constexpr int maxKeptBytes = 1 << 30; // a byte array cannot hold more than twic
 constexpr int compactFromBytes = 1 << 20;
 constexpr qint64 readBufferBytes = 1 << 20; // a fast server waits until the proxy has looked
 constexpr int lastCopiedAttribute = 7; // QNetworkRequest::DoNotBufferUploadDataAttribute
+
+/// Whether the address is the page that the caller named, which may be a file of this machine.
+bool isPageAddress(const QUrl &url)
+{
+    const QUrl page(CVideoPreference::instance()->GetPageUrl());
+    return url.scheme() == page.scheme() && url.host() == page.host()
+        && url.path(QUrl::FullyDecoded) == page.path(QUrl::FullyDecoded);
+}
+
+/// Whether a page may load the address: from the web, or out of the page itself. Of this machine's
+/// files only the one that the caller named is opened, however a page asks for another.
+bool mayLoad(const QUrl &url)
+{
+    return WebAddress::isWeb(url) || url.scheme() == QLatin1String("data") || isPageAddress(url);
+}
 
 } // namespace
 
@@ -39,7 +55,7 @@ QNetworkReply *NetworkAccessManagerProxy::createRequest(Operation operation,
 {
     emit sendUrl(request.url().toString());
 
-    if (m_isDisabled || ShareMemoryManager::GetInstance()->GetExitFlag())
+    if (m_isDisabled || !mayLoad(request.url()) || ShareMemoryManager::GetInstance()->GetExitFlag())
         return QNetworkAccessManager::createRequest(GetOperation, QNetworkRequest(QUrl()), nullptr);
 
     QNetworkReply *const reply =

@@ -8,6 +8,10 @@
 
 /// The network manager of the page: reports every address that the page requests, refuses all
 /// further requests once disabled or once the host wants the run to end, and wraps each reply.
+///
+/// It is the one door through which a page reaches anything: http and https addresses, data that
+/// the page carries itself, and the page address that the caller named. Everything else (files,
+/// resources of the program, ftp) is refused, redirects included, for the engine asks for each hop.
 class NetworkAccessManagerProxy final : public QNetworkAccessManager
 {
     Q_OBJECT
