@@ -1,10 +1,14 @@
 #include "CsvLog.h"
 
+#include "HostLine.h"
 #include "VideoPreference.h"
+#include "WebAddress.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryFile>
+
+#include <algorithm>
 
 namespace {
 
@@ -13,11 +17,16 @@ QString quoted(const QString &text)
     return QLatin1Char('"') + text + QLatin1Char('"');
 }
 
+/// The text with a blank for everything that some reader takes for the end of a line, or a terminal
+/// for a command. Tabs stay.
 QString onOneLine(QString text)
 {
-    return text.replace(QLatin1String("\r\n"), QLatin1String(" "))
-        .replace(QLatin1Char('\n'), QLatin1Char(' '))
-        .replace(QLatin1Char('\r'), QLatin1Char(' '));
+    text.replace(QLatin1String("\r\n"), QLatin1String(" "));
+    std::replace_if(
+        text.begin(), text.end(),
+        [](QChar c) { return c != QLatin1Char('\t') && HostLine::breaksLine(c); },
+        QLatin1Char(' '));
+    return text;
 }
 
 /// Puts a file that holds just the header in place, unless another run has been faster. The header
@@ -56,7 +65,7 @@ QString CsvLog::GetLogMessage() const
 
     QStringList columns{
         preference->GetPageUrlMD5(),
-        quoted(preference->GetPageUrl()),
+        quoted(WebAddress::withoutCredentials(preference->GetPageUrl())),
         m_data.succeeded ? QStringLiteral("Y") : QStringLiteral("N"),
         QString::number(m_data.getTimeUsed()),
     };
@@ -68,7 +77,7 @@ QString CsvLog::GetLogMessage() const
         columns += {QString(), QString(), QString(), QString()};
     }
     columns += {
-        quoted(m_data.getHtmlTitle()),
+        quoted(WebAddress::withoutCredentials(m_data.getHtmlTitle())),
         quoted(QFile::exists(thumbPath) ? QDir::toNativeSeparators(thumbPath) : QString()),
         quoted(videoMark + QDir::toNativeSeparators(videoPath)),
     };

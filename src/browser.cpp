@@ -83,6 +83,18 @@ void reportResult(const QString &what, int state)
         HostLine::sendText(what + QLatin1String(" download finished:") + word);
 }
 
+QString queryOf(const QString &address)
+{
+    const int mark = address.indexOf(QLatin1Char('?'));
+    return mark > 0 ? address.mid(mark + 1) : QString();
+}
+
+/// Whether a text of the page would be taken for an option of its own.
+bool isLikeOption(const QString &text)
+{
+    return text.startsWith(QLatin1String("--"));
+}
+
 /// The stream's download as an argument list. The first two stand where a program name would, and
 /// are not read.
 QStringList hdsArguments(const QString &f4mUrl, const QString &outDir)
@@ -90,9 +102,9 @@ QStringList hdsArguments(const QString &f4mUrl, const QString &outDir)
     const auto *const preference = CVideoPreference::instance();
     QStringList arguments{QStringLiteral("--url"), preference->GetPageUrl(),
                           QStringLiteral("--manifest"), f4mUrl};
-    const int query = f4mUrl.indexOf(QLatin1Char('?'));
-    if (query > 0)
-        arguments += {QStringLiteral("--auth"), f4mUrl.mid(query + 1)};
+    const bool hasQuery = f4mUrl.indexOf(QLatin1Char('?')) > 0;
+    if (hasQuery && !isLikeOption(queryOf(f4mUrl)))
+        arguments += {QStringLiteral("--auth"), queryOf(f4mUrl)};
     const ProxySetting proxy = preference->GetProxy();
     if (!proxy.host.isEmpty())
         arguments += {QStringLiteral("--proxy"),
@@ -574,6 +586,8 @@ int Browser::DownloadF4f(const QString &f4mUrl)
     const QString outDir = preference->GetOutDir();
     HostLine::sendQuoted(outDir);
     CAdobePreference::GetInstance()->parseParams(hdsArguments(f4mUrl, outDir));
+    if (isLikeOption(queryOf(f4mUrl)))
+        CAdobePreference::GetInstance()->SetOption(QStringLiteral("auth"), queryOf(f4mUrl));
     m_isHdsRunning = true;
     return m_hdsDownloader.Download() ? 1 : 0;
 }

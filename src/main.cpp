@@ -3,6 +3,7 @@
 #include "ShareMemoryManager.h"
 #include "StopSignals.h"
 #include "VideoPreference.h"
+#include "WebAddress.h"
 #include "browser.h"
 
 #include <QApplication>
@@ -145,11 +146,13 @@ void SimpleLoggingHandler(QtMsgType type, const char *text)
         return;
     isWriting = true;
 
-    const QByteArray message = QByteArray(text).replace('\n', "\\n").replace('\r', "\\r");
+    // Warnings may hold text of a page, too, and forge no line either.
+    const QString line = HostLine::onOneLine(QString::fromUtf8(text));
     const QMutexLocker locker(&messageMutex);
     if (type == QtDebugMsg)
-        writeAll(STDERR_FILENO, message + '\n');
-    const QByteArray logText = logTextOf(type, message);
+        writeAll(STDERR_FILENO, line.toUtf8() + '\n');
+    // The host needs the addresses as they are; the log keeps no passwords.
+    const QByteArray logText = logTextOf(type, WebAddress::withoutCredentials(line).toUtf8());
     if (type == QtFatalMsg)
         std::abort();
     appendToLog(logText);

@@ -6,12 +6,6 @@
 
 namespace {
 
-bool breaksLine(QChar c)
-{
-    const ushort code = c.unicode();
-    return code < 0x20 || (code >= 0x7f && code <= 0x9f) || code == 0x2028 || code == 0x2029;
-}
-
 QString escapeOf(QChar c)
 {
     switch (c.unicode()) {
@@ -26,7 +20,20 @@ QString escapeOf(QChar c)
     }
 }
 
-QString onOneLine(const QString &text)
+QString inQuotes(const QString &text)
+{
+    return QLatin1Char('"') + text + QLatin1Char('"');
+}
+
+} // namespace
+
+bool HostLine::breaksLine(QChar c)
+{
+    const ushort code = c.unicode();
+    return code < 0x20 || (code >= 0x7f && code <= 0x9f) || code == 0x2028 || code == 0x2029;
+}
+
+QString HostLine::onOneLine(const QString &text)
 {
     if (std::none_of(text.cbegin(), text.cend(), breaksLine))
         return text;
@@ -41,13 +48,6 @@ QString onOneLine(const QString &text)
     }
     return result;
 }
-
-QString inQuotes(const QString &text)
-{
-    return QLatin1Char('"') + text + QLatin1Char('"');
-}
-
-} // namespace
 
 HostLine &HostLine::text(const QString &piece)
 {

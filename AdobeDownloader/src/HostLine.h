@@ -25,6 +25,13 @@ public:
     /// The line without its line end.
     [[nodiscard]] QString toString() const;
 
+    /// The text with every control character and line separator replaced by its JSON escape, so
+    /// that it is one line to whatever reads it.
+    [[nodiscard]] static QString onOneLine(const QString &text);
+
+    /// Whether the character is a control character or a line separator.
+    [[nodiscard]] static bool breaksLine(QChar c);
+
     /// Sends the line as a debug message.
     void send() const;
 
