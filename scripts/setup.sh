@@ -10,6 +10,7 @@ here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
 
 compiler='g++ cmake ninja-build pkg-config'
 toolkit='qtbase5-dev qtbase5-dev-tools libqt5webkit5-dev libqt5xmlpatterns5-dev'
+system='libseccomp-dev'
 # Without these plug-ins the engine may not ask for a page's video at all, without a font it lays
 # out no text, and without the certificates no https page opens.
 engine='gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav'
@@ -18,7 +19,7 @@ engine="$engine fonts-dejavu-core ca-certificates"
 tools='nginx libnginx-mod-rtmp libnginx-mod-http-echo libbenchmark-dev ffmpeg rtmpdump curl python3 procps'
 packaging='dpkg-dev file'
 
-packages="$compiler $toolkit $engine $tools $packaging"
+packages="$compiler $toolkit $system $engine $tools $packaging"
 [ "${1-}" != --bench ] || packages="$packages wget aria2 yt-dlp chromium"
 # Any npm will do; where one comes from elsewhere, the distribution's own would conflict with it.
 command -v npm >/dev/null 2>&1 || packages="$packages npm"

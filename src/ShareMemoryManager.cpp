@@ -87,10 +87,14 @@ bool ShareMemoryManager::writeShareMemData()
 bool ShareMemoryManager::readShareMemData()
 {
     const QMutexLocker locker(&m_mutex);
-    if (!attach() || !m_memory.lock())
+    if (!attach())
         return false;
+    // The lock goes with the process that made it. The byte can be read without it all the same, so
+    // that a run stays within reach.
+    const bool isLocked = m_memory.lock();
     QByteArray content(static_cast<const char *>(m_memory.constData()), m_memory.size());
-    m_memory.unlock();
+    if (isLocked)
+        m_memory.unlock();
 
     QBuffer buffer(&content);
     buffer.open(QIODevice::ReadOnly);

@@ -170,6 +170,11 @@ bool CVideoPreference::GetSupportF4f() const
     return GetOptionState(QStringLiteral("f4f"));
 }
 
+bool CVideoPreference::GetNoSandbox() const
+{
+    return GetOptionState(QStringLiteral("nosandbox"));
+}
+
 QString CVideoPreference::GetPageUrlMD5() const
 {
     const QByteArray digest =

@@ -50,6 +50,7 @@ public:
     [[nodiscard]] bool GetInfoFlag() const;
     [[nodiscard]] bool GetExitFlag() const;
     [[nodiscard]] bool GetSupportF4f() const;
+    [[nodiscard]] bool GetNoSandbox() const;
 
     /// The MD5 of the page address as 32 upper-case hexadecimal digits: the name of this page's
     /// files and of its stop flag.

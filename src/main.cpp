@@ -1,5 +1,6 @@
 #include "FlashVersion.h"
 #include "HostLine.h"
+#include "Sandbox.h"
 #include "ShareMemoryManager.h"
 #include "StopSignals.h"
 #include "VideoPreference.h"
@@ -102,15 +103,15 @@ void installMessageHandler()
     });
 }
 
-bool isPlatformChosen(int argc, char *argv[])
+/// The toolkit's platform by the arguments or the environment; empty when none is chosen.
+QByteArray chosenPlatform(int argc, char *argv[])
 {
-    if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        return true;
-    for (int i = 1; i < argc; ++i) {
+    QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    for (int i = 1; i + 1 < argc; ++i) {
         if (qstrcmp(argv[i], "-platform") == 0 || qstrcmp(argv[i], "--platform") == 0)
-            return true;
+            platform = argv[i + 1];
     }
-    return false;
+    return platform;
 }
 
 /// What must stand before the application object is made.
@@ -122,7 +123,7 @@ void prepareProcess(int argc, char *argv[])
     QNetworkProxyFactory::setUseSystemConfiguration(false);
     const bool hasDisplay =
         !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
-    if (!hasDisplay && !isPlatformChosen(argc, argv))
+    if (!hasDisplay && chosenPlatform(argc, argv).isEmpty())
         qputenv("QT_QPA_PLATFORM", "offscreen");
 }
 
@@ -132,6 +133,40 @@ bool openLog()
     const bool isThere = QDir(CVideoPreference::instance()->GetOutDir()).exists();
     isLogOpen = isThere && CVideoPreference::instance()->GetLog();
     return isThere;
+}
+
+/// Puts the walls up around the calling thread and all that it starts; the log tells of gaps.
+void confine(bool usesDisplay)
+{
+    const auto *const preference = CVideoPreference::instance();
+    Sandbox sandbox(preference->GetOutDir(), usesDisplay);
+    if (preference->GetShow())
+        sandbox.allowSound();
+    const QStringList gaps = sandbox.confine();
+    for (const QString &gap : gaps)
+        qWarning("the page run is confined in part only: %s", qUtf8Printable(gap));
+}
+
+/// Makes ready for a page run, if that is what the arguments ask for: makes the stop flag and puts
+/// the walls up. Returns whether it did.
+///
+/// This needs the options, so an application object, and comes before the toolkit's own: that one
+/// starts threads, which would be left outside.
+bool preparePageRun(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    const auto *const preference = CVideoPreference::instance();
+    if (preference->GetExitFlag() || preference->GetInfoFlag() || preference->GetPageUrl().isEmpty()
+        || !openLog())
+        return false;
+    StopSignals::install();
+    ShareMemoryManager::GetInstance()->CreateShareMemData();
+    if (!preference->GetNoSandbox()) {
+        const QByteArray platform = chosenPlatform(argc, argv);
+        confine(!platform.startsWith("offscreen") && !platform.startsWith("minimal"));
+    }
+    isLogOpen = false; // what the toolkit says while it starts is no part of the run
+    return true;
 }
 
 } // namespace
@@ -226,6 +261,7 @@ int exec(QApplication *application)
 int main(int argc, char *argv[])
 {
     prepareProcess(argc, argv);
+    const bool isPrepared = argc > 1 && preparePageRun(argc, argv);
     QApplication application(argc, argv);
     if (argc < 2) {
         printUsage();
@@ -247,11 +283,9 @@ int main(int argc, char *argv[])
     }
     if (preference->GetPageUrl().isEmpty())
         return NoPageUrl;
-    if (!openLog())
+    if (!openLog() || !isPrepared)
         return NoOutputFolder;
 
-    StopSignals::install();
-    ShareMemoryManager::GetInstance()->CreateShareMemData();
     const int result = exec(&application);
     ShareMemoryManager::GetInstance()->DeleteShareMemData();
     return result;

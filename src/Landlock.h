@@ -1,0 +1,54 @@
+#ifndef LANDLOCK_H
+#define LANDLOCK_H
+
+#include <QString>
+#include <QStringList>
+
+/// A set of rules for the kernel's file system walls, which a thread puts up around itself and
+/// everything that it starts later, for good. What no rule allows is refused: reading, writing,
+/// starting programs, serving over TCP and, from the kernel that can, controlling devices and
+/// sending signals to processes outside. What is open already stays usable.
+///
+/// Not for use by several threads at once.
+class Landlock final
+{
+public:
+    /// What a rule allows on a file, or on a folder and everything below it.
+    enum class Access {
+        Read, ///< read files, list folders
+        Write, ///< as Read; also make, write and remove files, and make folders
+        Device, ///< read, write and control device files
+        Remove ///< remove files, but make, read and write none
+    };
+
+    Landlock();
+    ~Landlock();
+    Q_DISABLE_COPY(Landlock)
+
+    /// The version of the interface that this kernel offers; 0 for none.
+    [[nodiscard]] static int offeredVersion();
+
+    /// Allows sockets of the abstract kind that processes outside have opened; call it before
+    /// allow().
+    void allowAbstractSockets();
+
+    /// Adds a rule. A path that does not exist, or that cannot be opened, is left out: what is not
+    /// there needs no rule. Links are followed.
+    void allow(const QString &path, Access access);
+
+    /// Puts the walls up around the calling thread, which must have given up new privileges.
+    /// Returns false when the kernel does not offer them or refuses; nothing is refused then.
+    [[nodiscard]] bool enforce();
+
+    /// What walls of that version leave open, a phrase each.
+    [[nodiscard]] static QStringList gapsOf(int version);
+
+private:
+    void create();
+
+    const int m_version;
+    bool m_mayUseAbstractSockets = false;
+    int m_rules = -1; ///< descriptor of the kernel's object
+};
+
+#endif
