@@ -182,13 +182,6 @@ void Sandbox::prepareMediaFramework() const
 {
     qputenv("GST_REGISTRY_FORK", "no"); // looks at new plug-ins itself and starts no program for it
     qputenv("PULSE_LOG_SYSLOG", "1");
-    if (m_mayPlaySound)
-        return;
-    QByteArray ranks = qgetenv("GST_PLUGIN_FEATURE_RANK");
-    for (const char *const sink :
-         {"pulsesink", "pipewiresink", "jackaudiosink", "alsasink", "oss4sink", "osssink"})
-        ranks += QByteArray(ranks.isEmpty() ? "" : ",") + sink + ":NONE";
-    qputenv("GST_PLUGIN_FEATURE_RANK", ranks);
 }
 
 void Sandbox::addRules(Landlock &rules) const

@@ -7,6 +7,7 @@
 #include <QBuffer>
 #include <QDataStream>
 #include <QMutexLocker>
+#include <QSystemSemaphore>
 
 #include <cstring>
 
@@ -17,7 +18,8 @@ ShareMemoryManager *ShareMemoryManager::GetInstance()
 }
 
 ShareMemoryManager::ShareMemoryManager()
-    : m_memory(QStringLiteral("SM_%1").arg(CVideoPreference::instance()->GetPageUrlMD5()))
+    : m_key(QStringLiteral("SM_%1").arg(CVideoPreference::instance()->GetPageUrlMD5()))
+    , m_memory(std::make_unique<QSharedMemory>(m_key))
 {
     m_exitFlag = CVideoPreference::instance()->GetExitFlag();
 }
@@ -47,24 +49,33 @@ void ShareMemoryManager::DeleteShareMemData()
     const QMutexLocker locker(&m_mutex);
     if (!attach())
         return;
-    if (m_memory.lock()) {
-        std::memset(m_memory.data(), 0, static_cast<size_t>(m_memory.size()));
-        m_memory.unlock();
+    if (m_memory->lock()) {
+        std::memset(m_memory->data(), 0, static_cast<size_t>(m_memory->size()));
+        m_memory->unlock();
     }
     detach();
+    removeLock();
     HostLine::sendText(QStringLiteral("detach sharememory"));
+}
+
+/// The toolkit leaves the lock to whoever made it, and that may be a run that was killed, or this
+/// one on its way out without destructors. Somebody who still uses it makes a new one.
+void ShareMemoryManager::removeLock()
+{
+    m_memory = std::make_unique<QSharedMemory>(m_key);
+    const QSystemSemaphore taken(m_key, 1, QSystemSemaphore::Create); // its owner now: gone with it
 }
 
 bool ShareMemoryManager::attach()
 {
     const QMutexLocker locker(&m_mutex);
-    return m_memory.isAttached() || m_memory.attach(QSharedMemory::ReadWrite);
+    return m_memory->isAttached() || m_memory->attach(QSharedMemory::ReadWrite);
 }
 
 bool ShareMemoryManager::detach()
 {
     const QMutexLocker locker(&m_mutex);
-    return m_memory.isAttached() && m_memory.detach();
+    return m_memory->isAttached() && m_memory->detach();
 }
 
 bool ShareMemoryManager::writeShareMemData()
@@ -75,13 +86,13 @@ bool ShareMemoryManager::writeShareMemData()
     QDataStream stream(&buffer);
     stream << m_exitFlag;
 
-    if (!attach() && !m_memory.create(static_cast<int>(buffer.size()), QSharedMemory::ReadWrite))
+    if (!attach() && !m_memory->create(static_cast<int>(buffer.size()), QSharedMemory::ReadWrite))
         return false;
-    if (!m_memory.lock())
+    if (!m_memory->lock())
         return false;
-    std::memcpy(m_memory.data(), buffer.data().constData(),
-                static_cast<size_t>(qMin<qint64>(buffer.size(), m_memory.size())));
-    return m_memory.unlock();
+    std::memcpy(m_memory->data(), buffer.data().constData(),
+                static_cast<size_t>(qMin<qint64>(buffer.size(), m_memory->size())));
+    return m_memory->unlock();
 }
 
 bool ShareMemoryManager::readShareMemData()
@@ -91,10 +102,10 @@ bool ShareMemoryManager::readShareMemData()
         return false;
     // The lock goes with the process that made it. The byte can be read without it all the same, so
     // that a run stays within reach.
-    const bool isLocked = m_memory.lock();
-    QByteArray content(static_cast<const char *>(m_memory.constData()), m_memory.size());
+    const bool isLocked = m_memory->lock();
+    QByteArray content(static_cast<const char *>(m_memory->constData()), m_memory->size());
     if (isLocked)
-        m_memory.unlock();
+        m_memory->unlock();
 
     QBuffer buffer(&content);
     buffer.open(QIODevice::ReadOnly);

@@ -4,6 +4,8 @@
 #include <QMutex>
 #include <QSharedMemory>
 
+#include <memory>
+
 /// The stop flag of a page's run: one byte of shared memory that the host, or a second run of the
 /// program, sets to 1. Its key is made from the page address, so every process that was started
 /// with the same address reaches the same block. Safe on any thread; every access to the byte
@@ -25,7 +27,8 @@ public:
     /// Clears and leaves a block that an earlier run left behind, then writes a fresh one.
     bool CreateShareMemData();
 
-    /// Clears and leaves the block, if there is one.
+    /// Clears and leaves the block, if there is one, and takes its lock out of the system. What a
+    /// run that was killed left behind is taken away with it.
     void DeleteShareMemData();
 
     bool attach();
@@ -38,9 +41,12 @@ private:
     ~ShareMemoryManager() = default;
     Q_DISABLE_COPY(ShareMemoryManager)
 
+    void removeLock();
+
+    const QString m_key;
     QMutex m_mutex{QMutex::Recursive}; // guards the members below
     bool m_exitFlag = false;
-    QSharedMemory m_memory;
+    std::unique_ptr<QSharedMemory> m_memory; // never null
 };
 
 #endif

@@ -37,6 +37,9 @@ enum ExitCode { NoArguments = -1001, NoPageUrl = -1010, NoOutputFolder = -1011 }
 /// may have misspelt.
 std::atomic_bool isLogOpen{false};
 
+/// What the engine's media framework thinks of its sinks.
+constexpr char soundRanks[] = "GST_PLUGIN_FEATURE_RANK";
+
 QBasicMutex messageMutex; // one line at a time; static destructors may still write some
 
 /// Writes all of the bytes, in one call unless the system splits it.
@@ -119,12 +122,26 @@ void prepareProcess(int argc, char *argv[])
 {
     installMessageHandler();
     std::signal(SIGPIPE, SIG_IGN); // a host that stops reading does not end the download
+    std::signal(SIGXFSZ, SIG_IGN); // a limit on file sizes makes a write fail, as a full disk does
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QNetworkProxyFactory::setUseSystemConfiguration(false);
     const bool hasDisplay =
         !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
     if (!hasDisplay && chosenPlatform(argc, argv).isEmpty())
         qputenv("QT_QPA_PLATFORM", "offscreen");
+}
+
+/// Nobody hears a page that is not shown, and looking for somewhere to play its sound leaves
+/// folders and shared memory of the sound servers behind.
+void muteHiddenPage()
+{
+    if (CVideoPreference::instance()->GetShow())
+        return;
+    QByteArray ranks = qgetenv(soundRanks);
+    for (const char *const sink : {"pulsesink", "pipewiresink", "jackaudiosink", "alsasink",
+                                   "oss4sink", "osssink", "openalsink"})
+        ranks += QByteArray(ranks.isEmpty() ? "" : ",") + sink + ":NONE";
+    qputenv(soundRanks, ranks);
 }
 
 /// Lets messages reach the log file, if logging is on and its folder can exist.
@@ -161,6 +178,7 @@ bool preparePageRun(int argc, char *argv[])
         return false;
     StopSignals::install();
     ShareMemoryManager::GetInstance()->CreateShareMemData();
+    muteHiddenPage();
     if (!preference->GetNoSandbox()) {
         const QByteArray platform = chosenPlatform(argc, argv);
         confine(!platform.startsWith("offscreen") && !platform.startsWith("minimal"));

@@ -60,6 +60,20 @@ class tst_ShareMemory : public QObject
     Q_OBJECT
 
 private:
+    /// The files that stand for the block and its lock in the system, as far as they are there.
+    QStringList keyFiles() const
+    {
+        QStringList files;
+        const QString block = QSharedMemory(keyOf(m_pageUrl)).nativeKey();
+        const QString lock =
+            QString(block).replace(QLatin1String("sharedmemory"), QLatin1String("systemsem"));
+        for (const QString &path : {block, lock}) {
+            if (QFile::exists(path))
+                files += path;
+        }
+        return files;
+    }
+
     const QString m_pageUrl = uniquePageUrl() + QLatin1String("/a");
 
 private slots:
@@ -155,6 +169,42 @@ private slots:
         QVERIFY(!HostBlock(m_pageUrl).attach());
         QVERIFY(!manager()->GetExitFlag());
         QVERIFY(manager()->SetExitFlag(false));
+    }
+
+    void deletingLeavesNothingInTheSystem()
+    {
+        QVERIFY(manager()->CreateShareMemData());
+        QCOMPARE(keyFiles().size(), 2);
+        manager()->DeleteShareMemData();
+        QCOMPARE(keyFiles(), QStringList());
+    }
+
+    void whatAKilledRunLeftIsTakenAway()
+    {
+        ProgramRun killed;
+        killed.start({QStringLiteral("--url"), m_pageUrl});
+        QVERIFY(killed.waitForOutput("parsing..."));
+        killed.process().kill();
+        QVERIFY(killed.waitForEnd());
+        QCOMPARE(keyFiles().size(), 2);
+        QVERIFY(manager()->CreateShareMemData());
+        manager()->DeleteShareMemData();
+        QCOMPARE(keyFiles(), QStringList());
+    }
+
+    void aHostThatStaysAttachedKeepsItsLock()
+    {
+        QVERIFY(manager()->CreateShareMemData());
+        HostBlock host(m_pageUrl);
+        QVERIFY(host.attach());
+        host.setByte(1);
+        manager()->DeleteShareMemData();
+        QCOMPARE(host.byte(), 0); // it makes a new one
+        QVERIFY(manager()->CreateShareMemData());
+        host.setByte(1);
+        QVERIFY(manager()->GetExitFlag());
+        host.setByte(0);
+        QVERIFY(!manager()->GetExitFlag());
     }
 
     void aStaleRequestIsClearedFirst()
