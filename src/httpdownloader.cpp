@@ -7,6 +7,7 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPointer>
+#include <QRegularExpression>
 
 #include <limits>
 #include <memory>
@@ -49,6 +50,28 @@ qint64 boundedSum(qint64 a, qint64 b)
     return b > std::numeric_limits<qint64>::max() - a ? std::numeric_limits<qint64>::max() : a + b;
 }
 
+/// What a "Content-Range" header says: positions of bytes, both inclusive, and the size of the
+/// whole; -1 for what it does not say.
+struct ContentRange
+{
+    qint64 first = -1;
+    qint64 last = -1;
+    qint64 size = -1;
+};
+
+ContentRange contentRangeOf(const QNetworkReply &reply)
+{
+    static const QRegularExpression pattern(
+        QStringLiteral("^\\s*\\w+\\s+(\\d+)(?:-(\\d+))?(?:/(\\d+))?"));
+    const auto match = pattern.match(QString::fromLatin1(reply.rawHeader("Content-Range")));
+    const auto number = [&match](int group) {
+        bool isNumber = false;
+        const qint64 value = match.captured(group).toLongLong(&isNumber);
+        return isNumber ? value : -1;
+    };
+    return {number(1), number(2), number(3)};
+}
+
 void installCookieJar(QNetworkAccessManager &manager, QNetworkCookieJar *cookieJar)
 {
     QObject *const owner = cookieJar->parent();
@@ -87,6 +110,7 @@ bool HttpDownloader::download()
     m_expectedLength = 0;
     m_receivedBytes = 0;
     m_hasWriteFailed = false;
+    m_isOverwriting = false;
     m_isPartial = CVideoPreference::instance()->GetPartialDown();
     m_redirectCount = 0;
     m_isCancelled = false;
@@ -184,13 +208,20 @@ bool HttpDownloader::hasUsableAnswer() const
 
 bool HttpDownloader::answersWantedRange() const
 {
-    const QByteArray range = m_reply->rawHeader("Content-Range").trimmed();
-    if (statusOf(*m_reply) != 206 || range.isEmpty())
+    if (statusOf(*m_reply) != 206 || m_reply->rawHeader("Content-Range").trimmed().isEmpty())
         return true;
-    bool isNumber = false;
-    const qint64 first =
-        range.mid(range.indexOf(' ') + 1).split('-').constFirst().toLongLong(&isNumber);
-    return isNumber && first == m_rangeStart;
+    return contentRangeOf(*m_reply).first == m_rangeStart;
+}
+
+/// Whether what arrived is all that was asked for, as far as the server says what it sends.
+bool HttpDownloader::reachesRangeEnd() const
+{
+    if (statusOf(*m_reply) != 206)
+        return true;
+    const ContentRange range = contentRangeOf(*m_reply);
+    const bool isCut = range.last >= 0 && boundedSum(m_rangeStart, m_receivedBytes) <= range.last;
+    const bool isShort = m_rangeEnd <= 0 && range.last >= 0 && range.last < range.size - 1;
+    return !isCut && !isShort;
 }
 
 /// Judges the header of an answer before any byte of its body reaches the file.
@@ -212,8 +243,11 @@ void HttpDownloader::checkAnswer()
         && m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong() == wholeSize;
     if (m_append && isWholeFile && m_file.isOpen() && m_file.size() > 0) {
         // The server ignored the range: appending would glue a second beginning to the first.
+        // What is there is overwritten with the same bytes, so that none are lost to a cut.
         m_rangeStart = 0;
-        m_hasWriteFailed = !m_file.resize(0);
+        m_file.close();
+        m_isOverwriting = m_file.open(QIODevice::ReadWrite | QIODevice::Unbuffered);
+        m_hasWriteFailed = !m_isOverwriting;
         if (m_hasWriteFailed)
             endReplySoon();
     }
@@ -311,11 +345,15 @@ void HttpDownloader::finishFile()
     const bool isUsable = hasUsableAnswer();
     if (isUsable)
         saveReadable();
-    const qint64 fileSize = m_file.size();
-    m_file.close();
+    const qint64 fileSize = m_isOverwriting ? m_file.pos() : m_file.size();
     // The toolkit misses a cut that arrives together with the last bytes before it.
-    const bool isWhole = m_receivedBytes >= declaredLength() && fileSize >= m_expectedLength;
-    if (isUsable && !m_hasWriteFailed && isWhole)
+    const bool isWhole =
+        m_receivedBytes >= declaredLength() && fileSize >= m_expectedLength && reachesRangeEnd();
+    bool isSaved = isUsable && !m_hasWriteFailed && isWhole;
+    if (isSaved && m_isOverwriting)
+        isSaved = m_file.resize(fileSize);
+    m_file.close();
+    if (isSaved)
         emit downFinished(m_rangeNo);
     else
         emit downerror(m_rangeNo);

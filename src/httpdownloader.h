@@ -79,6 +79,7 @@ private:
     void endReplySoon();
     [[nodiscard]] bool hasUsableAnswer() const;
     [[nodiscard]] bool answersWantedRange() const;
+    [[nodiscard]] bool reachesRangeEnd() const;
     [[nodiscard]] qint64 declaredLength() const;
     void saveReadable();
     void collectReadable();
@@ -98,6 +99,7 @@ private:
     CAdobeCookieJar m_cookieJar;
     qint64 m_receivedBytes = 0; ///< of the running answer's body
     bool m_hasWriteFailed = false;
+    bool m_isOverwriting = false; // the file from its beginning, instead of adding to it
     bool m_isPartial = false;
     int m_redirectCount = 0;
     bool m_isCancelled = false; ///< a redirect that is under way is not followed any more

@@ -395,6 +395,17 @@ private slots:
         QTest::newRow("range ignored and cut: what arrived replaces what was there")
             << answerWith("200 OK\r\nContent-Length: 8", "01234") << "--size 8" << false
             << QByteArray("01234");
+        QTest::newRow("range ignored and cut early: what was there stays")
+            << answerWith("200 OK\r\nContent-Length: 8", "01") << "--size 8" << false << old;
+        QTest::newRow("range ignored, the whole is shorter")
+            << answerWith("200 OK\r\nContent-Length: 3", "abc") << "--size 3" << true
+            << QByteArray("abc");
+        QTest::newRow("less than the rest")
+            << answerWith("206 Part\r\nContent-Length: 2\r\nContent-Range: bytes 4-5/8", "45")
+            << "--size 8" << false << old + "45";
+        QTest::newRow("a length below that of the range")
+            << answerWith("206 Part\r\nContent-Length: 2\r\nContent-Range: bytes 4-7/8", "45")
+            << "--size 8" << false << old + "45";
         QTest::newRow("past the end")
             << answerWith("416 No\r\nContent-Range: bytes */4\r\nContent-Length: 4", "page")
             << "--size 8" << false << old;
