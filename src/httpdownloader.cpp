@@ -216,6 +216,8 @@ bool HttpDownloader::answersWantedRange() const
 /// Whether what arrived is all that was asked for, as far as the server says what it sends.
 bool HttpDownloader::reachesRangeEnd() const
 {
+    if (statusOf(*m_reply) == 204)
+        return m_rangeStart == 0; // there was more when the file was begun
     if (statusOf(*m_reply) != 206)
         return true;
     const ContentRange range = contentRangeOf(*m_reply);

@@ -406,6 +406,8 @@ private slots:
         QTest::newRow("a length below that of the range")
             << answerWith("206 Part\r\nContent-Length: 2\r\nContent-Range: bytes 4-7/8", "45")
             << "--size 8" << false << old + "45";
+        QTest::newRow("no more content")
+            << answerWith("204 No Content") << "--size 8" << false << old;
         QTest::newRow("past the end")
             << answerWith("416 No\r\nContent-Range: bytes */4\r\nContent-Length: 4", "page")
             << "--size 8" << false << old;

@@ -29,12 +29,19 @@ void ProgramRun::setEnvironment(const QString &name, const QString &value)
     m_environment.insert(name, value);
 }
 
+void ProgramRun::setLauncher(const QStringList &launcher)
+{
+    m_launcher = launcher;
+}
+
 void ProgramRun::start(const QStringList &arguments)
 {
     m_errorOutput.clear();
     m_pageAddress = arguments.value(arguments.indexOf(QStringLiteral("--url")) + 1);
     m_process.setProcessEnvironment(m_environment);
-    m_process.start(QStringLiteral(CLIPWEIR_PROGRAM), arguments);
+    QStringList words = m_launcher + QStringList{QStringLiteral(CLIPWEIR_PROGRAM)} + arguments;
+    const QString program = words.takeFirst();
+    m_process.start(program, words);
 }
 
 bool ProgramRun::waitForEnd(int timeoutMs)

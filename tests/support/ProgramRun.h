@@ -19,6 +19,10 @@ public:
     /// Changes the environment of runs that are started afterwards.
     void setEnvironment(const QString &name, const QString &value);
 
+    /// Lets runs that are started afterwards be started by another program: its name and its
+    /// arguments, which the program's path and arguments follow.
+    void setLauncher(const QStringList &launcher);
+
     void start(const QStringList &arguments);
 
     /// Waits, with the event loop running, until the program has ended. Returns false and kills it
@@ -49,6 +53,7 @@ private:
 
     QTemporaryDir m_folder;
     QProcessEnvironment m_environment;
+    QStringList m_launcher;
     QProcess m_process;
     QString m_pageAddress;
     QByteArray m_errorOutput;

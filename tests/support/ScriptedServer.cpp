@@ -18,18 +18,6 @@ bool hasName(const HeaderList &headers, const QByteArray &name)
     return false;
 }
 
-QByteArray headOf(const HttpReply &reply)
-{
-    QByteArray head = "HTTP/1.1 " + QByteArray::number(reply.status) + " Scripted\r\n";
-    for (const auto &header : reply.headers)
-        head += header.first + ": " + header.second + "\r\n";
-    if (!reply.withoutLength && !hasName(reply.headers, "Content-Length"))
-        head += "Content-Length: " + QByteArray::number(reply.body.size()) + "\r\n";
-    if (!hasName(reply.headers, "Connection"))
-        head += "Connection: close\r\n";
-    return head + "\r\n";
-}
-
 /// Parses "first-last" or "first-" of a "bytes=" range; false for anything else.
 bool parseRange(const QByteArray &value, int size, int &first, int &last)
 {
@@ -42,29 +30,6 @@ bool parseRange(const QByteArray &value, int size, int &first, int &last)
         return false;
     last = ends.at(1).isEmpty() ? size - 1 : qMin(ends.at(1).toInt(), size - 1);
     return true;
-}
-
-HttpReply rangeReply(const HttpRequest &request, const QByteArray &body, const QByteArray &type)
-{
-    HttpReply reply;
-    reply.headers = {{"Content-Type", type}, {"Accept-Ranges", "bytes"}};
-    int first = 0;
-    int last = 0;
-    if (!parseRange(request.header("Range"), body.size(), first, last)) {
-        reply.body = body;
-        return reply;
-    }
-    if (first >= body.size()) {
-        reply.status = 416;
-        reply.headers += {"Content-Range", "bytes */" + QByteArray::number(body.size())};
-        return reply;
-    }
-    reply.status = 206;
-    reply.body = body.mid(first, last - first + 1);
-    reply.headers += {"Content-Range",
-                      "bytes " + QByteArray::number(first) + '-' + QByteArray::number(last) + '/'
-                          + QByteArray::number(body.size())};
-    return reply;
 }
 
 } // namespace
@@ -133,6 +98,42 @@ void ScriptedServer::serve(const QByteArray &path, const QByteArray &body,
     on(path, [body, contentType](const HttpRequest &request) {
         return rangeReply(request, body, contentType);
     });
+}
+
+HttpReply ScriptedServer::rangeReply(const HttpRequest &request, const QByteArray &body,
+                                     const QByteArray &type)
+{
+    HttpReply reply;
+    reply.headers = {{"Content-Type", type}, {"Accept-Ranges", "bytes"}};
+    int first = 0;
+    int last = 0;
+    if (!parseRange(request.header("Range"), body.size(), first, last)) {
+        reply.body = body;
+        return reply;
+    }
+    if (first >= body.size()) {
+        reply.status = 416;
+        reply.headers += {"Content-Range", "bytes */" + QByteArray::number(body.size())};
+        return reply;
+    }
+    reply.status = 206;
+    reply.body = body.mid(first, last - first + 1);
+    reply.headers += {"Content-Range",
+                      "bytes " + QByteArray::number(first) + '-' + QByteArray::number(last) + '/'
+                          + QByteArray::number(body.size())};
+    return reply;
+}
+
+QByteArray ScriptedServer::headOf(const HttpReply &reply)
+{
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(reply.status) + " Scripted\r\n";
+    for (const auto &header : reply.headers)
+        head += header.first + ": " + header.second + "\r\n";
+    if (!reply.withoutLength && !hasName(reply.headers, "Content-Length"))
+        head += "Content-Length: " + QByteArray::number(reply.body.size()) + "\r\n";
+    if (!hasName(reply.headers, "Connection"))
+        head += "Connection: close\r\n";
+    return head + "\r\n";
 }
 
 QUrl ScriptedServer::url(const QByteArray &target) const

@@ -78,6 +78,13 @@ public:
     /// Serves a body with byte ranges (206 and 416) as a file server does.
     void serve(const QByteArray &path, const QByteArray &body, const QByteArray &contentType);
 
+    /// The answer of a file server to a request that may name a range (200, 206 or 416).
+    [[nodiscard]] static HttpReply rangeReply(const HttpRequest &request, const QByteArray &body,
+                                              const QByteArray &contentType);
+
+    /// The status line and the headers of a reply, to the empty line, as they are sent.
+    [[nodiscard]] static QByteArray headOf(const HttpReply &reply);
+
     [[nodiscard]] QUrl url(const QByteArray &target) const;
     [[nodiscard]] QString address(const QByteArray &target) const; ///< url() as text
     [[nodiscard]] quint16 port() const;
