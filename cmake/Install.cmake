@@ -24,7 +24,9 @@ function(clipweir_install_link target link)
     install(FILES ${made} DESTINATION ${link_dir})
 endfunction()
 
-install(TARGETS clipweir RUNTIME DESTINATION ${program_dir})
+install(TARGETS clipweir clipweir_program
+    RUNTIME DESTINATION ${program_dir}
+    LIBRARY DESTINATION ${program_dir})
 file(RELATIVE_PATH program_from_bin
     ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBEXECDIR}/clipweir/clipweir)
 clipweir_install_link(${program_from_bin} ${CMAKE_INSTALL_BINDIR}/clipweir)

@@ -1,0 +1,125 @@
+#include "MessageLog.h"
+
+#include "HostLine.h"
+#include "VideoPreference.h"
+#include "WebAddress.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QMutex>
+#include <QMutexLocker>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace {
+
+std::atomic_bool isLogOpen{false};
+
+QBasicMutex messageMutex; // one line at a time; static destructors may still write some
+
+/// Writes all of the bytes, in one call unless the system splits it.
+void writeAll(int fd, const QByteArray &bytes)
+{
+    const char *data = bytes.constData();
+    size_t left = static_cast<size_t>(bytes.size());
+    while (left > 0) {
+        const ssize_t written = ::write(fd, data, left);
+        if (written >= 0) {
+            data += written;
+            left -= static_cast<size_t>(written);
+        } else if (errno == EAGAIN) {
+            pollfd writable{fd, POLLOUT, 0};
+            ::poll(&writable, 1, -1);
+        } else if (errno != EINTR) {
+            return; // nobody reads the lines any more; the run goes on
+        }
+    }
+}
+
+QByteArray logTextOf(QtMsgType type, const QByteArray &message)
+{
+    switch (type) {
+    case QtWarningMsg:
+        return "Warning: " + message;
+    case QtCriticalMsg:
+        return "Critical: " + message;
+    case QtFatalMsg:
+        return "Fatal: " + message;
+    case QtInfoMsg:
+        return "Info: " + message;
+    case QtDebugMsg:
+        break;
+    }
+    return "Debug: " + message;
+}
+
+void appendToLog(const QByteArray &logText)
+{
+    if (!isLogOpen || !QCoreApplication::instance())
+        return;
+    const QString now = QTime::currentTime().toString(QStringLiteral("hh:mm:ss.zzz "));
+    QFile file(CVideoPreference::instance()->GetLogFullPath(QStringLiteral("log")));
+    if (file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
+        file.write(now.toLatin1() + logText + '\n');
+}
+
+void handleMessage(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    SimpleLoggingHandler(type, message.toUtf8().constData());
+}
+
+} // namespace
+
+void SimpleLoggingHandler(QtMsgType type, const char *text)
+{
+    // A message that arises while one is being written would wait for itself.
+    thread_local bool isWriting = false;
+    if (isWriting)
+        return;
+    isWriting = true;
+
+    // Warnings may hold text of a page, too, and forge no line either.
+    const QString line = HostLine::onOneLine(QString::fromUtf8(text));
+    const QMutexLocker locker(&messageMutex);
+    if (type == QtDebugMsg)
+        writeAll(STDERR_FILENO, line.toUtf8() + '\n');
+    // The host needs the addresses as they are; the log keeps no passwords.
+    const QByteArray logText = logTextOf(type, WebAddress::withoutCredentials(line).toUtf8());
+    if (type == QtFatalMsg)
+        std::abort();
+    appendToLog(logText);
+    isWriting = false;
+}
+
+/// Host lines are debug messages: no logging rule of the environment may silence them.
+void MessageLog::install()
+{
+    static QLoggingCategory::CategoryFilter previousFilter = nullptr;
+    qInstallMessageHandler(handleMessage);
+    previousFilter = QLoggingCategory::installFilter([](QLoggingCategory *category) {
+        if (previousFilter) // not yet known while the filter is being installed
+            previousFilter(category);
+        if (qstrcmp(category->categoryName(), "default") == 0)
+            category->setEnabled(QtDebugMsg, true);
+    });
+}
+
+bool MessageLog::open()
+{
+    const bool isThere = QDir(CVideoPreference::instance()->GetOutDir()).exists();
+    isLogOpen = isThere && CVideoPreference::instance()->GetLog();
+    return isThere;
+}
+
+void MessageLog::close()
+{
+    isLogOpen = false;
+}

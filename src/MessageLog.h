@@ -1,0 +1,28 @@
+#ifndef MESSAGELOG_H
+#define MESSAGELOG_H
+
+#include <QtGlobal>
+
+/// Writes a message where it belongs: debug messages are the host's and go to standard error, and
+/// with logging on every message goes to the run's log file. Called from any thread.
+void SimpleLoggingHandler(QtMsgType type, const char *text);
+
+/// Where the toolkit's messages go, with the host's lines among them.
+class MessageLog final
+{
+public:
+    MessageLog() = delete;
+
+    /// Hands all messages of the process to SimpleLoggingHandler().
+    static void install();
+
+    /// Lets messages reach the log file, if logging is on. Returns whether the output folder
+    /// exists; no log is kept without it, for the log must not make a folder that the caller may
+    /// have misspelt.
+    static bool open();
+
+    /// Keeps messages out of the log file until the next open().
+    static void close();
+};
+
+#endif

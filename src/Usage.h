@@ -1,0 +1,7 @@
+#ifndef USAGE_H
+#define USAGE_H
+
+/// Sends the usage text to the host.
+void printUsage();
+
+#endif

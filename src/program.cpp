@@ -1,0 +1,156 @@
+#include "program.h"
+
+#include "FlashVersion.h"
+#include "HostLine.h"
+#include "MessageLog.h"
+#include "Sandbox.h"
+#include "ShareMemoryManager.h"
+#include "StopSignals.h"
+#include "Usage.h"
+#include "VideoPreference.h"
+#include "browser.h"
+
+#include <QApplication>
+#include <QEventLoop>
+#include <QNetworkProxyFactory>
+#include <QTextCodec>
+#include <QTimer>
+
+#include <csignal>
+
+namespace {
+
+/// What the engine's media framework thinks of its sinks.
+constexpr char soundRanks[] = "GST_PLUGIN_FEATURE_RANK";
+
+/// The toolkit's platform by the arguments or the environment; empty when none is chosen.
+QByteArray chosenPlatform(int argc, char *argv[])
+{
+    QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (qstrcmp(argv[i], "-platform") == 0 || qstrcmp(argv[i], "--platform") == 0)
+            platform = argv[i + 1];
+    }
+    return platform;
+}
+
+/// What must stand before the application object is made.
+void prepareProcess(int argc, char *argv[])
+{
+    MessageLog::install();
+    std::signal(SIGPIPE, SIG_IGN); // a host that stops reading does not end the download
+    std::signal(SIGXFSZ, SIG_IGN); // a limit on file sizes makes a write fail, as a full disk does
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    QNetworkProxyFactory::setUseSystemConfiguration(false);
+    const bool hasDisplay =
+        !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    if (!hasDisplay && chosenPlatform(argc, argv).isEmpty())
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+}
+
+/// Nobody hears a page that is not shown, and looking for somewhere to play its sound leaves
+/// folders and shared memory of the sound servers behind.
+void muteHiddenPage()
+{
+    if (CVideoPreference::instance()->GetShow())
+        return;
+    QByteArray ranks = qgetenv(soundRanks);
+    for (const char *const sink : {"pulsesink", "pipewiresink", "jackaudiosink", "alsasink",
+                                   "oss4sink", "osssink", "openalsink"})
+        ranks += QByteArray(ranks.isEmpty() ? "" : ",") + sink + ":NONE";
+    qputenv(soundRanks, ranks);
+}
+
+/// Puts the walls up around the calling thread and all that it starts; the log tells of gaps.
+void confine(bool usesDisplay)
+{
+    const auto *const preference = CVideoPreference::instance();
+    Sandbox sandbox(preference->GetOutDir(), usesDisplay);
+    if (preference->GetShow())
+        sandbox.allowSound();
+    const QStringList gaps = sandbox.confine();
+    for (const QString &gap : gaps)
+        qWarning("the page run is confined in part only: %s", qUtf8Printable(gap));
+}
+
+/// Makes ready for a page run, if that is what the arguments ask for: makes the stop flag and puts
+/// the walls up. Returns whether it did.
+///
+/// This needs the options, so an application object, and comes before the toolkit's own: that one
+/// starts threads, which would be left outside.
+bool preparePageRun(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    const auto *const preference = CVideoPreference::instance();
+    if (preference->GetExitFlag() || preference->GetInfoFlag() || preference->GetPageUrl().isEmpty()
+        || !MessageLog::open())
+        return false;
+    StopSignals::install();
+    ShareMemoryManager::GetInstance()->CreateShareMemData();
+    muteHiddenPage();
+    if (!preference->GetNoSandbox()) {
+        const QByteArray platform = chosenPlatform(argc, argv);
+        confine(!platform.startsWith("offscreen") && !platform.startsWith("minimal"));
+    }
+    MessageLog::close(); // what the toolkit says while it starts is no part of the run
+    return true;
+}
+
+} // namespace
+
+/// Prints the version of the Flash plug-in that the engine can use; an empty one when the engine
+/// does not say it in time.
+void flashVersion()
+{
+    constexpr int patienceMs = 1000;
+    CFlashVersion probe;
+    QEventLoop loop;
+    QObject::connect(&probe, &CFlashVersion::versionInfoReady, &loop, &QEventLoop::quit);
+    QTimer::singleShot(patienceMs, &loop, &QEventLoop::quit);
+    probe.load();
+    loop.exec();
+    HostLine::sendPlain(
+        QStringLiteral("You have Flash player %1 installed").arg(probe.getVersion()));
+}
+
+/// Runs one page run to its end and returns the event loop's result.
+int exec(QApplication *application)
+{
+    Browser browser;
+    browser.loadPage();
+    QObject::connect(application, &QGuiApplication::lastWindowClosed, application,
+                     &QCoreApplication::quit);
+    QObject::connect(&browser, &Browser::runEnded, application, &QCoreApplication::quit);
+    if (browser.isEnded())
+        return 0; // a loop started now would never be told to end
+    const int result = application->exec();
+    browser.endRun(); // a quit from the desktop session has not done it yet
+    return result;
+}
+
+int runProgram(int argc, char *argv[])
+{
+    prepareProcess(argc, argv);
+    const bool isPrepared = argc > 1 && preparePageRun(argc, argv);
+    QApplication application(argc, argv);
+    if (argc < 2) { // what there was, was the toolkit's
+        printUsage();
+        return NoArguments;
+    }
+
+    const auto *const preference = CVideoPreference::instance();
+    if (preference->GetInfoFlag()) {
+        if (preference->GetLog())
+            MessageLog::open();
+        flashVersion();
+        return 0;
+    }
+    if (preference->GetPageUrl().isEmpty())
+        return NoPageUrl;
+    if (!MessageLog::open() || !isPrepared)
+        return NoOutputFolder;
+
+    const int result = exec(&application);
+    ShareMemoryManager::GetInstance()->DeleteShareMemData();
+    return result;
+}
