@@ -181,11 +181,13 @@ private slots:
 
     void whatAKilledRunLeftIsTakenAway()
     {
-        ProgramRun killed;
-        killed.start({QStringLiteral("--url"), m_pageUrl});
-        QVERIFY(killed.waitForOutput("parsing..."));
-        killed.process().kill();
-        QVERIFY(killed.waitForEnd());
+        QProcess killed;
+        killed.start(QStringLiteral(CLIPWEIR_PROGRAM), {QStringLiteral("--url"), m_pageUrl});
+        QByteArray output;
+        QTRY_VERIFY_WITH_TIMEOUT((output += killed.readAllStandardError()).contains("parsing..."),
+                                 30000);
+        killed.kill();
+        QVERIFY(killed.waitForFinished());
         QCOMPARE(keyFiles().size(), 2);
         QVERIFY(manager()->CreateShareMemData());
         manager()->DeleteShareMemData();

@@ -72,7 +72,14 @@ void tst_Examples::init()
     text.replace("%1", m_server->address("").toUtf8());
     m_server->serve("/", text, "text/html");
     m_server->serve("/thumb.png", "picture", "image/png");
-    m_server->serve("/clip.mp4", m_video, "video/mp4");
+    m_server->on("/clip.mp4", [this](const HttpRequest &) {
+        HttpReply reply;
+        reply.headers = {{"Content-Type", "video/mp4"}};
+        reply.body = m_video;
+        // The run ends with the video; the thumbnail's end is to come first.
+        reply.delayMs = m_server->requestsFor("/thumb.png").isEmpty() ? 0 : 1500;
+        return reply;
+    });
 }
 
 void tst_Examples::cleanup()
