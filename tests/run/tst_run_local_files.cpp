@@ -77,9 +77,33 @@ HttpReply xmlReply(const QByteArray &text)
     return mediaReply(text, "application/xml");
 }
 
-QStringList shortRun(const QString &page)
+/// Without the walls around the process, which would stop what these tests look for.
+QStringList openRun(const QString &page, const QStringList &more)
 {
-    return {option("--url"), page, option("--timeout"), option("2")};
+    return QStringList{option("--url"), page, option("--nosandbox")} + more;
+}
+
+QStringList openRun(const QString &page)
+{
+    return openRun(page, {option("--timeout"), option("600")});
+}
+
+/// Has a page ask for "/late" of a server when it has had time for all else.
+QByteArray lateScript(const ScriptedServer &server)
+{
+    return "<script>setTimeout(function(){new Image().src='" + server.address("/late").toUtf8()
+        + "'},1500)</script>";
+}
+
+bool isAsked(const ScriptedServer &server, const QByteArray &path)
+{
+    return QTest::qWaitFor([&] { return !server.requestsFor(path).isEmpty(); }, 60000);
+}
+
+bool stop(ProgramRun &run)
+{
+    run.process().terminate();
+    return run.waitForEnd();
 }
 
 } // namespace
@@ -92,10 +116,9 @@ class tst_RunLocalFiles : public QObject
 
     PrivateFolder m_private;
 
-    /// Runs a page; what of it has reached the host, the server or the output folder is checked.
-    void runPage(ScriptedServer &server, ProgramRun &run, const QStringList &arguments)
+    /// Checks what of a run has reached this machine's files, the host and the server.
+    void checkRun(const ScriptedServer &server, const ProgramRun &run)
     {
-        QVERIFY(run.run(arguments));
         QVERIFY(run.endedNormally());
         QCOMPARE(m_private.opened(), QStringList());
         QVERIFY(!run.errorOutput().contains("private-text"));
@@ -103,6 +126,15 @@ class tst_RunLocalFiles : public QObject
             QVERIFY(!request.body.contains("private-text"));
             QVERIFY(!request.target.contains("private-text"));
         }
+    }
+
+    /// Runs a page until it has asked for "/late", so that it has done all that it does.
+    void runPage(const ScriptedServer &server, const QString &page, ProgramRun &run)
+    {
+        run.start(openRun(page));
+        QVERIFY(isAsked(server, "/late"));
+        QVERIFY(stop(run));
+        checkRun(server, run);
     }
 
     /// The roads on which the server was not asked for the address of the web.
@@ -153,10 +185,10 @@ private slots:
                 page += filled(road.markup, server.address(web));
             }
         }
-        server.on("/page", htmlReply(page + "</body></html>"));
+        server.on("/page", htmlReply(page + lateScript(server) + "</body></html>"));
         server.onOther([](const HttpRequest &) { return mediaReply("x", "text/plain"); });
         ProgramRun run;
-        runPage(server, run, shortRun(server.address("/page")));
+        runPage(server, server.address("/page"), run);
         QCOMPARE(untaken(server, embeddings).join(QLatin1Char(' ')), QString());
     }
 
@@ -173,10 +205,10 @@ private slots:
             page += "<iframe src='/file-doc/" + name + "'></iframe><iframe src='/web-doc/" + name
                 + "'></iframe>";
         }
-        server.on("/page", htmlReply(page + "</body></html>"));
+        server.on("/page", htmlReply(page + lateScript(server) + "</body></html>"));
         server.onOther([](const HttpRequest &) { return xmlReply("<x/>"); });
         ProgramRun run;
-        runPage(server, run, shortRun(server.address("/page")));
+        runPage(server, server.address("/page"), run);
         QCOMPARE(untaken(server, documents).join(QLatin1Char(' ')), QString());
     }
 
@@ -210,9 +242,10 @@ private slots:
         }
         server.on("/page",
                   htmlReply("<iframe src='/file.xml'></iframe>"
-                            "<iframe src='/web.xml'></iframe>"));
+                            "<iframe src='/web.xml'></iframe>"
+                            + lateScript(server)));
         ProgramRun run;
-        runPage(server, run, shortRun(server.address("/page")));
+        runPage(server, server.address("/page"), run);
         QVERIFY(!server.requestsFor("/web/sheet").isEmpty());
         QVERIFY(!server.requestsFor("/web/sheet-include").isEmpty());
     }
@@ -250,14 +283,17 @@ private slots:
             return htmlReply("<meta http-equiv=refresh content='0;url="
                              + request.target.mid(int(qstrlen("/refresh?"))) + "'>");
         });
-        ProgramRun web;
-        web.start(shortRun(server.address("/to-web")));
         ProgramRun run;
-        runPage(server, run, shortRun(server.address("/to-file")));
-        QVERIFY(web.waitForEnd());
-        QCOMPARE(server.requestsFor("/web").size(), 1);
+        run.start(openRun(server.address("/to-file")));
+        QVERIFY(isAsked(server, "/to-file"));
+        ProgramRun web;
+        web.start(openRun(server.address("/to-web")));
+        QVERIFY(isAsked(server, "/web"));
+        QVERIFY(stop(web));
+        QVERIFY(stop(run));
+        checkRun(server, run);
         QCOMPARE(run.errorOutput(),
-                 parsingLine(server.address("/to-file")) + fixedLine("parse failed")
+                 parsingLine(server.address("/to-file")) + fixedLine("exiting...")
                      + fixedLine("detach sharememory"));
     }
 
@@ -289,9 +325,9 @@ private slots:
         ScriptedServer server;
         const QString file = m_private.address(option("segment.ts"));
         server.on("/list", mediaReply(filled(text.constData(), file), type));
-        server.on("/page", htmlReply(videoPage("/list")));
+        server.on("/page", htmlReply(videoPage("/list") + lateScript(server)));
         ProgramRun run;
-        runPage(server, run, shortRun(server.address("/page")));
+        runPage(server, server.address("/page"), run);
         QVERIFY(!server.requestsFor("/list").isEmpty());
     }
 
@@ -316,8 +352,8 @@ private slots:
             return isFromDownloader(request) ? redirectTo(file.toUtf8()) : mediaReply(video);
         });
         ProgramRun run;
-        runPage(server, run,
-                {option("--url"), server.address("/page"), option("--thumb"), option("--log")});
+        QVERIFY(run.run(openRun(server.address("/page"), {option("--thumb"), option("--log")})));
+        checkRun(server, run);
         QVERIFY(probes > 0);
         QCOMPARE(server.requestsFor("/thumb.jpg").size(), 1);
         QVERIFY(!run.errorOutput().contains("thumb download finished:success"));
@@ -340,8 +376,8 @@ private slots:
             htmlReply("<html lang=en><body><object><param name=\"flashvars\" value=\"sequence="
                       + description.toPercentEncoding() + "\"></object></body></html>"));
         ProgramRun run;
-        runPage(server, run,
-                {option("--url"), server.address("/page"), option("--timeout"), option("6")});
+        QVERIFY(run.run(openRun(server.address("/page"))));
+        checkRun(server, run);
         QVERIFY2(run.errorOutput().contains("videoUrl: \"" + file.toUtf8()), run.errorOutput());
         QVERIFY(run.errorOutput().endsWith(fixedLine("video download finished:failed")
                                            + fixedLine("detach sharememory")));
@@ -361,11 +397,20 @@ private slots:
                 continue; // the player opens the files of a local page by itself
             page += filled(road.markup, m_private.address(name));
         }
-        page += "<img src='" + server.address("/image").toUtf8() + "'></body></html>";
+        page += "<img src='" + server.address("/image").toUtf8() + "'>" + lateScript(server)
+            + "</body></html>";
         ProgramRun run;
         writeFile(run.path(option("page #1.html")), page);
         const QUrl address = QUrl::fromLocalFile(run.path(option("page #1.html")));
-        runPage(server, run, shortRun(QString::fromUtf8(address.toEncoded())));
+        const QString text = QString::fromUtf8(address.toEncoded());
+        runPage(server, text, run);
+        QCOMPARE(server.requestsFor("/image").size(), 1);
+
+        server.clearRequests();
+        run.start({option("--url"), text});
+        QVERIFY(isAsked(server, "/late"));
+        QVERIFY(stop(run));
+        checkRun(server, run);
         QCOMPARE(server.requestsFor("/image").size(), 1);
     }
 
@@ -378,10 +423,10 @@ private slots:
                             + "<script src=\"data:text/javascript,send('data')\"></script>"
                               "<script>var b=new XMLHttpRequest();b.open('GET',"
                               "URL.createObjectURL(new Blob(['blob'])));"
-                              "b.onload=function(){send(this.responseText)};b.send()"
-                              "</script></body></html>"));
+                              "b.onload=function(){send(this.responseText)};b.send()</script>"
+                            + lateScript(server) + "</body></html>"));
         ProgramRun run;
-        runPage(server, run, shortRun(server.address("/page")));
+        runPage(server, server.address("/page"), run);
         QByteArrayList sent;
         for (const HttpRequest &request : server.requestsFor("/sent"))
             sent += request.body;
