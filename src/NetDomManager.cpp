@@ -2,11 +2,11 @@
 
 #include "HostLine.h"
 #include "PageText.h"
+#include "PlayerDescription.h"
 #include "VideoPreference.h"
 #include "downloader.h"
 #include "utils.h"
 
-#include <QJsonDocument>
 #include <QWebElementCollection>
 
 namespace {
@@ -22,45 +22,11 @@ QByteArray descriptionIn(const QWebElement &param)
     const QStringList names = param.attributeNames();
     for (const QString &name : names) {
         const QString value = param.attribute(name);
-        if (isFlashVarsNext) {
-            const QStringList pieces = value.split(QLatin1Char('&'));
-            for (const QString &piece : pieces) {
-                const QString capture = Utils::RegexString(piece, QStringLiteral("sequence=(.*)"));
-                description += QByteArray::fromPercentEncoding(capture.toUtf8());
-            }
-        }
+        if (isFlashVarsNext)
+            description += PlayerDescription::piecesIn(value);
         isFlashVarsNext = value == QLatin1String("flashvars");
     }
     return description;
-}
-
-QVariantList listOf(const QVariant &item, const char *key)
-{
-    return item.toMap().value(QLatin1String(key)).toList();
-}
-
-bool isNamed(const QVariant &item, const char *name)
-{
-    return item.toMap().value(QStringLiteral("name")).toString() == QLatin1String(name);
-}
-
-/// The "param" maps of all video entries of a player description, in its order.
-QList<QVariantMap> videoParameters(const QVariantMap &root)
-{
-    QList<QVariantMap> parameters;
-    for (const QVariant &item : listOf(root, "sequence")) {
-        for (const QVariant &layer : listOf(item, "layerList")) {
-            for (const QVariant &entry : listOf(layer, "sequenceList")) {
-                if (!isNamed(entry, "main"))
-                    continue;
-                for (const QVariant &inner : listOf(entry, "layerList")) {
-                    if (isNamed(inner, "video"))
-                        parameters += inner.toMap().value(QStringLiteral("param")).toMap();
-                }
-            }
-        }
-    }
-    return parameters;
 }
 
 } // namespace
@@ -135,26 +101,19 @@ QByteArray NetDomManager::playerDescription() const
 
 ParseData NetDomManager::getDomVideoInfo()
 {
-    const QVariantMap root = QJsonDocument::fromJson(playerDescription()).toVariant().toMap();
-    if (root.contains(QStringLiteral("error")))
-        return m_data;
-
-    const QStringList qualities = QStringLiteral("hd1080|hd720|hq|sd|ld").split(QLatin1Char('|'));
-    const QList<QVariantMap> parameters = videoParameters(root);
-    for (const QVariantMap &param : parameters) {
-        for (const QString &quality : qualities) {
-            if (isStopped())
-                return m_data;
-            addStream(Utils::DecodeUrl(param.value(quality + QLatin1String("URL")).toString()),
-                      quality);
-        }
+    const QList<PlayerDescription::Stream> streams =
+        PlayerDescription::streams(playerDescription());
+    for (const PlayerDescription::Stream &stream : streams) {
+        if (isStopped())
+            break;
+        addStream(stream.address, stream.quality);
     }
     return m_data;
 }
 
 void NetDomManager::addStream(const QString &address, const QString &quality)
 {
-    if (address.isEmpty() || m_data.contains(address))
+    if (m_data.contains(address))
         return;
     VideoFile file = VideoFile::fromAddress(address);
     const QPair<int, int> solution = getSolution(quality);
