@@ -1,10 +1,6 @@
 #include "httpHead.h"
 
-#include <algorithm>
-#include <limits>
-
 #include <QDir>
-#include <QRegExp>
 
 namespace {
 
@@ -12,22 +8,6 @@ namespace {
 /// middle of one if there were no wait for the rest.
 constexpr int pauseMs = 50;
 constexpr qint64 maxChunkBytes = 64 * 1024;
-
-/// The seconds that "h:m:s" stands for, with any number of parts; a part that is no number counts
-/// as 0. Held within the range of an int, as the text may come from inside a media file.
-int secondsOf(const QString &text)
-{
-    constexpr qint64 least = std::numeric_limits<int>::min();
-    constexpr qint64 most = std::numeric_limits<int>::max();
-    const QStringList parts = text.split(QLatin1Char(':'));
-    qint64 seconds = 0;
-    qint64 unit = 1;
-    for (auto part = parts.crbegin(); part != parts.crend(); ++part) {
-        seconds = qBound(least, seconds + part->toInt() * unit, most);
-        unit = std::min(unit * 60, most);
-    }
-    return static_cast<int>(seconds);
-}
 
 } // namespace
 
@@ -61,12 +41,12 @@ void HttpHead::callffmpeg()
 
 int HttpHead::getVideoDuration() const
 {
-    return m_duration;
+    return m_output.duration();
 }
 
 QSize HttpHead::getVideoSolution() const
 {
-    return {m_width, m_height};
+    return m_output.pictureSize();
 }
 
 void HttpHead::onStdoutReady()
@@ -89,34 +69,6 @@ void HttpHead::readChunk()
 {
     m_pause.stop();
     const QByteArray chunk = m_process.readAll();
-    if (chunk.isEmpty())
-        return;
-    const QString text = QString::fromLatin1(chunk.constData()); // up to the first NUL
-    if (m_duration == 0)
-        readDuration(text);
-    if (m_width == 0)
-        readPictureSize(text);
-}
-
-void HttpHead::readDuration(const QString &text)
-{
-    QRegExp expression(QStringLiteral("Duration:([^,]+)"));
-    if (expression.indexIn(text) < 0)
-        return;
-    QString time = expression.cap(1).trimmed();
-    const int point = time.indexOf(QLatin1Char('.'));
-    if (point > 0)
-        time.truncate(point);
-    time = time.trimmed().replace(QLatin1Char(' '), QLatin1Char(':'));
-    if (!time.isEmpty())
-        m_duration = secondsOf(time);
-}
-
-void HttpHead::readPictureSize(const QString &text)
-{
-    QRegExp expression(QStringLiteral(":?\\s*(\\d{2,9})x(\\d{2,9})\\s*"));
-    if (expression.indexIn(text) < 0)
-        return;
-    m_width = expression.cap(1).toInt();
-    m_height = expression.cap(2).toInt();
+    if (!chunk.isEmpty())
+        m_output.read(chunk);
 }

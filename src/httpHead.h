@@ -1,6 +1,8 @@
 #ifndef HTTPHEAD_H
 #define HTTPHEAD_H
 
+#include "FfmpegOutput.h"
+
 #include <QObject>
 #include <QProcess>
 #include <QSize>
@@ -42,15 +44,11 @@ private:
     Q_DISABLE_COPY(HttpHead)
 
     void readChunk();
-    void readDuration(const QString &text);
-    void readPictureSize(const QString &text);
 
     QProcess m_process{this};
     QTimer m_pause{this}; // runs from the latest output on; where it ends, a chunk ends
     const QString m_url;
-    int m_width = 0;
-    int m_height = 0;
-    int m_duration = 0;
+    FfmpegOutput m_output;
 };
 
 #endif

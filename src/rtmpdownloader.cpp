@@ -1,31 +1,10 @@
 #include "rtmpdownloader.h"
 
-#include <limits>
-
 #include <QCoreApplication>
 #include <QFile>
 
 #include "HostLine.h"
-#include "utils.h"
-
-namespace {
-
-constexpr double bytesPerKilobyte = 1024;
-/// Below this share the total that it gives is too far off to be told.
-constexpr double leastUsefulFraction = 0.03;
-
-/// The whole part, held within the range of the type; 0 for what is no number.
-qint64 truncated(double value)
-{
-    constexpr double limit = 9223372036854775808.0; // 2^63
-    if (value >= limit)
-        return std::numeric_limits<qint64>::max();
-    if (value <= -limit)
-        return std::numeric_limits<qint64>::min();
-    return qIsNaN(value) ? 0 : static_cast<qint64>(value);
-}
-
-} // namespace
+#include "RtmpdumpOutput.h"
 
 RtmpDownloader::RtmpDownloader()
 {
@@ -73,7 +52,7 @@ void RtmpDownloader::onStdoutReady()
     if (chunk.isEmpty())
         return;
     reportProgress(chunk);
-    if (m_watchesWriteFailure && chunk.contains("Failed writing")) {
+    if (m_watchesWriteFailure && RtmpdumpOutput::tellsWriteFailure(chunk)) {
         m_watchesWriteFailure = false;
         m_process.kill();
     }
@@ -107,17 +86,13 @@ QStringList RtmpDownloader::arguments() const
     return list;
 }
 
-/// Reads a status such as "<carriage return>1024.000 kB / 8.00 sec (5.0%)".
 void RtmpDownloader::reportProgress(const QByteArray &chunk)
 {
-    const QByteArray percentage = Utils::MidString(chunk, "(", "%");
-    if (percentage.isEmpty())
+    const std::optional<RtmpdumpOutput::Status> status = RtmpdumpOutput::status(chunk);
+    if (!status)
         return;
-    const double received = Utils::MidString(chunk, "\r", " kB").toDouble() * bytesPerKilobyte;
-    const double fraction = percentage.toDouble() / 100;
-    emit progress(truncated(received),
-                  fraction > leastUsefulFraction ? truncated(received / fraction) : 0);
-    if (m_sizeLimit > 0 && received > static_cast<double>(m_sizeLimit))
+    emit progress(status->received(), status->total());
+    if (m_sizeLimit > 0 && status->receivedBytes > static_cast<double>(m_sizeLimit))
         m_process.kill();
 }
 
