@@ -75,7 +75,7 @@ bool parseLine(QByteArray line, QNetworkCookie &cookie)
     const bool isHttpOnly = line.startsWith(httpOnlyPrefix);
     if (isHttpOnly)
         line.remove(0, static_cast<int>(sizeof(httpOnlyPrefix)) - 1);
-    if (line.isEmpty() || line.startsWith('#'))
+    if (line.isEmpty() || line.startsWith('#') || line.contains('\0'))
         return false;
 
     const QList<QByteArray> fields = line.split('\t');

@@ -186,6 +186,17 @@ private slots:
         QVERIFY(cookies.constFirst().isHttpOnly());
     }
 
+    void aNulInALineMakesItNoCookie()
+    {
+        const char lines[] = "\0.example.com\tTRUE\t/\tFALSE\t4102444800\tdomainless\t1\n"
+                             ".example.com\tTRUE\t/\0x\tFALSE\t4102444800\tpath\t1\n"
+                             ".example.com\tTRUE\t/\tFALSE\t4102444800\tgood\t1\n";
+        writeFile(QByteArray(lines, sizeof(lines) - 1));
+        const auto cookies = CAdobeCookieJar().mycookies();
+        QCOMPARE(cookies.size(), 1);
+        QCOMPARE(cookies.constFirst().name(), QByteArray("good"));
+    }
+
     void aCookieThatWouldForgeALineIsNotWritten()
     {
         CAdobeCookieJar jar;
