@@ -43,6 +43,11 @@ int nextQuote(const QString &text, int from)
     return found == text.cend() ? -1 : static_cast<int>(found - text.cbegin());
 }
 
+bool isDigit(QChar c)
+{
+    return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+}
+
 /// Reads along a text, piece by piece.
 class Cursor final
 {
@@ -72,6 +77,24 @@ public:
         return true;
     }
 
+    /// Steps over one of the characters; false when something else stands here.
+    bool takeOneOf(QLatin1String characters)
+    {
+        if (m_at >= m_text.size() || !characters.contains(m_text.at(m_at)))
+            return false;
+        ++m_at;
+        return true;
+    }
+
+    /// Steps over decimal digits, `most` of them at most; false when there is none.
+    bool takeDigits(int most)
+    {
+        const int before = m_at;
+        while (m_at < m_text.size() && m_at - before < most && isDigit(m_text.at(m_at)))
+            ++m_at;
+        return m_at > before;
+    }
+
     /// Steps over white space; false when there is none.
     bool takeSpace()
     {
@@ -97,6 +120,42 @@ private:
     const QString &m_text;
     int m_at;
 };
+
+/// Whether the name of a stream's fragment, such as "Seg1-Frag23", stands at the place.
+bool isFragmentAt(const QString &text, int at)
+{
+    constexpr int mostDigits = 20;
+    Cursor cursor(text, at); // the bar is one of the letters
+    return cursor.takeOneOf(QLatin1String("s|S")) && cursor.take(QLatin1String("eg"))
+        && cursor.takeDigits(mostDigits) && cursor.take(QLatin1String("-"))
+        && cursor.takeOneOf(QLatin1String("F|f")) && cursor.take(QLatin1String("rag"))
+        && cursor.takeDigits(mostDigits);
+}
+
+/// Whether the name of a manifest ends at the place where an address does, or goes on with a query.
+bool isManifestAt(const QString &text, int at)
+{
+    Cursor cursor(text, at);
+    if (!cursor.take(QLatin1String(".f4m")))
+        return false;
+    return cursor.at() == text.size()
+        || (cursor.take(QLatin1String("?")) && cursor.at() < text.size()
+            && text.at(cursor.at()) != QLatin1Char('"'));
+}
+
+/// The place behind the first "http://" or the like; -1 when there is none.
+int behindScheme(const QString &text, int from)
+{
+    const QLatin1String name("http");
+    for (int at = text.indexOf(name, from); at >= 0; at = text.indexOf(name, at + 1)) {
+        Cursor cursor(text, at + name.size());
+        while (cursor.take(QLatin1String("s")))
+            continue;
+        if (cursor.take(QLatin1String("://")))
+            return cursor.at();
+    }
+    return -1;
+}
 
 } // namespace
 
@@ -236,6 +295,22 @@ bool PageText::isMediaAddress(const QString &address)
         const auto end = std::find_if(candidate.cbegin(), candidate.cend(), isDelimiter);
         if (isMediaExtension(candidate.left(end - candidate.cbegin())))
             return true;
+    }
+    return false;
+}
+
+bool PageText::isStreamAddress(const QString &address)
+{
+    int from = behindScheme(address, 0);
+    while (from >= 0) {
+        int at = from;
+        while (at < address.size() && address.at(at) != QLatin1Char('"')) {
+            // Something has to stand between the scheme and the name.
+            if (at > from && (isFragmentAt(address, at) || isManifestAt(address, at)))
+                return true;
+            ++at;
+        }
+        from = behindScheme(address, at);
     }
     return false;
 }

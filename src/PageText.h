@@ -41,6 +41,10 @@ public:
     /// Whether an address is that of a media file:
     /// ^https*://(?:[^"]+)\.(media extension)(?:$|\?|&|/)
     [[nodiscard]] static bool isMediaAddress(const QString &address);
+
+    /// Whether an address names a manifest or a fragment of a stream:
+    /// https*://[^"]+((?:[s|S]eg[0-9]{1,20}-[F|f]rag[0-9]{1,20})|(?:\.f4m$)|(?:\.f4m\?[^"]+))
+    [[nodiscard]] static bool isStreamAddress(const QString &address);
 };
 
 #endif

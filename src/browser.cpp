@@ -5,6 +5,7 @@
 #include "FilterVideo.h"
 #include "HostLine.h"
 #include "NetDomManager.h"
+#include "PageText.h"
 #include "QWebPageProxy.h"
 #include "RunGuard.h"
 #include "ShareMemoryManager.h"
@@ -41,8 +42,6 @@ constexpr int maxPaintedPixels = 32 * 1024 * 1024;
 
 constexpr qint64 copyChunkBytes = 1 << 20;
 
-const QLatin1String f4fAddressPattern(
-    R"(https*://[^\"]+((?:[s|S]eg[0-9]{1,20}-[F|f]rag[0-9]{1,20})|(?:\.f4m$)|(?:\.f4m\?[^\"]+)))");
 const QLatin1String f4fFragmentPattern("([s|S]eg[0-9]{1,20}-[F|f]rag[0-9]{1,20})");
 
 bool isMedia(const QString &contentType)
@@ -359,7 +358,7 @@ bool Browser::analyseUrl(const QString &url, qint64 size, const QString &content
 
 bool Browser::IsF4fVideoUrl(const QString &url)
 {
-    return !Utils::RegexString(url, f4fAddressPattern).isEmpty();
+    return PageText::isStreamAddress(url);
 }
 
 QString Browser::urltoF4mUrl(const QString &url)
