@@ -94,6 +94,12 @@ QByteArray bytes(const uint8_t *data, size_t size)
     return QByteArray::fromRawData(reinterpret_cast<const char *>(data), static_cast<int>(size));
 }
 
+QString text(const QByteArray &utf8)
+{
+    static const QTextCodec *const codec = QTextCodec::codecForName("UTF-8");
+    return codec->toUnicode(utf8);
+}
+
 QList<QByteArray> split(const QByteArray &input, const QByteArray &separator)
 {
     QList<QByteArray> parts;

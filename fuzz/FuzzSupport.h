@@ -40,6 +40,9 @@ void setArguments(const QStringList &arguments);
 /// The input as bytes, without a copy.
 QByteArray bytes(const uint8_t *data, size_t size);
 
+/// Bytes as text. QString::fromUtf8() would stop at the first NUL.
+QString text(const QByteArray &utf8);
+
 /// The parts of an input that a separator keeps apart; one more than there are separators.
 QList<QByteArray> split(const QByteArray &input, const QByteArray &separator);
 

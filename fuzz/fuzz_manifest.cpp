@@ -75,7 +75,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     fuzz::prepare();
     QStringList texts;
     for (const QByteArray &part : fuzz::split(fuzz::bytes(data, size), QByteArrayLiteral("NEXT")))
-        texts += QString::fromUtf8(part);
+        texts += fuzz::text(part);
     std::for_each(texts.cbegin(), texts.cend(), checkDocument);
 
     CAdobePreference::GetInstance()->Reset();
