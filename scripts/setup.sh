@@ -2,8 +2,9 @@
 # Installs what building, testing and the demonstration need and this machine lacks.
 # Does nothing, and asks for no rights, when everything is there.
 #
-# usage: scripts/setup.sh [--bench]
+# usage: scripts/setup.sh [--bench | --fuzz]
 #   --bench  installs what the benchmarks compare with, too
+#   --fuzz   installs what the fuzz targets are built with, too
 set -eu
 
 here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
@@ -18,9 +19,12 @@ engine="$engine fonts-dejavu-core ca-certificates"
 # What the tests and the demonstration serve, make, fetch and compare with.
 tools='nginx libnginx-mod-rtmp libnginx-mod-http-echo libbenchmark-dev ffmpeg rtmpdump curl python3 procps'
 packaging='dpkg-dev file'
+# The compiler with libFuzzer, and what puts names into its reports.
+fuzzing='clang-14 libclang-rt-14-dev llvm-14'
 
 packages="$compiler $toolkit $system $engine $tools $packaging"
 [ "${1-}" != --bench ] || packages="$packages wget aria2 yt-dlp chromium"
+[ "${1-}" != --fuzz ] || packages="$packages $fuzzing"
 # Any npm will do; where one comes from elsewhere, the distribution's own would conflict with it.
 command -v npm >/dev/null 2>&1 || packages="$packages npm"
 
