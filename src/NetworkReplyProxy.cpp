@@ -85,6 +85,37 @@ NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetwor
         connectReply();
 }
 
+/// Notes, while it lives, that a signal of the real reply is being passed on.
+class NetworkReplyProxy::Report final
+{
+public:
+    explicit Report(NetworkReplyProxy *proxy)
+        : m_proxy(proxy)
+    {
+        ++proxy->m_openReports;
+    }
+
+    ~Report()
+    {
+        if (m_proxy)
+            --m_proxy->m_openReports;
+    }
+
+    Q_DISABLE_COPY(Report)
+
+private:
+    QPointer<NetworkReplyProxy> m_proxy;
+};
+
+NetworkReplyProxy::~NetworkReplyProxy()
+{
+    if (m_openReports == 0)
+        return;
+    m_reply->disconnect(this);
+    m_reply->abort();
+    m_reply.release()->deleteLater(); // one of its signals has led here
+}
+
 void NetworkReplyProxy::connectReply()
 {
     m_reply->setReadBufferSize(readBufferBytes);
@@ -93,9 +124,15 @@ void NetworkReplyProxy::connectReply()
     connect(m_reply.get(), &QNetworkReply::readyRead, this, &NetworkReplyProxy::readInternal);
     connect(m_reply.get(), &QNetworkReply::errorOccurred, this, &NetworkReplyProxy::errorInternal);
     connect(m_reply.get(), &QNetworkReply::finished, this, &NetworkReplyProxy::finishInternal);
-    connect(m_reply.get(), &QNetworkReply::uploadProgress, this, &QNetworkReply::uploadProgress);
+    connect(m_reply.get(), &QNetworkReply::uploadProgress, this, [this](qint64 sent, qint64 total) {
+        const Report report(this);
+        emit uploadProgress(sent, total);
+    });
     connect(m_reply.get(), &QNetworkReply::downloadProgress, this,
-            &QNetworkReply::downloadProgress);
+            [this](qint64 received, qint64 total) {
+                const Report report(this);
+                emit downloadProgress(received, total);
+            });
     connect(m_reply.get(), &QNetworkReply::downloadProgress, this,
             &NetworkReplyProxy::downloadPageProgress);
 }
@@ -143,6 +180,7 @@ void NetworkReplyProxy::copyMetaData()
 
 void NetworkReplyProxy::applyMetaData()
 {
+    const Report report(this);
     copyMetaData();
     emit metaDataChanged();
 }
@@ -162,6 +200,7 @@ void NetworkReplyProxy::takeOverData()
 
 void NetworkReplyProxy::readInternal()
 {
+    const Report report(this);
     takeOverData();
     const QPointer<NetworkReplyProxy> self(this);
     emit readyRead();
@@ -184,6 +223,7 @@ void NetworkReplyProxy::errorInternal(QNetworkReply::NetworkError code)
 {
     if (m_hasError)
         return;
+    const Report report(this);
     takeOverError();
     const QPointer<NetworkReplyProxy> self(this);
     emit errorOccurred(code);
@@ -195,6 +235,7 @@ void NetworkReplyProxy::finishInternal()
 {
     if (isFinished())
         return;
+    const Report report(this);
     const QPointer<NetworkReplyProxy> self(this);
     if (m_reply->error() != NoError)
         errorInternal(m_reply->error());
@@ -206,6 +247,7 @@ void NetworkReplyProxy::finishInternal()
 
 void NetworkReplyProxy::downloadPageProgress(qint64 received, qint64 total)
 {
+    const Report report(this);
     const QString address = url().toString();
     const QString type = contentType();
     const qint64 size =

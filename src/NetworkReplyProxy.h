@@ -52,6 +52,9 @@ public:
     /// @param manager becomes the parent    @param reply the real reply, which the proxy takes over
     NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetworkReply *reply);
 
+    /// May be called from a receiver of any of its signals.
+    ~NetworkReplyProxy() override;
+
     /// Every byte received so far, up to a bound that keeps it inside what a byte array can hold.
     [[nodiscard]] QByteArray receivedData() const;
 
@@ -79,6 +82,8 @@ protected:
     qint64 readData(char *data, qint64 maxSize) override;
 
 private:
+    class Report;
+
     void connectReply();
     void finishInternal();
     void takeOverFinishedReply();
@@ -99,6 +104,7 @@ private:
     QByteArray m_buffer;
     int m_bufferPos = 0; ///< bytes of m_buffer that the engine has read
     bool m_hasError = false;
+    int m_openReports = 0;
 };
 
 #endif
