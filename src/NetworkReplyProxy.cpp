@@ -1,6 +1,8 @@
 #include "NetworkReplyProxy.h"
 
 #include "ShareMemoryManager.h"
+#include "StallWatch.h"
+#include "SynchronousRequest.h"
 #include "VideoPreference.h"
 #include "WebAddress.h"
 
@@ -18,6 +20,11 @@ constexpr int maxKeptBytes = 1 << 30; // a byte array cannot hold more than twic
 constexpr int compactFromBytes = 1 << 20;
 constexpr qint64 readBufferBytes = 1 << 20; // a fast server waits until the proxy has looked
 constexpr int lastCopiedAttribute = 7; // QNetworkRequest::DoNotBufferUploadDataAttribute
+
+qint64 stallLimitMs()
+{
+    return StallWatch::limitOf(CVideoPreference::instance()->GetStall());
+}
 
 /// Whether the address is the page that the caller named, which may be a file of this machine.
 bool isPageAddress(const QUrl &url)
@@ -58,8 +65,11 @@ QNetworkReply *NetworkAccessManagerProxy::createRequest(Operation operation,
     if (m_isDisabled || !mayLoad(request.url()) || ShareMemoryManager::GetInstance()->GetExitFlag())
         return QNetworkAccessManager::createRequest(GetOperation, QNetworkRequest(QUrl()), nullptr);
 
-    QNetworkReply *const reply =
-        QNetworkAccessManager::createRequest(operation, request, outgoingData);
+    // By itself the toolkit waits for a synchronous request without end.
+    const qint64 stallMs = stallLimitMs();
+    QNetworkReply *const reply = stallMs > 0 && SynchronousRequest::isOne(request)
+        ? SynchronousRequest::run(operation, request, outgoingData, proxy(), stallMs).release()
+        : QNetworkAccessManager::createRequest(operation, request, outgoingData);
     return new NetworkReplyProxy(this, reply);
 }
 
@@ -135,6 +145,8 @@ void NetworkReplyProxy::connectReply()
             });
     connect(m_reply.get(), &QNetworkReply::downloadProgress, this,
             &NetworkReplyProxy::downloadPageProgress);
+    const auto *const watch = new StallWatch(m_reply.get(), stallLimitMs());
+    connect(watch, &StallWatch::stalled, this, &NetworkReplyProxy::failAsStalled);
 }
 
 void NetworkReplyProxy::takeOverFinishedReply()
@@ -217,6 +229,22 @@ void NetworkReplyProxy::takeOverError()
 {
     m_hasError = true;
     setError(m_reply->error(), m_reply->errorString());
+}
+
+/// To the page the server has taken too long; the abort by which the real reply ends is not told.
+void NetworkReplyProxy::failAsStalled()
+{
+    if (m_hasError)
+        return;
+    const Report report(this);
+    m_hasError = true;
+    setError(TimeoutError, StallWatch::errorText());
+    const QPointer<NetworkReplyProxy> self(this);
+    emit errorOccurred(TimeoutError);
+    if (self)
+        emit replyError();
+    if (self)
+        m_reply->abort(); // ends in finishInternal()
 }
 
 void NetworkReplyProxy::errorInternal(QNetworkReply::NetworkError code)

@@ -43,7 +43,8 @@ private:
 };
 
 /// A reply of the page: passes the real reply through, reports its progress with size and content
-/// type, and cuts long media and images short, whose beginning is all that the run needs.
+/// type, and cuts long media and images short, whose beginning is all that the run needs. Where the
+/// caller limits silence, a reply that has been silent for longer fails with a timeout error.
 class NetworkReplyProxy final : public QNetworkReply
 {
     Q_OBJECT
@@ -90,6 +91,7 @@ private:
     void copyMetaData();
     void takeOverData();
     void takeOverError();
+    void failAsStalled();
     [[nodiscard]] bool isLongMedia(qint64 received, qint64 size) const;
     [[nodiscard]] bool isCutImage(qint64 received, qint64 size) const;
     [[nodiscard]] qint64 declaredSize() const; ///< by the header; 0 without one

@@ -87,6 +87,11 @@ int CVideoPreference::GetTimeOut() const
     return GetOptionValue(QStringLiteral("timeout"), defaultTimeoutS);
 }
 
+int CVideoPreference::GetStall() const
+{
+    return qMax(0, GetOptionValue(QStringLiteral("stall"), 0));
+}
+
 int CVideoPreference::GetVideoFormat() const
 {
     return GetOptionValue(QStringLiteral("format"), AnyFormat);

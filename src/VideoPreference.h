@@ -36,6 +36,7 @@ public:
 
     [[nodiscard]] QString GetPageUrl() const;
     [[nodiscard]] int GetTimeOut() const; ///< seconds
+    [[nodiscard]] int GetStall() const; ///< seconds of silence that end a request; 0 for no limit
     [[nodiscard]] int GetVideoFormat() const; ///< an EFormat, or any other number as given
     [[nodiscard]] int GetQuality() const; ///< picture height; 0 for no wish
     [[nodiscard]] qint64 GetTotalSize() const; ///< bytes; 0 when not given

@@ -587,6 +587,7 @@ int Browser::DownloadF4f(const QString &f4mUrl)
     CAdobePreference::GetInstance()->parseParams(hdsArguments(f4mUrl, outDir));
     if (isLikeOption(queryOf(f4mUrl)))
         CAdobePreference::GetInstance()->SetOption(QStringLiteral("auth"), queryOf(f4mUrl));
+    CAdobePreference::GetInstance()->SetOption(QStringLiteral("stall"), preference->GetStall());
     m_isHdsRunning = true;
     return m_hdsDownloader.Download() ? 1 : 0;
 }

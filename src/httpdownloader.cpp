@@ -1,5 +1,6 @@
 #include "httpdownloader.h"
 
+#include "StallWatch.h"
 #include "VideoPreference.h"
 #include "WebAddress.h"
 
@@ -17,12 +18,26 @@ namespace {
 constexpr int maxRedirects = 10;
 // A server that has gone silent for so long will not come back; the toolkit also misses some
 // connections that end inside a chunk's header.
-constexpr int maxSilenceMs = 60000;
+constexpr qint64 defaultSilenceMs = 60000;
 constexpr int chunkBytes = 256 * 1024;
 constexpr qint64 readBufferBytes = 4 * 1024 * 1024;
 constexpr qint64 probeBufferBytes = 64 * 1024; // only the header of a probe's answer is wanted
 constexpr int maxContentBytes = 64 * 1024 * 1024; // documents kept in memory are small
 constexpr qint64 partialBytes = 10240;
+
+/// The limit for silence of a transfer. A probe has none unless the caller sets one.
+qint64 transferSilenceMs()
+{
+    const qint64 limitMs = StallWatch::limitOf(CVideoPreference::instance()->GetStall());
+    return limitMs > 0 ? limitMs : defaultSilenceMs;
+}
+
+/// Ends the reply when it falls silent.
+void watchForSilence(QNetworkReply *reply, qint64 limitMs)
+{
+    const auto *const watch = new StallWatch(reply, limitMs);
+    QObject::connect(watch, &StallWatch::stalled, reply, &QNetworkReply::abort);
+}
 
 /// A request that fails at once when the address is not one of the web.
 QNetworkRequest makeRequest(const QUrl &url)
@@ -130,12 +145,12 @@ void HttpDownloader::send(const QUrl &url)
     QNetworkRequest request = makeRequest(url);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::ManualRedirectPolicy);
-    request.setTransferTimeout(maxSilenceMs);
     if (isFileMode())
         setRange(request);
 
     m_reply = m_manager.get(request);
     m_reply->setReadBufferSize(readBufferBytes);
+    watchForSilence(m_reply, transferSilenceMs());
     connect(m_reply, &QNetworkReply::finished, this, &HttpDownloader::httpFinished);
     connect(m_reply, &QNetworkReply::readyRead, this, &HttpDownloader::httpReadyRead);
     connect(m_reply, &QNetworkReply::metaDataChanged, this, &HttpDownloader::checkAnswer);
@@ -401,6 +416,7 @@ qint64 HttpDownloader::GetFileSize(QUrl url)
     manager.setProxy(m_manager.proxy());
     const std::unique_ptr<QNetworkReply> reply(manager.get(makeRequest(url)));
     reply->setReadBufferSize(probeBufferBytes);
+    watchForSilence(reply.get(), StallWatch::limitOf(CVideoPreference::instance()->GetStall()));
 
     QEventLoop loop;
     connect(reply.get(), &QNetworkReply::metaDataChanged, &loop, [&reply, &loop] {

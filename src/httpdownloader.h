@@ -32,7 +32,8 @@ public:
     void setDownloadInfo(const QString &filePath, const QString &url, qint64 start, qint64 end,
                          int rangeNo, bool append);
 
-    /// Starts the request, which fails when nothing arrives for a minute. Exactly one of
+    /// Starts the request, which fails when nothing arrives for a minute, or for as long as the
+    /// caller's limit for silence says. Exactly one of
     /// downFinished() and downerror() follows; downerror() comes from inside this call when the
     /// file cannot be opened, and then no request is sent. Returns whether a request was sent.
     bool download();
@@ -50,7 +51,8 @@ public:
     void setProxy();
 
     /// The length in bytes that the server declares for an address; 0 when it declares none. Waits
-    /// in a nested event loop, without time-out, until the server answers or the loop is ended.
+    /// in a nested event loop until the server answers, the loop is ended, or the caller's limit
+    /// for silence has passed; without one there is no time-out.
     [[nodiscard]] qint64 GetFileSize(QUrl url);
 
 signals:

@@ -5,6 +5,7 @@
 #include "AdobeUtils.h"
 #include "HostLine.h"
 #include "NetworkProxy.h"
+#include "StallWatch.h"
 #include "WebAddress.h"
 
 #include <QNetworkRequest>
@@ -22,6 +23,13 @@ constexpr int statusOk = 200;
 QVariant option(const char *key)
 {
     return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
+}
+
+/// The caller's limit for silence, in place of the usual one.
+qint64 stallTimeoutOfOptions()
+{
+    const qint64 limitMs = StallWatch::limitOf(option("stall").toInt());
+    return limitMs > 0 ? limitMs : defaultStallTimeoutMs;
 }
 
 QNetworkProxy proxyOfOptions()
@@ -49,7 +57,7 @@ CAdobeBrowser::CAdobeBrowser(const StopFlag &stop, QObject *parent)
     , m_stop(stop)
     , m_cookieJar(new CAdobeCookieJar(&m_manager))
     , m_maxContentBytes(defaultMaxContentBytes)
-    , m_stallTimeoutMs(defaultStallTimeoutMs)
+    , m_stallTimeoutMs(stallTimeoutOfOptions())
 {
     m_manager.setCookieJar(m_cookieJar);
     m_watch.setInterval(watchIntervalMs);
@@ -116,7 +124,8 @@ bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteA
     }
     connect(m_reply.data(), &QNetworkReply::readyRead, this, &CAdobeBrowser::httpReadyRead);
     connect(m_reply.data(), &QNetworkReply::finished, this, &CAdobeBrowser::httpFinished);
-    m_sinceProgress.start();
+    const auto *const stallWatch = new StallWatch(m_reply.data(), m_stallTimeoutMs);
+    connect(stallWatch, &StallWatch::stalled, m_reply.data(), &QNetworkReply::abort);
     m_watch.start();
     return true;
 }
@@ -134,13 +143,12 @@ void CAdobeBrowser::dropReply()
 
 void CAdobeBrowser::watchWait()
 {
-    if (m_exit || m_stop.isRaised() || m_sinceProgress.hasExpired(m_stallTimeoutMs))
+    if (m_exit || m_stop.isRaised())
         m_reply->abort(); // comes back through httpFinished()
 }
 
 void CAdobeBrowser::httpReadyRead()
 {
-    m_sinceProgress.start();
     if (qMax(announcedLength(), m_content.size() + m_reply->bytesAvailable()) > m_maxContentBytes) {
         qWarning("%s is not fetched: its body is over %lld bytes", qUtf8Printable(m_url),
                  static_cast<long long>(m_maxContentBytes));

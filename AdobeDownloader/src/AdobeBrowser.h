@@ -4,7 +4,6 @@
 #include "StopFlag.h"
 
 #include <QByteArray>
-#include <QElapsedTimer>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QObject>
@@ -71,7 +70,8 @@ public:
     /// The largest body that is accepted, in bytes.
     void setMaxContentBytes(qint64 bytes);
 
-    /// How long nothing may arrive before a request is ended.
+    /// How long nothing may arrive before a request is ended, in place of the option "stall" (in
+    /// seconds) or, without it, a minute.
     void setStallTimeout(qint64 timeoutMs);
 
     /// Starts no more requests and ends the one that is under way. Other threads raise the stop
@@ -101,7 +101,6 @@ private:
     CAdobeCookieJar *m_cookieJar; // owned by the manager
     QPointer<QNetworkReply> m_reply; // child of the manager
     QTimer m_watch;
-    QElapsedTimer m_sinceProgress;
     QString m_url;
     Method m_method = Method::Get;
     QByteArray m_content;

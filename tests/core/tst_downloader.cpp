@@ -281,6 +281,15 @@ private slots:
         QCOMPARE(m_lines->lines(), QStringList()); // no progress
     }
 
+    void aSilentServerFailsAThumb()
+    {
+        setOptions("--stall 1");
+        m_server->on("/t", held(QByteArray(700, 'b'), 300));
+        m_downloader->downloadThumb(m_server->address("/t"));
+        QCOMPARE(ends(), end(-1, Downloader::Thumb, Downloader::Failed));
+        QVERIFY(!QFile::exists(m_thumb));
+    }
+
     void aThumbThatIsThereIsNotAskedFor()
     {
         writeFile(m_thumb, "old");

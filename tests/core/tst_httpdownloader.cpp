@@ -1053,6 +1053,71 @@ private slots:
             QCOMPARE(request.target, url.toUtf8());
     }
 
+    void aSilentServerIsGivenUp_data()
+    {
+        QTest::addColumn<int>("sentBytes");
+        QTest::newRow("before the answer") << -1;
+        QTest::newRow("before the body") << 0;
+        QTest::newRow("in the body") << 300;
+    }
+
+    void aSilentServerIsGivenUp()
+    {
+        QFETCH(int, sentBytes);
+        const QByteArray content = patternOf(700);
+        ScriptedServer server;
+        if (sentBytes >= 0)
+            server.on("/f", held(content, sentBytes));
+        else
+            server.hold("/f");
+        setCommandLine(QStringLiteral("--stall 1"));
+        Transfer transfer;
+        transfer.start(m_path, server.address("/f"));
+        QVERIFY(transfer.fails());
+QVERIFY(readFile(m_path) == content.left(qMax(0, sentBytes)));
+        Transfer inMemory;
+        inMemory.start(QString(), server.address("/f"));
+        QVERIFY(
+            inMemory.succeeds()); // as after every failure: the content is the caller's to judge
+    }
+
+    void aServerThatOnlyTricklesIsWaitedFor()
+    {
+        const QByteArray content = patternOf(30);
+        ScriptedServer server;
+        HttpReply reply = plain(content);
+        reply.pieceBytes = 1;
+        reply.pieceDelayMs = 50; // the whole takes longer than the limit
+        server.on("/f", reply);
+        setCommandLine(QStringLiteral("--stall 1"));
+        Transfer transfer;
+        transfer.start(m_path, server.address("/f"));
+        QVERIFY(transfer.succeeds());
+        QVERIFY(readFile(m_path) == content);
+    }
+
+    void aSilentProbeIsGivenUp_data()
+    {
+        QTest::addColumn<QByteArray>("path");
+        QTest::newRow("before the answer") << QByteArray("/held");
+        QTest::newRow("in the header") << QByteArray("/half");
+        QTest::newRow("after a redirect") << QByteArray("/redirect");
+    }
+
+    void aSilentProbeIsGivenUp()
+    {
+        QFETCH(QByteArray, path);
+        ScriptedServer server;
+        server.hold("/held");
+        server.onRaw("/half", [](const HttpRequest &, QTcpSocket *socket) {
+            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 70");
+        });
+        server.on("/redirect", redirect(302, "/held"));
+        setCommandLine(QStringLiteral("--stall 1"));
+        HttpDownloader downloader;
+        QCOMPARE(downloader.GetFileSize(server.url(path)), qint64(0));
+    }
+
     void aNamedProxyIsNeverPassedBy_data()
     {
         QTest::addColumn<int>("type");

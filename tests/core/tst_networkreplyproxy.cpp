@@ -5,9 +5,12 @@
 
 #include <QNetworkCookieJar>
 #include <QProcess>
+#include <QSemaphore>
 #include <QSignalSpy>
+#include <QThread>
 
 #include <csignal>
+#include <functional>
 #include <memory>
 
 namespace {
@@ -24,6 +27,42 @@ std::unique_ptr<QNetworkReply> get(QNetworkAccessManager &manager, const QUrl &u
 {
     return std::unique_ptr<QNetworkReply>(manager.get(QNetworkRequest(url)));
 }
+
+/// A scripted server on a thread of its own, for requests that block the test's.
+class ServerThread final
+{
+public:
+    explicit ServerThread(const std::function<void(ScriptedServer &)> &script)
+    {
+        QSemaphore isUp;
+        m_thread.reset(QThread::create([&] {
+            ScriptedServer server;
+            script(server);
+            m_base = server.url("/");
+            isUp.release();
+            QEventLoop().exec();
+        }));
+        m_thread->start();
+        isUp.acquire();
+    }
+
+    ~ServerThread()
+    {
+        m_thread->quit();
+        m_thread->wait();
+    }
+
+    Q_DISABLE_COPY(ServerThread)
+
+    [[nodiscard]] QUrl url(const char *path) const
+    {
+        return m_base.resolved(QUrl(QLatin1String(path)));
+    }
+
+private:
+    std::unique_ptr<QThread> m_thread;
+    QUrl m_base;
+};
 
 const char childVariable[] = "CLIPWEIR_UNSUPPORTED_CALL";
 
@@ -253,6 +292,89 @@ private slots:
         const QSignalSpy finished(reply.get(), &QNetworkReply::finished);
         QTRY_COMPARE(finished.count(), 1);
         QCOMPARE(reply->readAll(), QByteArray("hello"));
+    }
+
+    void silenceIsATimeout_data()
+    {
+        QTest::addColumn<int>("sentBytes");
+        QTest::addColumn<bool>("isSynchronous");
+        for (const bool isSynchronous : {false, true}) {
+            const char *const kind = isSynchronous ? "synchronous" : "queued";
+            QTest::addRow("%s, before the answer", kind) << -1 << isSynchronous;
+            QTest::addRow("%s, before the body", kind) << 0 << isSynchronous;
+            QTest::addRow("%s, in the body", kind) << 300 << isSynchronous;
+        }
+    }
+
+    void silenceIsATimeout()
+    {
+        QFETCH(int, sentBytes);
+        QFETCH(bool, isSynchronous);
+        setArguments({QStringLiteral("--stall"), QStringLiteral("1")});
+        ServerThread server([sentBytes](ScriptedServer &scripted) {
+            HttpReply reply = typedReply("text/plain", 700);
+            reply.holdAfterBytes = sentBytes;
+            if (sentBytes >= 0)
+                scripted.on("/silent", reply);
+            else
+                scripted.hold("/silent");
+        });
+        NetworkAccessManagerProxy manager(nullptr);
+        const QSignalSpy ends(&manager, &NetworkAccessManagerProxy::replyFinished);
+        QNetworkRequest request(server.url("/silent"));
+        request.setAttribute(QNetworkRequest::SynchronousRequestAttribute, isSynchronous);
+        const std::unique_ptr<QNetworkReply> reply(manager.get(request));
+        QCOMPARE(reply->isFinished(), isSynchronous);
+        QStringList events;
+        connect(reply.get(), &QNetworkReply::errorOccurred, this,
+                [&] { events += QStringLiteral("error"); });
+        connect(reply.get(), &QNetworkReply::finished, this,
+                [&] { events += QStringLiteral("finished"); });
+        QTRY_VERIFY_WITH_TIMEOUT(events.contains(QStringLiteral("finished")), 30000);
+        QCOMPARE(reply->error(), QNetworkReply::TimeoutError);
+        QVERIFY(!reply->errorString().isEmpty());
+        QCOMPARE(reply->readAll().size(), qMax(0, sentBytes));
+        // A reply that is over from the start has no more errors to tell.
+        QCOMPARE(events.count(QStringLiteral("error")), isSynchronous ? 0 : 1);
+        QCOMPARE(ends.size(), isSynchronous ? 1 : 2);
+    }
+
+    void synchronousRequestsOfAllKinds_data()
+    {
+        QTest::addColumn<QByteArray>("method");
+        QTest::addColumn<QByteArray>("body");
+        for (const char *const method : {"GET", "HEAD", "DELETE"})
+            QTest::newRow(method) << QByteArray(method) << QByteArray();
+        for (const char *const method : {"POST", "PUT", "PATCH"})
+            QTest::newRow(method) << QByteArray(method) << QByteArray("sent");
+    }
+
+    void synchronousRequestsOfAllKinds()
+    {
+        QFETCH(QByteArray, method);
+        QFETCH(QByteArray, body);
+        setArguments({QStringLiteral("--stall"), QStringLiteral("20")});
+        ServerThread server([](ScriptedServer &scripted) {
+            scripted.onOther([](const HttpRequest &request) {
+                HttpReply reply = typedReply("text/plain", 0);
+                reply.status = 404;
+                reply.body = request.method == "HEAD" ? "" : request.method + request.body;
+                reply.headers += qMakePair(QByteArray("X-Seen"), request.header("X-Own"));
+                return reply;
+            });
+        });
+        NetworkAccessManagerProxy manager(nullptr);
+        QNetworkRequest request(server.url("/any"));
+        request.setAttribute(QNetworkRequest::SynchronousRequestAttribute, true);
+        request.setRawHeader("X-Own", "kept");
+        const std::unique_ptr<QNetworkReply> reply(
+            manager.sendCustomRequest(request, method, body));
+        QVERIFY(reply->isFinished());
+        QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 404);
+        QCOMPARE(reply->error(), QNetworkReply::ContentNotFoundError);
+        QCOMPARE(reply->rawHeader("X-Seen"), QByteArray("kept"));
+        QCOMPARE(reply->url(), server.url("/any"));
+        QCOMPARE(reply->readAll(), method == "HEAD" ? QByteArray() : method + body);
     }
 
     void endsDuringItsOwnSignals_data()

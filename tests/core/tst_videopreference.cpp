@@ -91,6 +91,7 @@ private slots:
     {
         QCOMPARE(preference()->GetPageUrl(), QString());
         QCOMPARE(preference()->GetTimeOut(), 120);
+        QCOMPARE(preference()->GetStall(), 0);
         QCOMPARE(preference()->GetVideoFormat(), 0);
         QCOMPARE(preference()->GetQuality(), 0);
         QCOMPARE(preference()->GetTotalSize(), qint64(0));
@@ -256,6 +257,31 @@ private slots:
         QCOMPARE(setting.type, expected.type);
         QCOMPARE(setting.host, expected.host);
         QCOMPARE(setting.port, expected.port);
+    }
+
+    void limitsInSeconds_data()
+    {
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<int>("seconds");
+        QTest::newRow("a minute") << "60" << 60;
+        QTest::newRow("highest") << "2147483647" << 2147483647;
+        QTest::newRow("none") << "0" << 0;
+        QTest::newRow("negative") << "-5" << 0;
+        QTest::newRow("beyond a number") << "2147483648" << 0;
+        QTest::newRow("fraction") << "1.5" << 0;
+        QTest::newRow("unit") << "5s" << 0;
+        QTest::newRow("word") << "soon" << 0;
+        QTest::newRow("nothing") << "" << 0;
+        QTest::newRow("another option") << "--log" << 0;
+    }
+
+    void limitsInSeconds()
+    {
+        QFETCH(QString, value);
+        setArguments({QStringLiteral("--stall"), value});
+        QTEST(preference()->GetStall(), "seconds");
+        setArguments({QStringLiteral("/STALL")});
+        QCOMPARE(preference()->GetStall(), 0);
     }
 
     void networkProxyNeverFallsBackToDirect_data()

@@ -525,6 +525,15 @@ private slots:
         QVERIFY(!browser.success());
     }
 
+    void theCallersLimitForSilenceIsUsed()
+    {
+        m_server->hold("/a");
+        setOption("stall", 1);
+        CAdobeBrowser browser;
+        browser.get(m_server->address("/a"), true);
+        QVERIFY(!browser.success());
+    }
+
     void aSlowServerIsNotGivenUp()
     {
         // The whole answer takes longer than the limit, no single step does.
