@@ -69,16 +69,23 @@ class tst_RunHds : public QObject
         return error.isEmpty() ? tags.size() : -1;
     }
 
-    /// The lines from the start of a run to the first request for a fragment.
-    QByteArray startLines(const ProgramRun &run, int fragmentCount) const
+    /// The lines from the start of a run to the request for the manifest.
+    QByteArray manifestLines(const ProgramRun &run) const
     {
         const QByteArray folder = run.path(option("tmp")).toUtf8();
         return parsingLine(m_page) + composedLine(folder)
             + composedLine("setOption: manifest=" + m_server->address("/s/m.f4m").toUtf8())
             + composedLine("setOption: outFile=" + pageHash(m_page).toUtf8() + ".flv")
             + composedLine("setOption: outDir=" + folder)
-            + fixedLine("Processing manifest info....") + getPageLine(m_server->address("/s/m.f4m"))
-            + composedLine("all quality: 800 ") + composedLine("select quality:800")
+            + fixedLine("Processing manifest info....")
+            + getPageLine(m_server->address("/s/m.f4m"));
+    }
+
+    /// The lines from the start of a run to the first request for a fragment.
+    QByteArray startLines(const ProgramRun &run, int fragmentCount) const
+    {
+        return manifestLines(run) + composedLine("all quality: 800 ")
+            + composedLine("select quality:800")
             + composedLine("FragCount:" + QByteArray::number(fragmentCount));
     }
 
@@ -268,6 +275,60 @@ private slots:
         QCOMPARE(server.requestsFor(fragmentPath(4)).size(), 1);
         QCOMPARE(server.requestsFor(fragmentPath(3)).size(), 0);
         QVERIFY(run.fileContent(flvPath()) == flv);
+    }
+
+    void aSilentManifestFails()
+    {
+        ScriptedServer server;
+        serveStream(server, 3);
+        server.hold("/s/m.f4m");
+        ProgramRun run;
+        QVERIFY(
+            run.run({option("--url"), m_page, option("--f4f"), option("--stall"), option("1")}));
+        QCOMPARE(run.errorOutput(),
+                 manifestLines(run)
+                     + composedLine("access " + server.address("/s/m.f4m").toUtf8() + " failed!")
+                     + endLines("failed"));
+    }
+
+    void aSilentBootstrapFails()
+    {
+        ScriptedServer server;
+        serveStream(server, 3);
+        server.on("/s/m.f4m",
+                  mediaReply("<manifest><bootstrapInfo id=\"b\" url=\"s.abst\"/>"
+                             "<media url=\"stream\" bitrate=\"800\" bootstrapInfoId=\"b\"/>"
+                             "</manifest>",
+                             "video/f4m"));
+        server.hold("/s/s.abst");
+        ProgramRun run;
+        QVERIFY(
+            run.run({option("--url"), m_page, option("--f4f"), option("--stall"), option("1")}));
+        QVERIFY2(run.errorOutput().startsWith(manifestLines(run)), run.errorOutput());
+        QVERIFY2(run.errorOutput().endsWith(endLines("failed")), run.errorOutput());
+        QCOMPARE(server.requestsFor("/s/s.abst").size(), 1);
+    }
+
+    void aSilentFragmentIsOneFailedAttempt()
+    {
+        ScriptedServer server;
+        serveStream(server, 5);
+        int attempts = 0;
+        server.onRaw(fragmentPath(3), [&attempts](const HttpRequest &, QTcpSocket *socket) {
+            const QByteArray body = hds::numberedFragment(3);
+            ++attempts;
+            if (attempts > 1)
+                socket->write("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: "
+                              + QByteArray::number(body.size()) + "\r\n\r\n");
+            if (attempts > 2)
+                socket->write(body);
+        });
+        ProgramRun run;
+        QVERIFY(
+            run.run({option("--url"), m_page, option("--f4f"), option("--stall"), option("1")}));
+        QCOMPARE(withoutFragments(run.errorOutput()), startLines(run, 5) + endLines("success"));
+        QCOMPARE(attempts, 3);
+        QCOMPARE(tagCount(run), 10);
     }
 
     void stopsAtEveryMoment_data()
