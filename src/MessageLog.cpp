@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -66,9 +67,17 @@ void appendToLog(const QByteArray &logText)
     if (!isLogOpen || !QCoreApplication::instance())
         return;
     const QString now = QTime::currentTime().toString(QStringLiteral("hh:mm:ss.zzz "));
-    QFile file(CVideoPreference::instance()->GetLogFullPath(QStringLiteral("log")));
-    if (file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
-        file.write(now.toLatin1() + logText + '\n');
+    const QString path = CVideoPreference::instance()->GetLogFullPath(QStringLiteral("log"));
+    // Not by the toolkit's file: what it has to say about an odd one would reach the host, since
+    // this is called while a message is being handled.
+    const int fd = ::open(QFile::encodeName(path).constData(),
+                          O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+    if (fd < 0)
+        return;
+    const QByteArray line = now.toLatin1() + logText + '\n';
+    while (::write(fd, line.constData(), static_cast<size_t>(line.size())) < 0 && errno == EINTR) {
+    }
+    ::close(fd);
 }
 
 void handleMessage(QtMsgType type, const QMessageLogContext &, const QString &message)

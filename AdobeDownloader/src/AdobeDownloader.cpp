@@ -213,6 +213,11 @@ bool CAdobeDownloader::writeCollected()
 
 void CAdobeDownloader::complete()
 {
+    if (!CAdobeOutputFile::GetInstance()->IsInPlace()) {
+        qWarning("%s has vanished", qUtf8Printable(CAdobeOutputFile::FilePath()));
+        stopWith(failed);
+        return;
+    }
     const QString size = QString::number(QFileInfo(CAdobeOutputFile::FilePath()).size());
     HostLine::sendQuoted(QStringLiteral("downloaded:%1/%1").arg(size));
     if (option("delete").toBool())

@@ -5,6 +5,8 @@
 #include "AdobeUtils.h"
 #include "HostLine.h"
 
+#include <QFileInfo>
+
 namespace {
 
 constexpr quint64 compactHeaderBytes = 8;
@@ -162,6 +164,12 @@ bool CAdobeOutputFile::writeFragment(int fragNum)
 bool CAdobeOutputFile::write(const QByteArray &data)
 {
     return m_file.write(data) == data.size() && m_file.flush();
+}
+
+bool CAdobeOutputFile::IsInPlace() const
+{
+    const QFileInfo info(FilePath());
+    return info.exists() && !info.isDir() && info.size() >= m_file.size();
 }
 
 void CAdobeOutputFile::OutProgress() const

@@ -43,6 +43,10 @@ public:
     /// The number of the last fragment written; 0 when none has been.
     [[nodiscard]] int GetWriteFragNum() const;
 
+    /// Whether the file stands under its name with everything that was written: somebody may have
+    /// removed or replaced it meanwhile.
+    [[nodiscard]] bool IsInPlace() const;
+
     /// The bytes of the fragments that wait in memory.
     [[nodiscard]] qint64 HeldBytes() const;
 

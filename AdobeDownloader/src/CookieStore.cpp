@@ -98,13 +98,21 @@ bool parseLine(QByteArray line, QNetworkCookie &cookie)
     return !isExpired(cookie);
 }
 
+/// Whether there is something under the name that is no file: a device, a pipe or a folder. It must
+/// neither be waited for nor be replaced by a file.
+bool isNoFile(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.exists() && !info.isFile();
+}
+
 /// Reads the whole file; false when it exists but cannot be read.
 bool readFile(const QString &path, QList<QNetworkCookie> &cookies)
 {
     QFile file(path);
     if (!file.exists())
         return true;
-    if (!file.open(QIODevice::ReadOnly) || file.size() > maxFileBytes)
+    if (isNoFile(path) || !file.open(QIODevice::ReadOnly) || file.size() > maxFileBytes)
         return false;
     while (!file.atEnd() && cookies.size() < maxCookies) {
         QNetworkCookie cookie;
@@ -214,7 +222,7 @@ bool CookieStore::save()
 bool CookieStore::writeFile(const QString &path, const QList<QNetworkCookie> &current,
                             const QSet<QByteArray> &changedKeys)
 {
-    if (!QDir().mkpath(QFileInfo(path).absolutePath()))
+    if (isNoFile(path) || !QDir().mkpath(QFileInfo(path).absolutePath()))
         return false;
     QLockFile lock(path + QLatin1String(".lock"));
     QList<QNetworkCookie> stored;

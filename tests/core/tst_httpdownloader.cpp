@@ -587,6 +587,34 @@ private slots:
         QCOMPARE(server.requests().size(), 0);
     }
 
+    void aFileThatVanishesIsAFailure_data()
+    {
+        QTest::addColumn<bool>("isReplaced");
+        QTest::newRow("removed") << false;
+        QTest::newRow("replaced by a folder") << true;
+    }
+
+    void aFileThatVanishesIsAFailure()
+    {
+        QFETCH(bool, isReplaced);
+        ScriptedServer server;
+        QPointer<QTcpSocket> held;
+        server.onRaw("/f", [&held](const HttpRequest &, QTcpSocket *socket) {
+            held = socket;
+            socket->write(answerWith("200 OK\r\nContent-Length: 4", "bo"));
+        });
+        Transfer transfer;
+        transfer.start(m_path, server.address("/f"));
+        QVERIFY(Transfer::reaches(m_path, 2));
+        QVERIFY(QFile::remove(m_path));
+        if (isReplaced)
+            QVERIFY(QDir().mkdir(m_path));
+        held->write("dy");
+        held->disconnectFromHost();
+        QVERIFY(transfer.fails());
+        QDir().rmdir(m_path);
+    }
+
     void aFullDiskIsAFailure_data()
     {
         QTest::addColumn<bool>("hasLength");

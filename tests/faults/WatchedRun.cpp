@@ -75,7 +75,7 @@ void WatchedRun::start(const QStringList &arguments)
 bool WatchedRun::hasEnded()
 {
     if (m_program.process().state() == QProcess::NotRunning)
-        return true;
+        return m_program.waitForEnd(0); // takes in the last of its lines
     m_peakBytes = qMax(m_peakBytes, peakOf(m_pid));
     if (m_limit.hasExpired()) {
         m_isLate = true;
@@ -102,7 +102,8 @@ QString WatchedRun::result() const
         return broken + QStringLiteral("it crashes or has no 0 as its exit code");
     QList<QByteArray> lines = m_program.errorLines();
     if (lines.isEmpty() || lines.takeLast() != "detach sharememory ")
-        return broken + QStringLiteral("the last line is not the protocol's");
+        return broken + QStringLiteral("the last line is not the protocol's: ")
+            + QString::fromUtf8(output.right(200));
     const QByteArray end = lines.isEmpty() ? QByteArray() : lines.takeLast().trimmed();
     const QByteArray prefix("video download finished:");
     if (output.count(prefix) + output.count("parse failed \n") + output.count("exiting... \n") != 1)

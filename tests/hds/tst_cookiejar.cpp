@@ -12,6 +12,8 @@
 #include <memory>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace {
 
 QNetworkCookie makeCookie(const QByteArray &name, const QByteArray &value, int daysToLive = 30)
@@ -214,6 +216,22 @@ private slots:
         qputenv("CLIPWEIR_COOKIES", filePath().toUtf8());
         QVERIFY(jar.save());
         QVERIFY(fileContent().contains("\ta\t1\n"));
+    }
+
+    void whatIsNoFileIsLeftAlone()
+    {
+        QVERIFY(QDir().mkpath(m_folder->filePath(QStringLiteral("sub"))));
+        const QByteArray path = QFile::encodeName(filePath());
+        QCOMPARE(::mkfifo(path.constData(), 0600), 0);
+        CAdobeCookieJar jar;
+        QVERIFY(!jar.load()); // nor waited for
+        QVERIFY(jar.insertCookie(makeCookie("a", "1")));
+        QVERIFY(!jar.save());
+        struct stat status = {};
+        QCOMPARE(::stat(path.constData(), &status), 0);
+        QVERIFY(S_ISFIFO(status.st_mode));
+        QVERIFY(QFile::remove(filePath()));
+        QVERIFY(jar.save());
     }
 
     void theNumberOfCookiesIsBounded()
