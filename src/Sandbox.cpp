@@ -117,8 +117,8 @@ void keepOwnProcessEntry()
 /// Other threads would stay outside of the file system's walls.
 bool hasOtherThreads()
 {
-#ifdef CLIPWEIR_SANITIZED
-    return false; // a sanitizer may run one of its own from the start
+#ifdef __SANITIZE_THREAD__
+    return false; // the sanitizer runs one of its own from the start
 #else
     return QDir(QStringLiteral("/proc/self/task"))
                .entryList(QDir::Dirs | QDir::NoDotAndDotDot)
@@ -133,6 +133,12 @@ Sandbox::Sandbox(const QString &outputFolder, bool usesDisplay)
     : m_outputFolder(outputFolder)
     , m_usesDisplay(usesDisplay)
 {
+}
+
+void Sandbox::allowLinkTarget(const QString &path)
+{
+    if (QFileInfo(path).isSymLink())
+        m_linkTargets += path;
 }
 
 void Sandbox::allowSound()
@@ -189,6 +195,8 @@ void Sandbox::addRules(Landlock &rules) const
     if (m_usesDisplay)
         rules.allowAbstractSockets(); // a display may be reached through one
     rules.allow(m_outputFolder, Access::Write);
+    for (const QString &link : m_linkTargets)
+        rules.allow(link, Access::Write);
     if (!m_cacheFolder.isEmpty())
         rules.allow(m_cacheFolder, Access::Write);
     const QFileInfo cookieFile(m_cookieFile);
@@ -270,5 +278,7 @@ QStringList Sandbox::wideFolders() const
                         .arg(folder);
     }
     gaps.removeDuplicates();
+    if (!home.isEmpty() && isSameOrBelow(home, QDir(QDir::tempPath()).canonicalPath()))
+        gaps += QStringLiteral("files can be removed below %1").arg(QDir::tempPath());
     return gaps;
 }

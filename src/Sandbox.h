@@ -18,6 +18,9 @@ public:
     /// sockets and the graphics devices
     Sandbox(const QString &outputFolder, bool usesDisplay);
 
+    /// Names a file or folder of the output folder, which may be a link that leads out of it.
+    void allowLinkTarget(const QString &path);
+
     /// Lets the run be heard; without this its sound goes nowhere.
     void allowSound();
 
@@ -38,6 +41,7 @@ private:
 
     const QString m_outputFolder;
     const bool m_usesDisplay;
+    QStringList m_linkTargets;
     bool m_mayPlaySound = false;
     QString m_cacheFolder; ///< empty when it cannot be made
     QString m_cookieFile;

@@ -65,7 +65,11 @@ void muteHiddenPage()
 void confine(bool usesDisplay)
 {
     const auto *const preference = CVideoPreference::instance();
-    Sandbox sandbox(preference->GetOutDir(), usesDisplay);
+    const QString folder = preference->GetOutDir();
+    Sandbox sandbox(folder, usesDisplay);
+    for (const QString &path : {preference->GetVideoFullPath(), preference->GetThumbFullPath(),
+                                folder + QLatin1String("/logs"), folder + QLatin1String("/f4ftmp")})
+        sandbox.allowLinkTarget(path);
     if (preference->GetShow())
         sandbox.allowSound();
     const QStringList gaps = sandbox.confine();
