@@ -15,13 +15,18 @@ public:
     explicit SnapshotJar(const QList<QNetworkCookie> &cookies) { setAllCookies(cookies); }
 };
 
-/// Whether the cookie's domain may name the host. A host of numbers has no parent domain, though
-/// its text may end like another one's (RFC 6265, section 5.1.3); the base class compares texts.
+/// Whether the cookie's domain may name the host, beyond what the base class asks for. A host of
+/// numbers has no parent domain, though its text may end like another one's (RFC 6265, section
+/// 5.1.3). A domain of one label holds unrelated hosts whether or not it is on the list that the
+/// base class has, and so may one that ends with a dot, which is on no list.
 bool canNameHost(const QNetworkCookie &cookie, const QUrl &url)
 {
     const QString domain = cookie.domain();
-    return !domain.startsWith(QLatin1Char('.')) || QHostAddress(url.host()).isNull()
-        || domain.midRef(1) == url.host();
+    const QString host = url.host();
+    if (!domain.startsWith(QLatin1Char('.')) || domain.midRef(1) == host)
+        return true;
+    return QHostAddress(host).isNull() && domain.indexOf(QLatin1Char('.'), 1) >= 0
+        && !domain.endsWith(QLatin1Char('.'));
 }
 
 } // namespace

@@ -79,8 +79,11 @@ bool parseLine(QByteArray line, QNetworkCookie &cookie)
         return false;
 
     const QList<QByteArray> fields = line.split('\t');
-    if (fields.size() != fieldCount || fields.at(0).isEmpty() || fields.at(5).isEmpty())
+    if (fields.size() != fieldCount || fields.at(5).isEmpty())
         return false;
+    const QString domain = domainOf(fields.at(0), fields.at(1) == "TRUE");
+    if (domain.isEmpty() || domain == QLatin1String("."))
+        return false; // names no host
     bool isNumber = false;
     const qint64 expiry = fields.at(4).toLongLong(&isNumber);
     if (!isNumber || expiry <= 0)
@@ -90,7 +93,7 @@ bool parseLine(QByteArray line, QNetworkCookie &cookie)
         return false;
 
     cookie = QNetworkCookie(fields.at(5), fields.at(6));
-    cookie.setDomain(domainOf(fields.at(0), fields.at(1) == "TRUE"));
+    cookie.setDomain(domain);
     cookie.setPath(QString::fromUtf8(fields.at(2)));
     cookie.setSecure(fields.at(3) == "TRUE");
     cookie.setHttpOnly(isHttpOnly);

@@ -199,6 +199,54 @@ private slots:
         QCOMPARE(cookies.constFirst().name(), QByteArray("good"));
     }
 
+    void aDomainThatNamesNoHostIsSkipped()
+    {
+        writeFile(".\tFALSE\t/\tFALSE\t4102444800\thost\t1\n"
+                  ".\tTRUE\t/\tFALSE\t4102444800\tdomain\t1\n");
+        QVERIFY(CAdobeCookieJar().mycookies().isEmpty());
+    }
+
+    void aDomainOfUnrelatedHostsIsRefused_data()
+    {
+        QTest::addColumn<QByteArray>("domain");
+        QTest::addColumn<QString>("host");
+        QTest::addColumn<QString>("other");
+        const auto row = [](const char *name, const char *domain, const char *host,
+                            const char *other) {
+            QTest::newRow(name) << QByteArray(domain) << QString::fromLatin1(host)
+                                << QString::fromLatin1(other);
+        };
+        row("listed", "com", "one.com", "other.com");
+        row("not listed", "test", "one.test", "other.test");
+        row("a dot", ".", "one.example.", "other.example.");
+        row("with a dot at the end", "example.", "one.example.", "other.example.");
+        row("two labels and a dot at the end", "co.uk.", "one.co.uk.", "other.co.uk.");
+    }
+
+    void aDomainOfUnrelatedHostsIsRefused()
+    {
+        QFETCH(QByteArray, domain);
+        QFETCH(QString, host);
+        QFETCH(QString, other);
+        const QUrl url(QStringLiteral("http://%1/").arg(host));
+        const QUrl otherUrl(QStringLiteral("http://%1/").arg(other));
+        CAdobeCookieJar jar;
+        jar.setCookiesFromUrl(
+            QNetworkCookie::parseCookies("a=b; domain=" + domain + "; max-age=1000"), url);
+        QVERIFY(jar.mycookies().isEmpty());
+        // Nor does it help to have it in the file.
+        writeFile('.' + domain + "\tTRUE\t/\tFALSE\t4102444800\ta\tb\n");
+        QVERIFY(CAdobeCookieJar().cookiesForUrl(otherUrl).isEmpty());
+    }
+
+    void aHostMayNameItself()
+    {
+        const QUrl url(QStringLiteral("http://intranet/"));
+        CAdobeCookieJar jar;
+        jar.setCookiesFromUrl(QNetworkCookie::parseCookies("a=b; domain=intranet"), url);
+        QCOMPARE(jar.cookiesForUrl(url).size(), 1);
+    }
+
     void aCookieThatWouldForgeALineIsNotWritten()
     {
         CAdobeCookieJar jar;
