@@ -53,6 +53,7 @@ QByteArray saved(const QList<QNetworkCookie> &cookies)
 void checkCookie(const QNetworkCookie &cookie)
 {
     FUZZ_CHECK(!cookie.name().isEmpty() && !cookie.domain().isEmpty());
+    FUZZ_CHECK(cookie.domain() != QLatin1String("."));
     FUZZ_CHECK(!cookie.isSessionCookie() && cookie.expirationDate().isValid());
 }
 
@@ -101,15 +102,18 @@ void checkAnswer(const QByteArray &lines)
     jar.setCookiesFromUrl(QNetworkCookie::parseCookies(lines), answered);
     FUZZ_CHECK(jar.save());
 
-    const QList<QUrl> urls{answered, QUrl(QStringLiteral("http://www.h.test/dir/page")),
+    const QList<QUrl> urls{answered,
+                           QUrl(QStringLiteral("http://www.h.test/dir/page")),
                            QUrl(QStringLiteral("http://h.test/dir/")),
                            QUrl(QStringLiteral("https://x.www.h.test/")),
+                           QUrl(QStringLiteral("http://other.test./dir/page")),
                            QUrl(QStringLiteral("http://other.test/dir/page"))};
     for (const QUrl &url : urls) {
         for (const QNetworkCookie &cookie : jar.cookiesForUrl(url))
             FUZZ_CHECK(isFor(cookie, url));
     }
     FUZZ_CHECK(jar.cookiesForUrl(urls.constLast()).isEmpty());
+    FUZZ_CHECK(jar.cookiesForUrl(urls.at(urls.size() - 2)).isEmpty());
 
     QList<QNetworkCookie> kept;
     for (const QNetworkCookie &cookie : jar.mycookies()) {

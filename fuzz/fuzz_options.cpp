@@ -47,10 +47,13 @@ void checkProxy(const QStringList &arguments)
     const ProxySetting setting = CVideoPreference::instance()->GetProxy();
     FUZZ_CHECK(setting.host.isEmpty() || !QHostAddress(setting.host).isNull());
     const QNetworkProxy proxy = setting.toNetworkProxy();
-    FUZZ_CHECK((proxy.type() == QNetworkProxy::NoProxy)
-               == (setting.type == QNetworkProxy::NoProxy));
-    FUZZ_CHECK(proxy.hostName() == setting.host);
-    FUZZ_CHECK(proxy.port() == setting.port || proxy.port() == 0);
+    const bool isDirect = setting.host.isEmpty() || setting.type == QNetworkProxy::NoProxy
+        || setting.type == QNetworkProxy::DefaultProxy;
+    FUZZ_CHECK((proxy.type() == QNetworkProxy::NoProxy) == isDirect);
+    if (!isDirect) {
+        FUZZ_CHECK(proxy.hostName() == setting.host);
+        FUZZ_CHECK(proxy.port() == setting.port || proxy.port() == 0);
+    }
     if (valueOf(arguments, QStringLiteral("proxy")).isEmpty())
         FUZZ_CHECK(setting.type == QNetworkProxy::NoProxy && setting.port == 0);
 }

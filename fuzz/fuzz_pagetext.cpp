@@ -5,6 +5,7 @@
 #include "FuzzSupport.h"
 #include "HostLine.h"
 #include "PageRules.h"
+#include "WebAddress.h"
 
 #include <algorithm>
 
@@ -53,6 +54,15 @@ void checkDecoding(const QString &text)
     FUZZ_CHECK(Utils::DecodeHtml(escaped) == text || text.contains(QLatin1Char('&')));
 }
 
+void checkCredentials(const QString &text)
+{
+    const QString cleaned = WebAddress::withoutCredentials(text);
+    FUZZ_CHECK(cleaned.size() <= text.size());
+    FUZZ_CHECK(WebAddress::withoutCredentials(cleaned) == cleaned);
+    if (text.size() <= longestForPlain)
+        FUZZ_CHECK(QRegExp(QStringLiteral("://[^/?#]*@")).indexIn(cleaned) < 0);
+}
+
 void checkNames(const QString &text)
 {
     const QString name = Utils::SafeFileName(text, QLatin1Char('_'));
@@ -98,6 +108,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     checkLists(text);
     checkDecoding(text);
     checkNames(text);
+    checkCredentials(text);
     checkMeta(text);
     return 0;
 }

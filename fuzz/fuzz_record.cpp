@@ -110,6 +110,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     checkJson(record);
     checkPaths(record);
     const QString row = CsvLog(record).GetLogMessage();
-    FUZZ_CHECK(!row.contains(QLatin1Char('\n')) && !row.contains(QLatin1Char('\r')));
+    FUZZ_CHECK(std::none_of(row.cbegin(), row.cend(), [](QChar c) {
+        return c != QLatin1Char('\t') && HostLine::breaksLine(c);
+    }));
     return 0;
 }
