@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <thread>
 
@@ -39,8 +38,7 @@ PLUGIN_EXPORT const char *NP_GetMIMEDescription()
 
 PLUGIN_EXPORT std::int16_t NP_GetValue(void *, int, void *value)
 {
-    const char *const text = "Intruder";
-    std::memcpy(value, &text, sizeof text);
+    *static_cast<const char **>(value) = "Intruder";
     return 0;
 }
 

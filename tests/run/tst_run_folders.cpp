@@ -90,7 +90,7 @@ void tst_RunFolders::foldersOfAllKinds()
         + recordLine(m_server->address("/v.mp4"), m_video.size(), "mp4")
         + fixedLine("start download video ...") + fixedLine("video download finished:success")
         + fixedLine("detach sharememory");
-    QCOMPARE(withoutProgress(run->errorOutput()), expected);
+    QVERIFY2(withoutProgress(run->errorOutput()) == expected, run->errorOutput().constData());
     QCOMPARE(readFile(path), m_video);
     const QString logs = QFileInfo(path).path() + option("/logs");
     QVERIFY(QFile::exists(logs + option("/") + pageHash(page) + option(".log")));
