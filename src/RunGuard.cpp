@@ -1,6 +1,7 @@
 #include "RunGuard.h"
 
 #include "CsvLog.h"
+#include "EndTimer.h"
 #include "HostLine.h"
 #include "ShareMemoryManager.h"
 
@@ -13,9 +14,11 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr unsigned long watchIntervalMs = 200;
-constexpr auto stopGrace = 800ms; // a living main thread obeys a stop request long before
+constexpr unsigned long watchIntervalMs = 100;
+constexpr auto stopGrace = 500ms; // a living main thread obeys a stop request long before
+constexpr auto slowGrace = 3s; // alive, or closing already, it should be through by then
 constexpr auto stuckGrace = 10s; // a heavy page may keep the engine busy for seconds
+constexpr auto lineGrace = 200ms; // for a host that does not read
 
 } // namespace
 
@@ -67,25 +70,17 @@ void RunGuard::watch()
     QMutexLocker locker(&m_mutex);
     while (!m_isStopped) {
         m_stopped.wait(&m_mutex, watchIntervalMs);
-        const auto now = Clock::now();
-        const auto silence = now - m_lastBeat;
-        if (m_isStopped || silence < stopGrace)
-            continue;
-        const bool isCloseStuck = m_state == State::EndClaimed && silence > stuckGrace;
-        const bool isOverdue =
-            m_state == State::Running && silence > stuckGrace && now - m_deadline > stuckGrace;
         locker.unlock(); // reading the stop flag may wait for another process
-        const bool isStopAsked = ShareMemoryManager::GetInstance()->GetExitFlag();
+        const bool isEndAsked = ShareMemoryManager::GetInstance()->GetExitFlag();
         locker.relock();
-        if (m_isStopped || Clock::now() - m_lastBeat < stopGrace)
+        const auto now = Clock::now();
+        if (isEndAsked && !m_isEndAsked) {
+            m_isEndAsked = true;
+            m_endAskedAt = now;
+        }
+        if (m_isStopped || !isEndDue(now))
             continue;
-        const bool isStopIgnored = m_state == State::Running && isStopAsked;
-        if (!isCloseStuck && !isOverdue && !isStopIgnored)
-            continue;
-
-        const QString line = isCloseStuck ? QString()
-            : isStopIgnored               ? QStringLiteral("exiting...")
-                                          : QStringLiteral("parse failed");
+        const QString line = lastLine();
         m_state = State::ForcingEnd;
         const ParseData record = m_record;
         const bool hasRow = m_isRowWritten;
@@ -94,14 +89,37 @@ void RunGuard::watch()
     }
 }
 
+/// Whether the main thread has had all the time that it may take.
+bool RunGuard::isEndDue(Clock::time_point now) const
+{
+    const auto silence = now - m_lastBeat;
+    const auto askedFor = m_isEndAsked ? now - m_endAskedAt : Clock::duration::zero();
+    if (m_state == State::EndClaimed)
+        return silence > (m_isEndAsked ? Clock::duration(slowGrace) : Clock::duration(stuckGrace));
+    const bool isStopIgnored = qMin(silence, askedFor) > stopGrace || askedFor > slowGrace;
+    const bool isOverdue = silence > stuckGrace && now - m_deadline > stuckGrace;
+    return isStopIgnored || isOverdue;
+}
+
+/// What the main thread would have told the host by now; nothing if it has.
+QString RunGuard::lastLine() const
+{
+    if (m_state == State::EndClaimed)
+        return {};
+    return m_isEndAsked ? QStringLiteral("exiting...") : QStringLiteral("parse failed");
+}
+
 void RunGuard::endProcess(const ParseData &record, bool hasRow, const QString &line)
 {
-    if (!line.isEmpty())
-        HostLine::sendText(line);
     if (!hasRow) {
         ParseData copy = record;
         CsvLog(copy).saveDownloadResult();
     }
-    ShareMemoryManager::GetInstance()->DeleteShareMemData();
+    EndTimer::endWithin(lineGrace, EXIT_SUCCESS);
+    const bool hadBlock = ShareMemoryManager::GetInstance()->RemoveShareMemData();
+    if (!line.isEmpty())
+        HostLine::sendText(line);
+    if (hadBlock)
+        HostLine::sendText(QStringLiteral("detach sharememory"));
     std::_Exit(EXIT_SUCCESS);
 }

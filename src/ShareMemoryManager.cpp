@@ -1,6 +1,7 @@
 #include "ShareMemoryManager.h"
 
 #include "HostLine.h"
+#include "RunLimits.h"
 #include "StopSignals.h"
 #include "VideoPreference.h"
 
@@ -26,8 +27,10 @@ ShareMemoryManager::ShareMemoryManager()
 
 bool ShareMemoryManager::GetExitFlag()
 {
+    if (StopSignals::areReceived() || RunLimits::areReached())
+        return true;
     const QMutexLocker locker(&m_mutex);
-    return (readShareMemData() && m_exitFlag) || StopSignals::areReceived();
+    return readShareMemData() && m_exitFlag;
 }
 
 bool ShareMemoryManager::SetExitFlag(bool exitFlag)
@@ -39,23 +42,29 @@ bool ShareMemoryManager::SetExitFlag(bool exitFlag)
 
 bool ShareMemoryManager::CreateShareMemData()
 {
-    const QMutexLocker locker(&m_mutex);
     DeleteShareMemData();
     return writeShareMemData();
 }
 
 void ShareMemoryManager::DeleteShareMemData()
 {
+    // The line comes outside of the lock: its reader may let it wait.
+    if (RemoveShareMemData())
+        HostLine::sendText(QStringLiteral("detach sharememory"));
+}
+
+bool ShareMemoryManager::RemoveShareMemData()
+{
     const QMutexLocker locker(&m_mutex);
     if (!attach())
-        return;
+        return false;
     if (m_memory->lock()) {
         std::memset(m_memory->data(), 0, static_cast<size_t>(m_memory->size()));
         m_memory->unlock();
     }
     detach();
     removeLock();
-    HostLine::sendText(QStringLiteral("detach sharememory"));
+    return true;
 }
 
 /// The toolkit leaves the lock to whoever made it, and that may be a run that was killed, or this

@@ -17,7 +17,8 @@ public:
     /// The one instance, made for the page address of the command line at the first call.
     static ShareMemoryManager *GetInstance();
 
-    /// Whether the run shall end: the block's byte, read afresh, or a stop signal from the system.
+    /// Whether the run shall end: the block's byte, read afresh, a stop signal from the system, or
+    /// a limit of the run that is reached. Only the first of these may have to wait.
     [[nodiscard]] bool GetExitFlag();
 
     /// Writes the flag into the block, which is created when missing. Returns false when that
@@ -28,7 +29,10 @@ public:
     bool CreateShareMemData();
 
     /// Clears and leaves the block, if there is one, and takes its lock out of the system. What a
-    /// run that was killed left behind is taken away with it.
+    /// run that was killed left behind is taken away with it. Returns whether there was a block.
+    bool RemoveShareMemData();
+
+    /// RemoveShareMemData(), of which the host is told.
     void DeleteShareMemData();
 
     bool attach();

@@ -12,8 +12,7 @@ static_assert(std::atomic_bool::is_always_lock_free,
 void noteSignal(int)
 {
     received = true;
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
+    StopSignals::uninstall();
 }
 
 } // namespace
@@ -22,6 +21,12 @@ void StopSignals::install()
 {
     std::signal(SIGINT, noteSignal);
     std::signal(SIGTERM, noteSignal);
+}
+
+void StopSignals::uninstall()
+{
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
 }
 
 bool StopSignals::areReceived()

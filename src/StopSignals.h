@@ -8,6 +8,9 @@ class StopSignals final
 public:
     static void install();
 
+    /// From now on the first signal, too, ends the process as usual.
+    static void uninstall();
+
     /// Whether one of the signals has arrived. Safe on any thread.
     [[nodiscard]] static bool areReceived();
 };

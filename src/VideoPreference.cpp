@@ -92,6 +92,11 @@ int CVideoPreference::GetStall() const
     return qMax(0, GetOptionValue(QStringLiteral("stall"), 0));
 }
 
+int CVideoPreference::GetDeadline() const
+{
+    return qMax(0, GetOptionValue(QStringLiteral("deadline"), 0));
+}
+
 int CVideoPreference::GetVideoFormat() const
 {
     return GetOptionValue(QStringLiteral("format"), AnyFormat);
@@ -173,6 +178,11 @@ bool CVideoPreference::GetExitFlag() const
 bool CVideoPreference::GetSupportF4f() const
 {
     return GetOptionState(QStringLiteral("f4f"));
+}
+
+bool CVideoPreference::GetParent() const
+{
+    return GetOptionState(QStringLiteral("parent"));
 }
 
 bool CVideoPreference::GetNoSandbox() const

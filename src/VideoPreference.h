@@ -37,6 +37,8 @@ public:
     [[nodiscard]] QString GetPageUrl() const;
     [[nodiscard]] int GetTimeOut() const; ///< seconds
     [[nodiscard]] int GetStall() const; ///< seconds of silence that end a request; 0 for no limit
+    [[nodiscard]] int GetDeadline() const; ///< seconds from the start to the end of the run; 0 for
+                                           ///< no limit
     [[nodiscard]] int GetVideoFormat() const; ///< an EFormat, or any other number as given
     [[nodiscard]] int GetQuality() const; ///< picture height; 0 for no wish
     [[nodiscard]] qint64 GetTotalSize() const; ///< bytes; 0 when not given
@@ -51,6 +53,7 @@ public:
     [[nodiscard]] bool GetInfoFlag() const;
     [[nodiscard]] bool GetExitFlag() const;
     [[nodiscard]] bool GetSupportF4f() const;
+    [[nodiscard]] bool GetParent() const; ///< the run ends when its host dies
     [[nodiscard]] bool GetNoSandbox() const;
 
     /// The MD5 of the page address as 32 upper-case hexadecimal digits: the name of this page's

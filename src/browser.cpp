@@ -206,21 +206,24 @@ void Browser::loadPage()
     const auto *const preference = CVideoPreference::instance();
     const QString pageUrl = preference->GetPageUrl();
 
+    const int timeoutMs = timerInterval(preference->GetTimeOut() * qint64(1000));
+    m_result.startTime = QDateTime::currentDateTime();
+    // Before the first line, which a host that does not read may hold up.
+    m_guard = std::make_unique<RunGuard>(timeoutMs);
+    m_guard->beat(m_result);
+
     setProxy();
     m_view->setVisible(preference->GetShow());
     HostLine().quoted(pageUrl).text(QStringLiteral("parsing...")).send();
-    m_result.startTime = QDateTime::currentDateTime();
 
     m_isAnalysing = true;
     for (QTimer *const timer : {&m_analysisTimer, &m_firstTerminateTimer, &m_secondTerminateTimer})
         timer->setTimerType(Qt::PreciseTimer);
-    const int timeoutMs = timerInterval(preference->GetTimeOut() * qint64(1000));
     m_analysisTimer.start(analysisIntervalMs);
     m_firstTerminateTimer.start(timeoutMs);
     m_secondTerminateTimer.start(timeoutMs);
     m_watchTimer.start(watchIntervalMs);
 
-    m_guard = std::make_unique<RunGuard>(timeoutMs);
     m_isHuluPage = !Utils::RegexString(pageUrl, m_siteSettings.huluPagePattern).isEmpty();
     m_page->load(QUrl(pageUrl));
 }

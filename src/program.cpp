@@ -1,8 +1,10 @@
 #include "program.h"
 
+#include "EndTimer.h"
 #include "FlashVersion.h"
 #include "HostLine.h"
 #include "MessageLog.h"
+#include "RunLimits.h"
 #include "Sandbox.h"
 #include "ShareMemoryManager.h"
 #include "StopSignals.h"
@@ -90,6 +92,7 @@ bool preparePageRun(int argc, char *argv[])
         || !MessageLog::open())
         return false;
     StopSignals::install();
+    RunLimits::install();
     ShareMemoryManager::GetInstance()->CreateShareMemData();
     muteHiddenPage();
     if (!preference->GetNoSandbox()) {
@@ -134,6 +137,7 @@ int exec(QApplication *application)
 
 int runProgram(int argc, char *argv[])
 {
+    RunLimits::noteStart();
     prepareProcess(argc, argv);
     const bool isPrepared = argc > 1 && preparePageRun(argc, argv);
     QApplication application(argc, argv);
@@ -155,6 +159,10 @@ int runProgram(int argc, char *argv[])
         return NoOutputFolder;
 
     const int result = exec(&application);
+    const bool isEndAsked = ShareMemoryManager::GetInstance()->GetExitFlag();
     ShareMemoryManager::GetInstance()->DeleteShareMemData();
+    StopSignals::uninstall();
+    if (isEndAsked)
+        EndTimer::endSoon(result);
     return result;
 }

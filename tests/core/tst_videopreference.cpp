@@ -29,6 +29,7 @@ Flag flagOf(const QString &key)
         {QStringLiteral("info"), &CVideoPreference::GetInfoFlag},
         {QStringLiteral("exit"), &CVideoPreference::GetExitFlag},
         {QStringLiteral("f4f"), &CVideoPreference::GetSupportF4f},
+        {QStringLiteral("parent"), &CVideoPreference::GetParent},
     };
     return flags.value(key);
 }
@@ -37,7 +38,7 @@ const QStringList flagKeys{
     QStringLiteral("thumb"),     QStringLiteral("partial"), QStringLiteral("smartname"),
     QStringLiteral("noresume"),  QStringLiteral("log"),     QStringLiteral("show"),
     QStringLiteral("keepimage"), QStringLiteral("info"),    QStringLiteral("exit"),
-    QStringLiteral("f4f"),
+    QStringLiteral("f4f"),       QStringLiteral("parent"),
 };
 
 } // namespace
@@ -92,6 +93,7 @@ private slots:
         QCOMPARE(preference()->GetPageUrl(), QString());
         QCOMPARE(preference()->GetTimeOut(), 120);
         QCOMPARE(preference()->GetStall(), 0);
+        QCOMPARE(preference()->GetDeadline(), 0);
         QCOMPARE(preference()->GetVideoFormat(), 0);
         QCOMPARE(preference()->GetQuality(), 0);
         QCOMPARE(preference()->GetTotalSize(), qint64(0));
@@ -280,6 +282,10 @@ private slots:
         QFETCH(QString, value);
         setArguments({QStringLiteral("--stall"), value});
         QTEST(preference()->GetStall(), "seconds");
+        QCOMPARE(preference()->GetDeadline(), 0);
+        setArguments({QStringLiteral("--deadline"), value});
+        QTEST(preference()->GetDeadline(), "seconds");
+        QCOMPARE(preference()->GetStall(), 0);
         setArguments({QStringLiteral("/STALL")});
         QCOMPARE(preference()->GetStall(), 0);
     }

@@ -1,0 +1,70 @@
+#include "EndTimer.h"
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <mutex>
+
+#include <sys/time.h>
+#include <unistd.h>
+
+using std::chrono::microseconds;
+
+namespace {
+
+#ifndef CLIPWEIR_SANITIZED
+constexpr auto cleanUpTime = std::chrono::milliseconds(300);
+#endif
+constexpr microseconds shortest{1}; // none at all would stop the timer
+constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365);
+
+std::atomic_int code{0};
+static_assert(std::atomic_int::is_always_lock_free,
+              "only lock-free atomics may be used in a signal handler");
+
+void endProcess(int)
+{
+    ::_exit(code);
+}
+
+microseconds timeOf(const timeval &value)
+{
+    return std::chrono::seconds(value.tv_sec) + microseconds(value.tv_usec);
+}
+
+timeval valueOf(microseconds time)
+{
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    timeval value{};
+    value.tv_sec = static_cast<decltype(value.tv_sec)>(seconds.count());
+    value.tv_usec = static_cast<decltype(value.tv_usec)>((time - seconds).count());
+    return value;
+}
+
+} // namespace
+
+void EndTimer::endWithin(std::chrono::milliseconds time, int exitCode)
+{
+    static std::mutex mutex;
+    const std::lock_guard locker(mutex);
+    itimerval timer{};
+    ::getitimer(ITIMER_REAL, &timer);
+    const microseconds left = timeOf(timer.it_value);
+    const microseconds wanted = std::max<microseconds>(std::min(time, longest), shortest);
+    if (left > microseconds::zero() && left <= wanted)
+        return;
+    code = exitCode;
+    std::signal(SIGALRM, endProcess);
+    timer = {};
+    timer.it_value = valueOf(wanted);
+    ::setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+void EndTimer::endSoon(int exitCode)
+{
+#ifdef CLIPWEIR_SANITIZED
+    static_cast<void>(exitCode);
+#else
+    endWithin(cleanUpTime, exitCode);
+#endif
+}

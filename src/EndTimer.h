@@ -1,0 +1,21 @@
+#ifndef ENDTIMER_H
+#define ENDTIMER_H
+
+#include <chrono>
+
+/// The last resort: ends the process once a time has passed, whatever its threads are doing or
+/// waiting for, without any tidying. Takes the process's alarm signal for itself.
+class EndTimer final
+{
+public:
+    /// Ends the process with the exit code after the given time. Of several times that are set, the
+    /// earliest counts, with its code. Safe on any thread.
+    static void endWithin(std::chrono::milliseconds time, int exitCode);
+
+    /// Leaves the toolkit a moment to clean up at the end of the program: it would wait for name
+    /// servers that do not answer. Under the sanitizers, which take a last look, it may take its
+    /// time.
+    static void endSoon(int exitCode);
+};
+
+#endif

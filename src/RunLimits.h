@@ -1,0 +1,22 @@
+#ifndef RUNLIMITS_H
+#define RUNLIMITS_H
+
+/// What ends a run besides the host's wish: its deadline, and the death of the host that started
+/// it, as far as the command line asks for them. Reaching one of them counts as a stop request.
+class RunLimits final
+{
+public:
+    RunLimits() = delete;
+
+    /// Notes the time from which the deadline counts, and the host. The first step of the program.
+    static void noteStart();
+
+    /// Takes the limits of the command line. Where the process has still not ended some seconds
+    /// after its deadline, it is ended without any tidying. Needs an application object.
+    static void install();
+
+    /// Whether one of the limits is reached. Safe on any thread; waits for nothing.
+    [[nodiscard]] static bool areReached();
+};
+
+#endif
