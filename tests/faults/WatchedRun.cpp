@@ -35,16 +35,18 @@ QStringList processesOf(const QString &folder)
     return found;
 }
 
-/// The blocks of shared memory that a process has made.
+/// The blocks of shared memory that a process has made and nobody uses. The system's keys are short
+/// hashes: another run may have come upon the block, and takes it away when it ends.
 QStringList blocksOf(qint64 pid)
 {
     constexpr int creatorColumn = 4;
+    constexpr int usersColumn = 6;
     QStringList found;
     const QList<QByteArray> lines =
         readFile(QStringLiteral("/proc/sysvipc/shm")).split('\n').mid(1);
     for (const QByteArray &line : lines) {
         const QList<QByteArray> fields = line.simplified().split(' ');
-        if (fields.value(creatorColumn).toLongLong() == pid)
+        if (fields.value(creatorColumn).toLongLong() == pid && fields.value(usersColumn) == "0")
             found += QLatin1String("shared memory ") + QString::fromLatin1(fields.value(1));
     }
     return found;
