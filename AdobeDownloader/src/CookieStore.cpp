@@ -82,8 +82,8 @@ bool parseLine(QByteArray line, QNetworkCookie &cookie)
     if (fields.size() != fieldCount || fields.at(5).isEmpty())
         return false;
     const QString domain = domainOf(fields.at(0), fields.at(1) == "TRUE");
-    if (domain.isEmpty() || domain == QLatin1String("."))
-        return false; // names no host
+    if (domain.isEmpty() || domain == QLatin1String(".") || domain.startsWith(QLatin1Char('#')))
+        return false; // names no host, and the last would make a comment when it is saved
     bool isNumber = false;
     const qint64 expiry = fields.at(4).toLongLong(&isNumber);
     if (!isNumber || expiry <= 0)

@@ -202,7 +202,8 @@ private slots:
     void aDomainThatNamesNoHostIsSkipped()
     {
         writeFile(".\tFALSE\t/\tFALSE\t4102444800\thost\t1\n"
-                  ".\tTRUE\t/\tFALSE\t4102444800\tdomain\t1\n");
+                  ".\tTRUE\t/\tFALSE\t4102444800\tdomain\t1\n"
+                  ".# x\tFALSE\t/\tFALSE\t4102444800\tcomment\t1\n");
         QVERIFY(CAdobeCookieJar().mycookies().isEmpty());
     }
 
