@@ -110,7 +110,7 @@ void checkStreamOptions(const QStringList &arguments)
 
     int options = 0;
     for (int i = 1; i < arguments.size(); ++i) {
-        const QString argument = arguments.at(i);
+        const QString &argument = arguments.at(i);
         if (!argument.startsWith(QLatin1String("--")))
             continue;
         ++options;

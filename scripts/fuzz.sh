@@ -40,9 +40,14 @@ cmake --preset fuzz >/dev/null
 cmake --build build-fuzz --target $(printf 'fuzz_%s ' "$@")
 
 # The files that targets write are many and live for a moment: memory is the place for them.
-[ -w /dev/shm ] && TMPDIR=/dev/shm
+[ ! -w /dev/shm ] || export TMPDIR=/dev/shm
+stop() {
+    # Programs in the background do not hear of an interrupt by themselves.
+    cat "$scratch"/*.pid 2>/dev/null | xargs -r kill 2>/dev/null || true
+    rm -rf "$scratch"
+}
 scratch=$(mktemp -d -t clipweir-fuzz.XXXXXX)
-trap 'rm -rf "$scratch"' EXIT
+trap stop EXIT
 trap 'exit 130' INT TERM
 export TMPDIR="$scratch"
 export LSAN_OPTIONS="suppressions=$top/tests/sanitizers/leaks.supp:print_suppressions=0"
@@ -58,9 +63,15 @@ run_target() {
     [ ! -f "fuzz/$1.dict" ] || dictionary=-dict=fuzz/$1.dict
     result=clean
     # shellcheck disable=SC2086 # no word at all without a dictionary
-    if ! "build-fuzz/fuzz/fuzz_$1" $dictionary -max_total_time="$seconds" -timeout=10 \
+    "build-fuzz/fuzz/fuzz_$1" $dictionary -max_total_time="$seconds" -timeout=10 \
         -rss_limit_mb=1024 -print_final_stats=1 -artifact_prefix="$found/" \
-        "$found/corpus" "fuzz/corpus/$1" >"$log" 2>&1; then
+        "$found/corpus" "fuzz/corpus/$1" >"$log" 2>&1 &
+    echo $! >"$scratch/$1.pid"
+    status=0
+    wait $! || status=$?
+    [ -d "$scratch" ] || return 0 # interrupted
+    rm -f "$scratch/$1.pid"
+    if [ "$status" -ne 0 ]; then
         : >"$scratch/$1.failed"
         kept=$(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)
         result="FAILED: ${kept:-no input was kept}, $log"

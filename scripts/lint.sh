@@ -19,6 +19,6 @@ git ls-files '*.h' '*.cpp' | grep -E "$names" | xargs -r clang-format-14 --dry-r
 git ls-files 'scripts/*.sh' 'tests/*.sh' 'bench/*.sh' .ci/run | xargs shellcheck -x || status=1
 # The toolkit's generated sources are nobody's to correct. Their headers are read by every check of
 # a source that includes them, so the build has to be up to date.
-run-clang-tidy-14 -quiet -p build "/(src|tests|bench|examples)/(?!.*_autogen).*($names)" \
+run-clang-tidy-14 -quiet -p build "/(src|tests|bench|examples|fuzz)/(?!.*_autogen).*($names)" \
     2>/dev/null || status=1
 exit "$status"
