@@ -1,5 +1,14 @@
+#include "HdsFixtures.h"
 #include "PageRun.h"
 #include "TestMain.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QPointer>
+#include <QSharedMemory>
+
+#include <sys/prctl.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -15,6 +24,41 @@ QByteArray pageThatShowsTheVideoAfter(const QByteArray &request)
            " var x = new XMLHttpRequest();"
         + request + "</script></body>";
 }
+
+QByteArray exitingLines()
+{
+    return fixedLine("exiting...") + fixedLine("detach sharememory");
+}
+
+bool isBlockThere(const QString &page)
+{
+    return QSharedMemory(QStringLiteral("SM_") + pageHash(page)).attach();
+}
+
+/// A process whose parent has died. It may have become a child of this one.
+class Orphan final
+{
+public:
+    explicit Orphan(pid_t pid)
+        : m_pid(pid)
+    {
+    }
+
+    [[nodiscard]] bool hasEnded() const
+    {
+        if (m_pid <= 0)
+            return false;
+        ::waitpid(m_pid, nullptr, WNOHANG);
+        QFile file(QStringLiteral("/proc/%1/stat").arg(m_pid));
+        if (!file.open(QIODevice::ReadOnly))
+            return true;
+        const QByteArray line = file.readAll();
+        return line.isEmpty() || line.mid(line.lastIndexOf(')')).startsWith(") Z");
+    }
+
+private:
+    pid_t m_pid;
+};
 
 } // namespace
 
@@ -161,6 +205,162 @@ private slots:
                  parsingLine(page) + recordLine(server.address("/v.mp4"), videoBytes, "mp4")
                      + fixedLine("start download video ...") + endLines("success"));
         QCOMPARE(server.requestsFor("/held").size(), 1);
+    }
+
+    void theDeadlineEndsTheRun_data()
+    {
+        QTest::addColumn<QByteArray>("state");
+        QTest::addColumn<int>("seconds");
+        QTest::newRow("page held") << QByteArray("page") << 2;
+        QTest::newRow("endless script") << QByteArray("script") << 3;
+        QTest::newRow("synchronous request held") << QByteArray("synchronous") << 3;
+        QTest::newRow("probe held, in a nested loop") << QByteArray("probe") << 10;
+        QTest::newRow("video stalled") << QByteArray("video") << 10;
+        QTest::newRow("video trickling") << QByteArray("trickle") << 10;
+    }
+
+    void theDeadlineEndsTheRun()
+    {
+        QFETCH(QByteArray, state);
+        QFETCH(int, seconds);
+        ScriptedServer server;
+        const QString page = server.address("/page");
+        QStringList options{option("--url"), page, option("--log"), option("--deadline"),
+                            QString::number(seconds)};
+        QByteArray lines = parsingLine(page);
+        server.hold("/held");
+        server.hold("/held.mp4");
+        if (state == "page") {
+            server.hold("/page");
+        } else if (state == "script") {
+            server.on("/page", htmlReply("<script>for (;;) { }</script>"));
+        } else if (state == "synchronous") {
+            server.on(
+                "/page",
+                htmlReply(pageThatShowsTheVideoAfter("x.open('GET', '/held', false); x.send();")));
+        } else if (state == "probe") {
+            server.on("/page",
+                      htmlReply("<p title='" + server.address("/held.mp4").toUtf8() + "'>"));
+        } else {
+            servePage(server, m_video, [&](const HttpRequest &) {
+                HttpReply reply = mediaReply(m_video);
+                reply.pieceBytes = state == "trickle" ? 100 : 0;
+                reply.pieceDelayMs = 100;
+                reply.holdAfterBytes = sentBytes;
+                return reply;
+            });
+            options += {option("--timeout"), option("2")};
+            lines += recordLine(server.address("/v.mp4"), videoBytes, "mp4")
+                + fixedLine("start download video ...");
+        }
+        ProgramRun run;
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(run.run(options));
+        QVERIFY(clock.elapsed() >= seconds * 1000);
+        qInfo("%lld ms after the deadline",
+              static_cast<long long>(clock.elapsed() - seconds * 1000));
+        QCOMPARE(withoutProgress(run.errorOutput()), lines + exitingLines());
+        QCOMPARE(run.exitCode(), 0);
+        QVERIFY(run.endedNormally());
+        QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
+        QVERIFY(run.fileContent(csvPath()).contains(",N,"));
+        QVERIFY(!isBlockThere(page));
+        if (state == "probe")
+            QCOMPARE(server.requestsFor("/held.mp4").size(), 1);
+        const QByteArray partial = run.fileContent(videoPath(page));
+        QVERIFY(m_video.startsWith(partial));
+        if (state == "video")
+            QCOMPARE(partial.size(), sentBytes);
+        if (state == "trickle")
+            QVERIFY(!partial.isEmpty());
+    }
+
+    void theDeadlineEndsAStream()
+    {
+        ScriptedServer server;
+        const QString page = server.address("/page");
+        server.on("/page",
+                  htmlReply("<script>var x = new XMLHttpRequest();"
+                            "x.open('GET', '/s/m.f4m'); x.send();</script>"));
+        server.on("/s/m.f4m",
+                  mediaReply(hds::manifest("stream", hds::simpleBootstrap(3)), "video/f4m"));
+        server.on("/s/streamSeg1-Frag1", mediaReply(hds::numberedFragment(1)));
+        server.hold("/s/streamSeg1-Frag2");
+        server.on("/s/streamSeg1-Frag3", mediaReply(hds::numberedFragment(3)));
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), page, option("--f4f"), option("--log"),
+                         option("--deadline"), option("6")}));
+        QVERIFY2(run.errorOutput().endsWith(exitingLines()), run.errorOutput());
+        QVERIFY(run.errorOutput().contains(composedLine("downloaded:1/3")));
+        QVERIFY(!run.errorOutput().contains("finished"));
+        QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
+        QString error;
+        const auto tags =
+            hds::readFlv(run.fileContent(option("tmp/") + pageHash(page) + option(".flv")), error);
+        QCOMPARE(tags.size(), 2); // what came before the fragment that is missing
+        const QDir cache(run.path(option("tmp/f4ftmp")));
+        QCOMPARE(cache.entryList({option("*Frag3")}, QDir::Files).size(), 1);
+    }
+
+    void theRunEndsAfterItsHost_data()
+    {
+        QTest::addColumn<bool>("isBusy");
+        QTest::addColumn<bool>("isAdopted");
+        QTest::newRow("page held") << false << false;
+        QTest::newRow("endless script") << true << false;
+        QTest::newRow("page held, adopted by a subreaper") << false << true;
+        QTest::newRow("endless script, adopted by a subreaper") << true << true;
+    }
+
+    void theRunEndsAfterItsHost()
+    {
+        QFETCH(bool, isBusy);
+        QFETCH(bool, isAdopted);
+        QCOMPARE(::prctl(PR_SET_CHILD_SUBREAPER, isAdopted, 0, 0, 0), 0);
+        ScriptedServer server;
+        const QString page = server.address("/page");
+        if (isBusy)
+            server.on("/page", htmlReply("<script>for (;;) { }</script>"));
+        else
+            server.hold("/page");
+        ProgramRun run;
+        run.startUnderHost({option("--url"), page, option("--log"), option("--parent")});
+        QTRY_VERIFY_WITH_TIMEOUT(!server.requests().isEmpty(), 30000);
+        QVERIFY(!run.fileContent(option("lines")).contains("exiting"));
+        run.process().kill();
+        const Orphan orphan(run.fileContent(option("pid")).toInt());
+        QTRY_VERIFY_WITH_TIMEOUT(orphan.hasEnded(), 20000);
+        ::prctl(PR_SET_CHILD_SUBREAPER, 0, 0, 0, 0);
+        QCOMPARE(run.fileContent(option("lines")), parsingLine(page) + exitingLines());
+        QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
+        QVERIFY(!isBlockThere(page));
+    }
+
+    void withoutTheOptionTheRunOutlivesItsHost()
+    {
+        ScriptedServer server;
+        const QString page = server.address("/page");
+        QPointer<QTcpSocket> held;
+        server.onRaw("/page", [&held](const HttpRequest &, QTcpSocket *socket) { held = socket; });
+        ProgramRun run;
+        run.startUnderHost({option("--url"), page, option("--timeout"), option("20")});
+        QTRY_VERIFY_WITH_TIMEOUT(held, 30000);
+        run.process().kill();
+        QVERIFY(run.process().waitForFinished());
+        QTRY_VERIFY(!run.fileContent(option("pid")).isEmpty());
+        QVERIFY(held);
+        // It still runs long after it would have looked for its host.
+        const QByteArray body =
+            "<script>setTimeout(function() { new Image().src = '/after'; }, 1500)</script>";
+        held->write("HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nConnection: close\r\n"
+                    "Content-Length: "
+                    + QByteArray::number(body.size()) + "\r\n\r\n" + body);
+        held->disconnectFromHost();
+        QTRY_VERIFY_WITH_TIMEOUT(!server.requestsFor("/after").isEmpty(), 30000);
+        QVERIFY(askToExit(page));
+        const Orphan orphan(run.fileContent(option("pid")).toInt());
+        QTRY_VERIFY_WITH_TIMEOUT(orphan.hasEnded(), 20000);
     }
 };
 

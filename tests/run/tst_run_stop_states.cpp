@@ -157,6 +157,17 @@ struct Scene
         });
     }
 
+    /// Names below "test" are looked up without end.
+    void slowNames()
+    {
+        QDir().mkpath(run.path(option("tmp")));
+        run.setEnvironment(option("LD_PRELOAD"), option(SLOW_RESOLVER));
+        run.setEnvironment(option("SLOW_RESOLVER_MARK"), run.path(option("tmp/asked")));
+        run.setEnvironment(option("ASAN_OPTIONS"), option("verify_asan_link_order=0"));
+    }
+
+    [[nodiscard]] bool isNameAsked() const { return QFile::exists(run.path(option("tmp/asked"))); }
+
     void useProxy(const char *type, quint16 port)
     {
         options += {option("--proxy"), option(type) + QStringLiteral(":127.0.0.1:%1").arg(port)};
@@ -257,6 +268,12 @@ void buildDeafHost(Scene &scene)
 const std::vector<State> &states()
 {
     static const std::vector<State> all{
+        {"page, name being looked up",
+         [](Scene &scene) {
+             scene.slowNames();
+             scene.page = option("http://slow.test/page");
+             scene.isReached = [&scene] { return scene.isNameAsked(); };
+         }},
         {"page, before the first byte",
          [](Scene &scene) {
              scene.server.hold("/page");
@@ -490,6 +507,28 @@ private slots:
         QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
         QVERIFY(!raiseFlag(scene.page)); // the block is gone
         QVERIFY(!QFile::exists(run.path(scene.file(".thumb"))));
+    }
+
+    /// The toolkit waits for lookups that are under way before a program of it ends.
+    void endsWithTheSignalWhileItCleansUp()
+    {
+        Scene scene;
+        scene.slowNames();
+        scene.server.on("/page", htmlReply("<img src=http://slow.test/picture>"));
+        scene.run.start({option("--url"), scene.page, option("--timeout"), option("3")});
+        QVERIFY(scene.run.waitForOutput("detach sharememory", reachTimeoutMs));
+        QVERIFY(scene.isNameAsked());
+        QCOMPARE(scene.run.process().state(), QProcess::Running);
+        QElapsedTimer clock;
+        clock.start();
+        // The last line comes a moment before the signal is left to its usual effect.
+        const auto hasEnded = [&scene] {
+            scene.run.process().terminate();
+            return scene.run.process().state() != QProcess::Running;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(hasEnded(), endTimeoutMs);
+        qInfo("%4lld ms  closing; signal", static_cast<long long>(clock.elapsed()));
+        QVERIFY(scene.run.waitForEnd(endTimeoutMs));
     }
 
     void cleanupTestCase()

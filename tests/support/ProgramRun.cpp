@@ -44,6 +44,17 @@ void ProgramRun::start(const QStringList &arguments)
     m_process.start(program, words);
 }
 
+void ProgramRun::startUnderHost(const QStringList &arguments)
+{
+    m_process.setProcessEnvironment(m_environment);
+    m_process.setStandardErrorFile(path(QStringLiteral("lines")));
+    m_process.start(QStringLiteral("/bin/sh"),
+                    QStringList{QStringLiteral("-c"),
+                                QStringLiteral("\"$@\" & echo $! >pid.new; mv pid.new pid; wait"),
+                                QStringLiteral("host"), QStringLiteral(CLIPWEIR_PROGRAM)}
+                        + arguments);
+}
+
 bool ProgramRun::waitForEnd(int timeoutMs)
 {
     const bool hasEnded =

@@ -25,6 +25,10 @@ public:
 
     void start(const QStringList &arguments);
 
+    /// Starts the program as the child of a host of its own, a shell, which process() then stands
+    /// for. The program's process id is in the file "pid", its lines are in the file "lines".
+    void startUnderHost(const QStringList &arguments);
+
     /// Waits, with the event loop running, until the program has ended. Returns false and kills it
     /// when it takes longer.
     bool waitForEnd(int timeoutMs = 60000);
