@@ -9,6 +9,7 @@
 #include <QThread>
 
 #include <cstdlib>
+#include <system_error>
 
 using namespace std::chrono_literals;
 
@@ -25,8 +26,12 @@ constexpr auto lineGrace = 200ms; // for a host that does not read
 RunGuard::RunGuard(qint64 deadlineMs)
     : m_lastBeat(Clock::now())
     , m_deadline(m_lastBeat + std::chrono::milliseconds(deadlineMs))
-    , m_thread([this] { watch(); })
 {
+    try {
+        m_thread = std::thread([this] { watch(); });
+    } catch (const std::system_error &error) {
+        qWarning("the run goes on without a guard: %s", error.what());
+    }
 }
 
 RunGuard::~RunGuard()
@@ -36,7 +41,8 @@ RunGuard::~RunGuard()
         m_isStopped = true;
     }
     m_stopped.wakeAll();
-    m_thread.join();
+    if (m_thread.joinable())
+        m_thread.join();
 }
 
 void RunGuard::beat(const ParseData &record)

@@ -94,7 +94,7 @@ void WatchedRun::stop()
     m_isStopped = true;
 }
 
-QString WatchedRun::result() const
+QString WatchedRun::result(bool hasStopFlag) const
 {
     const QString broken = QStringLiteral("BROKEN: ");
     const QByteArray output = m_program.errorOutput();
@@ -103,7 +103,10 @@ QString WatchedRun::result() const
     if (!m_program.endedNormally() || m_program.exitCode() != 0)
         return broken + QStringLiteral("it crashes or has no 0 as its exit code");
     QList<QByteArray> lines = m_program.errorLines();
-    if (lines.isEmpty() || lines.takeLast() != "detach sharememory ")
+    const bool isFlagReported = !lines.isEmpty() && lines.last() == "detach sharememory ";
+    if (isFlagReported)
+        lines.removeLast();
+    else if (hasStopFlag)
         return broken + QStringLiteral("the last line is not the protocol's: ")
             + QString::fromUtf8(output.right(200));
     const QByteArray end = lines.isEmpty() ? QByteArray() : lines.takeLast().trimmed();

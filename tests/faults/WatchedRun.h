@@ -30,7 +30,8 @@ public:
 
     /// The result that the run reported: "success", "failed", "canceled", "parse failed" or
     /// "stopped"; otherwise what is wrong with its end, which begins with "BROKEN".
-    [[nodiscard]] QString result() const;
+    /// @param hasStopFlag whether the line on the stop flag is expected at the end
+    [[nodiscard]] QString result(bool hasStopFlag = true) const;
 
     /// What the run left behind that it should not: files in its temporary folder, processes and
     /// shared memory; empty when there is nothing.
