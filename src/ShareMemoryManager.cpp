@@ -12,6 +12,8 @@
 
 #include <cstring>
 
+#include <sys/shm.h>
+
 ShareMemoryManager *ShareMemoryManager::GetInstance()
 {
     static ShareMemoryManager manager;
@@ -62,9 +64,22 @@ bool ShareMemoryManager::RemoveShareMemData()
         std::memset(m_memory->data(), 0, static_cast<size_t>(m_memory->size()));
         m_memory->unlock();
     }
-    detach();
+    if (!detach())
+        leaveWithoutLock();
     removeLock();
     return true;
+}
+
+/// A lock that somebody has taken out of the system cannot be made anew by a confined run, and the
+/// toolkit leaves no block without its lock. This happens: the system's number of a lock comes from
+/// that of its key file, which the file system hands on as soon as another run has ended.
+void ShareMemoryManager::leaveWithoutLock()
+{
+    QSharedMemory withoutLock;
+    withoutLock.setNativeKey(m_memory->nativeKey());
+    ::shmdt(m_memory->data());
+    if (withoutLock.attach())
+        withoutLock.detach();
 }
 
 /// The toolkit leaves the lock to whoever made it, and that may be a run that was killed, or this

@@ -45,6 +45,7 @@ private:
     ~ShareMemoryManager() = default;
     Q_DISABLE_COPY(ShareMemoryManager)
 
+    void leaveWithoutLock();
     void removeLock();
 
     const QString m_key;

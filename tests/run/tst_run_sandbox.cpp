@@ -5,6 +5,8 @@
 #include "TestMain.h"
 #include "WalledRun.h"
 
+#include <QSystemSemaphore>
+
 namespace {
 
 /// A page that asks for a plug-in, so that the engine looks at those that are there.
@@ -43,6 +45,8 @@ private slots:
     void withoutWallsAllOfItSucceeds();
     void everyThreadHasTheFilter_data();
     void everyThreadHasTheFilter();
+    void aLockThatVanishesIsNotMissed_data();
+    void aLockThatVanishesIsNotMissed();
     void otherModesAreNotConfined();
     void gapsGoToTheLog_data();
     void gapsGoToTheLog();
@@ -138,6 +142,46 @@ void tst_RunSandbox::everyThreadHasTheFilter()
     QVERIFY(looked > 2);
     run->process().terminate();
     QVERIFY(run->waitForEnd());
+}
+
+void tst_RunSandbox::aLockThatVanishesIsNotMissed_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::newRow("inside") << QStringList();
+    QTest::newRow("outside") << QStringList{option("--nosandbox")};
+}
+
+/// Taking the stop flag's lock out of the system leaves the run within reach, and it leaves
+/// nothing.
+void tst_RunSandbox::aLockThatVanishesIsNotMissed()
+{
+    QFETCH(QStringList, options);
+    WalledRun run;
+    const QByteArray folderBefore = qgetenv("TMPDIR");
+    qputenv("TMPDIR", QFile::encodeName(run.path("temporary"))); // the key files' place
+    run->start(QStringList{option("--url"), m_page, option("--saveto"), run.path("out/v.mp4")}
+               + options);
+    const bool isStarted = run->waitForOutput("parsing...");
+    const QString key = option("SM_") + pageHash(m_page);
+    {
+        const QSystemSemaphore lock(key, 1,
+                                    QSystemSemaphore::Create); // the owner now: gone with it
+    }
+    const qint64 maker = run->process().processId();
+    const bool isAsked = askToExit(m_page);
+    const bool hasEnded = run->waitForEnd();
+    qputenv("TMPDIR", folderBefore);
+    if (folderBefore.isEmpty())
+        qunsetenv("TMPDIR");
+
+    QVERIFY(isStarted && isAsked && hasEnded);
+    QCOMPARE(run->errorOutput(),
+             parsingLine(m_page) + fixedLine("exiting...") + fixedLine("detach sharememory"));
+    QCOMPARE(QDir(run.path("temporary")).entryList(QDir::Files), QStringList());
+    constexpr int makerColumn = 4;
+    for (const QByteArray &block : linesOf(readFile(option("/proc/sysvipc/shm"))))
+        QVERIFY2(block.simplified().split(' ').value(makerColumn).toLongLong() != maker,
+                 block.constData());
 }
 
 void tst_RunSandbox::otherModesAreNotConfined()
