@@ -6,6 +6,7 @@
 #include <QSharedMemory>
 #include <QTimer>
 
+#include <cerrno>
 #include <csignal>
 #include <functional>
 #include <memory>
@@ -40,7 +41,8 @@ public:
             qFatal("no port to listen on");
         for (int i = 0; i < 4; ++i) {
             m_callers.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
-            ::connect(m_callers.back(), address, size);
+            if (::connect(m_callers.back(), address, size) != 0 && errno != EINPROGRESS)
+                qFatal("no connection to the port");
         }
     }
 
