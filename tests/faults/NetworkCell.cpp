@@ -155,6 +155,8 @@ void NetworkCell::begin()
                           option(m_isVideoHopedFor ? "20" : "2")};
     if (isStream())
         arguments += option("--f4f");
+    if (m_fault.isSilent) // a fragment is waited for again and again
+        arguments += {option("--stall"), option(m_stage == Fragment ? "2" : "4")};
     if (m_stage == Thumbnail)
         arguments += option("--thumb");
     if (m_stage == ResumedVideo) {

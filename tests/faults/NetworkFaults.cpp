@@ -194,6 +194,26 @@ std::vector<NetworkFault> cuts()
     };
 }
 
+/// Sends the first bytes of the answer and nothing more.
+NetworkFault::Sender silentAfter(const std::function<int(const HttpReply &)> &bytes)
+{
+    return [bytes](QTcpSocket *socket, const HttpRequest &, const HttpReply &good) {
+        socket->write(wholeOf(good).left(bytes(good)));
+    };
+}
+
+std::vector<NetworkFault> silences()
+{
+    return {
+        {"silence before the header", silentAfter([](const HttpReply &) { return 0; }), false,
+         true},
+        {"silence inside the header", silentAfter([](const HttpReply &) { return 40; }), false,
+         true},
+        {"silence in the middle",
+         silentAfter([](const HttpReply &good) { return good.body.size() / 2; }), false, true},
+    };
+}
+
 std::vector<NetworkFault> lies()
 {
     return {
@@ -277,7 +297,7 @@ const std::vector<NetworkFault> &networkFaults()
 {
     static const std::vector<NetworkFault> all = [] {
         std::vector<NetworkFault> faults = cuts();
-        for (const auto &more : {lies(), floods()})
+        for (const auto &more : {silences(), lies(), floods()})
             faults.insert(faults.end(), more.begin(), more.end());
         return faults;
     }();

@@ -14,6 +14,7 @@ struct NetworkFault
     const char *name;
     Sender send;
     bool isEndless = false; ///< goes on sending as long as somebody reads
+    bool isSilent = false; ///< keeps the connection and sends nothing more
 };
 
 /// All of them. Positions in a body are meant for one of 70,000 bytes and more.

@@ -3,11 +3,15 @@
 #include "PageRun.h"
 #include "TestFiles.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QTest>
 
 #include <csignal>
+
+#include <sys/sem.h>
+#include <sys/shm.h>
 
 namespace {
 
@@ -35,19 +39,23 @@ QStringList processesOf(const QString &folder)
     return found;
 }
 
-/// The blocks of shared memory that a process has made and nobody uses. The system's keys are short
-/// hashes: another run may have come upon the block, and takes it away when it ends.
-QStringList blocksOf(qint64 pid)
+/// The blocks of shared memory that a process has made and nobody uses. Other processes had its
+/// number before it. The system's keys are short hashes: another run may have come upon the block,
+/// and takes it away when it ends.
+QList<int> blocksOf(qint64 pid, qint64 startSeconds)
 {
+    constexpr int idColumn = 1;
     constexpr int creatorColumn = 4;
     constexpr int usersColumn = 6;
-    QStringList found;
+    constexpr int timeColumn = 13;
+    QList<int> found;
     const QList<QByteArray> lines =
         readFile(QStringLiteral("/proc/sysvipc/shm")).split('\n').mid(1);
     for (const QByteArray &line : lines) {
         const QList<QByteArray> fields = line.simplified().split(' ');
-        if (fields.value(creatorColumn).toLongLong() == pid && fields.value(usersColumn) == "0")
-            found += QLatin1String("shared memory ") + QString::fromLatin1(fields.value(1));
+        if (fields.value(creatorColumn).toLongLong() == pid && fields.value(usersColumn) == "0"
+            && fields.value(timeColumn).toLongLong() >= startSeconds)
+            found += fields.value(idColumn).toInt();
     }
     return found;
 }
@@ -66,8 +74,23 @@ WatchedRun::WatchedRun()
                              m_program.path(QStringLiteral("runtime")));
 }
 
+WatchedRun::~WatchedRun()
+{
+    for (const int id : blocksOf(m_pid, m_startSeconds))
+        ::shmctl(id, IPC_RMID, nullptr);
+    constexpr int toolkitsProject = 'Q';
+    const QDir temp(m_program.path(QStringLiteral("temp")));
+    for (const QString &name : temp.entryList({QStringLiteral("qipc_systemsem_*")})) {
+        const key_t key = ::ftok(QFile::encodeName(temp.filePath(name)), toolkitsProject);
+        const int id = key == -1 ? -1 : ::semget(key, 0, 0);
+        if (id >= 0)
+            ::semctl(id, 0, IPC_RMID);
+    }
+}
+
 void WatchedRun::start(const QStringList &arguments)
 {
+    m_startSeconds = QDateTime::currentSecsSinceEpoch();
     m_limit.setRemainingTime(limitMs);
     m_program.start(arguments);
     m_program.process().waitForStarted();
@@ -128,7 +151,8 @@ QString WatchedRun::leftovers() const
         QDir(m_program.path(QStringLiteral("temp")))
             .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     found += processesOf(m_program.folder());
-    found += blocksOf(m_pid);
+    for (const int id : blocksOf(m_pid, m_startSeconds))
+        found += QStringLiteral("shared memory %1").arg(id);
     return found.join(QStringLiteral(", "));
 }
 

@@ -14,6 +14,9 @@ class WatchedRun final
 {
 public:
     WatchedRun();
+
+    /// Takes away what a run that had to be broken left in the system.
+    ~WatchedRun();
     Q_DISABLE_COPY(WatchedRun)
 
     [[nodiscard]] ProgramRun &program() { return m_program; }
@@ -44,6 +47,7 @@ private:
     ProgramRun m_program;
     QDeadlineTimer m_limit;
     qint64 m_pid = 0;
+    qint64 m_startSeconds = 0; ///< since 1970
     qint64 m_peakBytes = 0;
     bool m_isLate = false;
     bool m_isStopped = false;

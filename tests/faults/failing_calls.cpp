@@ -348,12 +348,14 @@ VISIBLE int shmget(key_t key, size_t size, int flags) noexcept
     return static_cast<int>(::syscall(SYS_shmget, key, size, flags));
 }
 
+// NOLINTBEGIN(performance-no-int-to-ptr): addresses are what the system gives as numbers
 VISIBLE void *shmat(int id, const void *address, int flags) noexcept
 {
     if (fails(Shmat))
         return reinterpret_cast<void *>(-1);
     return reinterpret_cast<void *>(::syscall(SYS_shmat, id, address, flags));
 }
+// NOLINTEND(performance-no-int-to-ptr)
 
 VISIBLE int semget(key_t key, int count, int flags) noexcept
 {

@@ -75,7 +75,8 @@ public:
     QHash<QByteArray, int> counts() const
     {
         QHash<QByteArray, int> found;
-        for (const QByteArray &line : m_run.program().fileContent(option("tmp/counts")).split('\n')) {
+        for (const QByteArray &line :
+             m_run.program().fileContent(option("tmp/counts")).split('\n')) {
             const QList<QByteArray> words = line.split(' ');
             found.insert(words.first(), words.value(1).toInt());
         }

@@ -13,6 +13,7 @@ namespace {
 constexpr int usualKills = 12; // in the suite, of each kind; CLIPWEIR_KILLS asks for more
 constexpr int killsInARow = 3; // before a run is let through to its end
 constexpr int maxStarts = 40;
+constexpr int maxRounds = 50;
 constexpr int lastMomentMs = 3500; // the kill comes at any moment until then
 constexpr int videoBytes = 6000000;
 constexpr int fragmentCount = 40;
@@ -199,18 +200,19 @@ class tst_FaultsKill : public QObject
     {
         QRandomGenerator seeds(m_seed);
         int kills = 0;
-        while (kills < wantedKills()) {
+        // A run may be over before its moment, so that there are rounds until there are enough
+        // kills.
+        for (int round = 0; kills < wantedKills(); ++round) {
+            QVERIFY2(round < maxRounds, "the runs end before they are killed");
             const int left = wantedKills() - kills;
             std::vector<std::unique_ptr<FaultCell>> cells;
             for (int i = 0; i < left; i += killsInARow)
                 cells.push_back(make(seeds.generate()));
             runTogether(cells);
-            const int before = kills;
             for (const auto &cell : cells) {
                 QCOMPARE(cell->outcome(), QString());
                 kills += static_cast<const KillCell &>(*cell).kills();
             }
-            QVERIFY2(kills > before, "every run ended before its kill");
         }
         qInfo("%d kills", kills);
     }
