@@ -6,6 +6,8 @@
 #include "program.h"
 
 #include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
 #include <QTextCodec>
 
 #include <cstdio>
@@ -36,10 +38,12 @@ int requestExit(int argc, char *argv[])
     return 0;
 }
 
-/// Loads the part of the program that has the engine, from where the linker was told to look.
+/// Loads the part of the program that has the engine; it lies beside the program.
 decltype(&runProgram) loadProgram()
 {
-    void *const module = ::dlopen(CLIPWEIR_MODULE, RTLD_LAZY | RTLD_GLOBAL);
+    const QString folder = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath();
+    const QString path = folder + QLatin1String("/" CLIPWEIR_MODULE);
+    void *const module = ::dlopen(QFile::encodeName(path).constData(), RTLD_LAZY | RTLD_GLOBAL);
     void *const entry = module ? ::dlsym(module, "runProgram") : nullptr;
     return reinterpret_cast<decltype(&runProgram)>(entry);
 }
