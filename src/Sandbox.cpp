@@ -234,6 +234,14 @@ void Sandbox::addUserFiles(Landlock &rules) const
         for (const QString &path : listedPaths(variable))
             rules.allow(path, Access::Read);
     }
+#ifdef CLIPWEIR_SANITIZED
+    // The sanitizer reads the list of leaks to leave out at the very end.
+    const QString listOption = QStringLiteral("suppressions=");
+    for (const QString &option : listedPaths("LSAN_OPTIONS")) {
+        if (option.startsWith(listOption))
+            rules.allow(option.mid(listOption.size()), Access::Read);
+    }
+#endif
     const QString pluginHome = qEnvironmentVariable("MOZILLA_HOME");
     if (!pluginHome.isEmpty())
         rules.allow(pluginHome + QLatin1String("/plugins"), Access::Read);
