@@ -37,7 +37,9 @@ public:
     bool watch() override
     {
         if (!m_run.hasEnded()) {
-            if (m_kills < killsInARow && m_sinceStart.hasExpired(m_killAtMs)) {
+            // A run that has told of its success is only tidying up.
+            const bool isDone = m_run.program().errorOutput().contains("finished:success");
+            if (!isDone && m_kills < killsInARow && m_sinceStart.hasExpired(m_killAtMs)) {
                 m_run.program().process().kill();
                 m_run.program().process().waitForFinished();
                 ++m_kills;
