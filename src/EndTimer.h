@@ -13,8 +13,8 @@ public:
     static void endWithin(std::chrono::milliseconds time, int exitCode);
 
     /// Leaves the toolkit a moment to clean up at the end of the program: it would wait for name
-    /// servers that do not answer. Under the sanitizers, which take a last look, it may take its
-    /// time.
+    /// servers that do not answer. Under the sanitizers, which take a last look, the moment is
+    /// longer.
     static void endSoon(int exitCode);
 };
 
