@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 
 #include <fcntl.h>
@@ -111,6 +112,8 @@ void SimpleLoggingHandler(QtMsgType type, const char *text)
 /// Host lines are debug messages: no logging rule of the environment may silence them.
 void MessageLog::install()
 {
+    std::signal(SIGPIPE, SIG_IGN); // a host that stops reading ends nothing
+    std::signal(SIGXFSZ, SIG_IGN); // a limit on file sizes makes a write fail, as a full disk does
     static QLoggingCategory::CategoryFilter previousFilter = nullptr;
     qInstallMessageHandler(handleMessage);
     previousFilter = QLoggingCategory::installFilter([](QLoggingCategory *category) {

@@ -13,7 +13,8 @@ class MessageLog final
 public:
     MessageLog() = delete;
 
-    /// Hands all messages of the process to SimpleLoggingHandler().
+    /// Hands all messages of the process to SimpleLoggingHandler(), and has a line that nobody
+    /// reads or that finds no room fail to be written instead of ending the process.
     static void install();
 
     /// Lets messages reach the log file, if logging is on. Returns whether the output folder

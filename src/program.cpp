@@ -18,8 +18,6 @@
 #include <QTextCodec>
 #include <QTimer>
 
-#include <csignal>
-
 namespace {
 
 /// What the engine's media framework thinks of its sinks.
@@ -40,8 +38,6 @@ QByteArray chosenPlatform(int argc, char *argv[])
 void prepareProcess(int argc, char *argv[])
 {
     MessageLog::install();
-    std::signal(SIGPIPE, SIG_IGN); // a host that stops reading does not end the download
-    std::signal(SIGXFSZ, SIG_IGN); // a limit on file sizes makes a write fail, as a full disk does
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QNetworkProxyFactory::setUseSystemConfiguration(false);
     const bool hasDisplay =

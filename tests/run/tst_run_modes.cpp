@@ -122,6 +122,18 @@ private slots:
         QVERIFY(QDir(run.folder()).isEmpty());
     }
 
+    void exitModeNeedsNobodyToReadItsLine()
+    {
+        const QString closedPipe = option("import os, subprocess, sys; r, w = os.pipe(); "
+                                          "os.close(r); "
+                                          "sys.exit(subprocess.call(sys.argv[1:], stderr=w))");
+        QCOMPARE(QProcess::execute(option("python3"),
+                                   {option("-c"), closedPipe, option(CLIPWEIR_PROGRAM),
+                                    option("--exit"), option("--url"),
+                                    option("http://127.0.0.1:1/nobody-reads")}),
+                 0);
+    }
+
     void everyLetterCaseAndPrefixWorks()
     {
         ProgramRun run;
