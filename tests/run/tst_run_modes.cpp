@@ -127,11 +127,11 @@ private slots:
         const QString closedPipe = option("import os, subprocess, sys; r, w = os.pipe(); "
                                           "os.close(r); "
                                           "sys.exit(subprocess.call(sys.argv[1:], stderr=w))");
-        QCOMPARE(QProcess::execute(option("python3"),
-                                   {option("-c"), closedPipe, option(CLIPWEIR_PROGRAM),
-                                    option("--exit"), option("--url"),
-                                    option("http://127.0.0.1:1/nobody-reads")}),
-                 0);
+        QCOMPARE(
+            QProcess::execute(option("python3"),
+                              {option("-c"), closedPipe, option(CLIPWEIR_PROGRAM), option("--exit"),
+                               option("--url"), option("http://127.0.0.1:1/nobody-reads")}),
+            0);
     }
 
     void everyLetterCaseAndPrefixWorks()
