@@ -3,6 +3,7 @@
 #include "AdobeCookieJar.h"
 #include "AdobePreference.h"
 #include "AdobeUtils.h"
+#include "ConnectionPool.h"
 #include "HostLine.h"
 #include "NetworkProxy.h"
 #include "StallWatch.h"
@@ -18,6 +19,7 @@ namespace {
 constexpr int watchIntervalMs = 100; // how late a stop may take effect
 constexpr qint64 defaultStallTimeoutMs = 60 * 1000; // a server silent for so long has given up
 constexpr qint64 defaultMaxContentBytes = 256 * 1024 * 1024;
+constexpr qint64 maxReservedBytes = 8 * 1024 * 1024; // on the word of a server alone
 constexpr int statusOk = 200;
 
 QVariant option(const char *key)
@@ -52,21 +54,26 @@ QNetworkRequest requestOfOptions(const QUrl &url)
 
 } // namespace
 
-CAdobeBrowser::CAdobeBrowser(const StopFlag &stop, QObject *parent)
+CAdobeBrowser::CAdobeBrowser(const StopFlag &stop, const std::shared_ptr<ConnectionPool> &pool,
+                             QObject *parent)
     : QObject(parent)
     , m_stop(stop)
-    , m_cookieJar(new CAdobeCookieJar(&m_manager))
+    , m_pool(pool)
+    , m_manager(pool ? pool->take() : std::make_unique<QNetworkAccessManager>())
     , m_maxContentBytes(defaultMaxContentBytes)
     , m_stallTimeoutMs(stallTimeoutOfOptions())
 {
-    m_manager.setCookieJar(m_cookieJar);
+    m_manager->setCookieJar(new CAdobeCookieJar(m_manager.get()));
     m_watch.setInterval(watchIntervalMs);
     connect(&m_watch, &QTimer::timeout, this, &CAdobeBrowser::watchWait);
 }
 
 CAdobeBrowser::~CAdobeBrowser()
 {
+    const bool isInOrder = success();
     dropReply();
+    if (m_pool && isInOrder)
+        m_pool->giveBack(std::move(m_manager));
 }
 
 void CAdobeBrowser::get(const QString &url, bool wait)
@@ -90,7 +97,7 @@ void CAdobeBrowser::post(const QString &url, const QByteArray &data, bool wait)
 void CAdobeBrowser::begin(const QString &url, Method method, bool wait, const QByteArray &data)
 {
     m_redirectCount = 0;
-    m_content.clear();
+    m_content.resize(0);
     dropReply();
     // What could not be started has no end to wait for.
     if (startRequest(url, method, data) && wait)
@@ -105,21 +112,21 @@ bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteA
     if (m_exit || m_stop.isRaised() || !WebAddress::isWeb(address))
         return false;
 
-    m_manager.setProxy(proxyOfOptions());
+    m_manager->setProxy(proxyOfOptions());
     QNetworkRequest request = requestOfOptions(address);
     dropReply();
-    m_content.clear();
+    m_content.resize(0);
     switch (method) {
     case Method::Get:
-        m_reply = m_manager.get(request);
+        m_reply = m_manager->get(request);
         break;
     case Method::Head:
-        m_reply = m_manager.head(request);
+        m_reply = m_manager->head(request);
         break;
     case Method::Post:
         request.setHeader(QNetworkRequest::ContentTypeHeader,
                           QStringLiteral("application/x-www-form-urlencoded"));
-        m_reply = m_manager.post(request, data);
+        m_reply = m_manager->post(request, data);
         break;
     }
     connect(m_reply.data(), &QNetworkReply::readyRead, this, &CAdobeBrowser::httpReadyRead);
@@ -156,14 +163,27 @@ void CAdobeBrowser::httpReadyRead()
         m_reply->abort();
         return;
     }
-    m_content += m_reply->readAll();
+    takeArrived();
+}
+
+/// Reads into place: a body of megabytes would else be copied once more for each of its pieces.
+void CAdobeBrowser::takeArrived()
+{
+    const qint64 arrived = m_reply->bytesAvailable();
+    if (m_content.isEmpty())
+        m_content.reserve(
+            static_cast<int>(qMax(arrived, qMin(announcedLength(), maxReservedBytes))));
+    const int size = m_content.size();
+    m_content.resize(size + static_cast<int>(arrived));
+    const qint64 read = m_reply->read(m_content.data() + size, arrived);
+    m_content.resize(size + static_cast<int>(qMax(qint64(0), read)));
 }
 
 void CAdobeBrowser::httpFinished()
 {
     m_watch.stop();
     if (m_reply->isOpen())
-        m_content += m_reply->readAll();
+        takeArrived();
     const QString target = redirectUrl();
     if (target.isEmpty()) {
         emit finished(0);
@@ -273,6 +293,12 @@ void CAdobeBrowser::setMaxRedirect(int count)
 void CAdobeBrowser::setMaxContentBytes(qint64 bytes)
 {
     m_maxContentBytes = bytes;
+}
+
+void CAdobeBrowser::setBuffer(QByteArray buffer)
+{
+    m_content = std::move(buffer);
+    m_content.resize(0);
 }
 
 void CAdobeBrowser::setStallTimeout(qint64 timeoutMs)

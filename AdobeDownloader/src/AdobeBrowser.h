@@ -11,7 +11,9 @@
 #include <QString>
 #include <QTimer>
 
-class CAdobeCookieJar;
+#include <memory>
+
+class ConnectionPool;
 
 /// A small HTTP client: one request at a time, its redirects followed, its body kept in memory.
 ///
@@ -25,7 +27,13 @@ class CAdobeBrowser final : public QObject
 
 public:
     /// @param stop ends the wait for a request when it is raised, from any thread
-    explicit CAdobeBrowser(const StopFlag &stop = StopFlag(), QObject *parent = nullptr);
+    /// @param pool lends the connections of earlier requests and gets them back after a success;
+    ///             without it the connections are the object's own
+    explicit CAdobeBrowser(const StopFlag &stop = StopFlag(),
+                           const std::shared_ptr<ConnectionPool> &pool = nullptr,
+                           QObject *parent = nullptr);
+
+    /// Not to be called from a slot of finished().
     ~CAdobeBrowser() override;
 
     // Each replaces the request before it; with `wait` set it returns when the request has ended.
@@ -70,6 +78,9 @@ public:
     /// The largest body that is accepted, in bytes.
     void setMaxContentBytes(qint64 bytes);
 
+    /// Memory that the next body is read into, in place of new one; what it holds is dropped.
+    void setBuffer(QByteArray buffer);
+
     /// How long nothing may arrive before a request is ended, in place of the option "stall" (in
     /// seconds) or, without it, a minute.
     void setStallTimeout(qint64 timeoutMs);
@@ -91,14 +102,15 @@ private:
 
     bool startRequest(const QString &url, Method method, const QByteArray &data = QByteArray());
     void begin(const QString &url, Method method, bool wait, const QByteArray &data = QByteArray());
+    void takeArrived();
     void dropReply();
     void watchWait();
     [[nodiscard]] QString contentType() const;
     [[nodiscard]] qint64 announcedLength() const;
 
     StopFlag m_stop;
-    QNetworkAccessManager m_manager;
-    CAdobeCookieJar *m_cookieJar; // owned by the manager
+    std::shared_ptr<ConnectionPool> m_pool;
+    std::unique_ptr<QNetworkAccessManager> m_manager;
     QPointer<QNetworkReply> m_reply; // child of the manager
     QTimer m_watch;
     QString m_url;

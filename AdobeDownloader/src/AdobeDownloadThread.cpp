@@ -9,6 +9,8 @@
 #include <QFileInfo>
 #include <QTemporaryFile>
 
+#include <utility>
+
 namespace {
 
 constexpr int maxAttempts = 31;
@@ -37,8 +39,10 @@ bool writeWhole(const QString &path, const QByteArray &data)
 
 } // namespace
 
-CAdobeDownloadThread::CAdobeDownloadThread(QObject *parent)
+CAdobeDownloadThread::CAdobeDownloadThread(const std::shared_ptr<ConnectionPool> &pool,
+                                           QObject *parent)
     : QThread(parent)
+    , m_pool(pool)
 {
 }
 
@@ -52,6 +56,11 @@ CAdobeDownloadThread::~CAdobeDownloadThread()
 void CAdobeDownloadThread::setFragNum(int fragNum)
 {
     m_fragNum = fragNum;
+}
+
+void CAdobeDownloadThread::SetBuffer(QByteArray buffer)
+{
+    m_buffer = std::move(buffer);
 }
 
 int CAdobeDownloadThread::GetFragNum() const
@@ -125,15 +134,16 @@ QByteArray CAdobeDownloadThread::GetFragContent()
 
 /// Fetches until the fragment is complete, or the attempts are used up. What may have been cut off
 /// is better than nothing then, but not good enough to be kept for the next run.
-QByteArray CAdobeDownloadThread::fetch(const QString &url, bool &isComplete) const
+QByteArray CAdobeDownloadThread::fetch(const QString &url, bool &isComplete)
 {
     QByteArray content;
     isComplete = false;
     for (int attempt = 0; attempt < maxAttempts && !isComplete; ++attempt) {
         if (m_stop.isRaised())
             return {};
-        CAdobeBrowser browser(m_stop);
+        CAdobeBrowser browser(m_stop, m_pool);
         browser.setMaxContentBytes(maxFragmentBytes);
+        browser.setBuffer(std::exchange(m_buffer, QByteArray()));
         browser.get(url, true);
         if (!browser.success() || browser.rawContent().size() < content.size())
             continue;

@@ -8,6 +8,9 @@
 #include <QThread>
 
 #include <atomic>
+#include <memory>
+
+class ConnectionPool;
 
 /// One worker: obtains one fragment, from the cache folder or else from the network, and ends.
 ///
@@ -18,13 +21,18 @@ class CAdobeDownloadThread final : public QThread
     Q_OBJECT
 
 public:
-    explicit CAdobeDownloadThread(QObject *parent = nullptr);
+    /// @param pool lends the worker its connection; may be null
+    explicit CAdobeDownloadThread(const std::shared_ptr<ConnectionPool> &pool = nullptr,
+                                  QObject *parent = nullptr);
 
     /// Stops the worker and waits for it.
     ~CAdobeDownloadThread() override;
 
     void setFragNum(int fragNum);
     [[nodiscard]] int GetFragNum() const;
+
+    /// Memory for the fragment to arrive in; to be given before the start.
+    void SetBuffer(QByteArray buffer);
 
     /// The fragment's bytes; empty when it was given up or cancelled.
     [[nodiscard]] QByteArray GetFragUrlContent() const;
@@ -48,10 +56,12 @@ protected:
 private:
     void DownloaderFragment();
     QByteArray GetFragContent();
-    QByteArray fetch(const QString &url, bool &isComplete) const;
+    QByteArray fetch(const QString &url, bool &isComplete);
 
     StopFlag m_stop;
+    std::shared_ptr<ConnectionPool> m_pool;
     int m_fragNum = 0;
+    QByteArray m_buffer;
     QByteArray m_content; // written by the worker, read once m_isDone is set
     bool m_isCached = false; // likewise
     std::atomic_bool m_isDone = false;

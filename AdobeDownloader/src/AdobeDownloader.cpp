@@ -4,6 +4,7 @@
 #include "AdobeDownloadThread.h"
 #include "AdobeOutputFile.h"
 #include "AdobePreference.h"
+#include "ConnectionPool.h"
 #include "HostLine.h"
 
 #include <QDir>
@@ -39,6 +40,7 @@ int workerPlaces()
 CAdobeDownloader::CAdobeDownloader(QObject *parent)
     : QObject(parent)
     , m_parser(std::make_shared<CAdobeParser>(m_stop))
+    , m_pool(std::make_shared<ConnectionPool>())
 {
     m_heartbeat.setInterval(heartbeatMs);
     connect(&m_heartbeat, &QTimer::timeout, this, [this] { emit AdobeActive(true); });
@@ -131,9 +133,10 @@ void CAdobeDownloader::AddDownloadThread()
 /// Returns false when the system has no thread left; the fragment is then still to be handed out.
 bool CAdobeDownloader::startWorker()
 {
-    auto *worker = new CAdobeDownloadThread(this);
+    auto *worker = new CAdobeDownloadThread(m_pool, this);
     connect(worker, &QThread::finished, this, &CAdobeDownloader::OnDownloaderFragmentFinished);
     worker->setFragNum(m_nextFragment + 1);
+    worker->SetBuffer(CAdobeOutputFile::GetInstance()->TakeSpare());
     worker->start(QThread::InheritPriority);
     if (!worker->isRunning() && !worker->isFinished()) {
         delete worker;
@@ -258,7 +261,7 @@ void CAdobeDownloader::removeWorker(int index)
 {
     CAdobeDownloadThread *worker = m_workers.takeAt(index);
     worker->disconnect(this);
-    worker->deleteLater();
+    delete worker; // at once, for its memory is to be used again
 }
 
 /// Decides the result, for good, and stops the workers.

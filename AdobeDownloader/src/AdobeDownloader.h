@@ -11,6 +11,7 @@
 #include <memory>
 
 class CAdobeDownloadThread;
+class ConnectionPool;
 
 /// Downloads one HDS stream, as the options describe it, into one FLV file.
 ///
@@ -86,6 +87,7 @@ private:
 
     StopFlag m_stop; // for the parser's requests
     std::shared_ptr<CAdobeParser> m_parser;
+    std::shared_ptr<ConnectionPool> m_pool; // shared with the workers
     QList<CAdobeDownloadThread *> m_workers; // children of this object
     QTimer m_heartbeat;
     State m_state = State::Idle;

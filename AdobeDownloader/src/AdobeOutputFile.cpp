@@ -11,6 +11,8 @@ namespace {
 
 constexpr quint64 compactHeaderBytes = 8;
 constexpr quint64 largeHeaderBytes = 16;
+constexpr std::size_t maxSpares = 8;
+constexpr int maxSpareBytes = 8 * 1024 * 1024;
 constexpr unsigned int flagsOffset = 4;
 
 QVariant option(const char *key)
@@ -73,6 +75,8 @@ void CAdobeOutputFile::End()
 {
     m_fragments.clear();
     m_heldBytes = 0;
+    m_spares.clear();
+    m_tags.clear();
     m_file.close();
     m_goOn = nullptr;
 }
@@ -156,9 +160,28 @@ bool CAdobeOutputFile::writeFragment(int fragNum)
         if (!path.isEmpty())
             response = CAdobeUtils::ReadFileContent(path);
         DecodeFragment(fragNum, response);
+        keepSpare(response);
     }
-    const QVariantMap decoded = m_fragments.take(fragNum).toMap();
-    return write(decoded.value(QStringLiteral("flvData")).toByteArray());
+    m_tags = m_fragments.take(fragNum).toMap().value(QStringLiteral("flvData")).toByteArray();
+    const bool isWritten = write(m_tags);
+    if (m_tags.capacity() > maxSpareBytes)
+        m_tags.clear();
+    return isWritten;
+}
+
+void CAdobeOutputFile::keepSpare(QByteArray &memory)
+{
+    if (m_spares.size() < maxSpares && memory.capacity() <= maxSpareBytes)
+        m_spares.push_back(std::move(memory));
+}
+
+QByteArray CAdobeOutputFile::TakeSpare()
+{
+    if (m_spares.empty())
+        return {};
+    QByteArray spare = std::move(m_spares.back());
+    m_spares.pop_back();
+    return spare;
 }
 
 bool CAdobeOutputFile::write(const QByteArray &data)
@@ -240,7 +263,8 @@ bool CAdobeOutputFile::IsWhole(const QByteArray &data)
 
 void CAdobeOutputFile::DecodeFragment(int fragNum, QByteArray &data)
 {
-    QByteArray flv;
+    QByteArray flv = std::move(m_tags);
+    flv.resize(0);
     unsigned int boxStart = 0;
     unsigned int payload = 0;
     unsigned long long size = 0;

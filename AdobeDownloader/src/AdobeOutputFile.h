@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 /// Assembles the FLV file of an HDS stream: takes fragments in any order and writes them in
 /// ascending order, each at most once. One object for the process; main thread only.
@@ -50,6 +51,10 @@ public:
     /// The bytes of the fragments that wait in memory.
     [[nodiscard]] qint64 HeldBytes() const;
 
+    /// The memory of a fragment that has been written, for the next one to arrive in: fresh memory
+    /// costs the system more than the copy into it. Empty when there is none.
+    [[nodiscard]] QByteArray TakeSpare();
+
     /// The path that the options give; names the file when they do not.
     [[nodiscard]] static QString FilePath();
 
@@ -82,6 +87,7 @@ private:
     bool openFile();
     bool writeFragment(int fragNum);
     bool write(const QByteArray &data);
+    void keepSpare(QByteArray &memory);
     QByteArray takeResponse(int fragNum);
 
     QMap<int, QVariant> m_fragments; // maps, by fragment number
@@ -89,6 +95,8 @@ private:
     int m_lastWritten = 0;
     qint64 m_heldBytes = 0;
     std::unique_ptr<FlvTimeline> m_timeline;
+    QByteArray m_tags; // of the fragment written last: its memory serves the next one
+    std::vector<QByteArray> m_spares;
     QFile m_file;
     std::function<bool()> m_goOn;
     bool m_hasFailed = false;

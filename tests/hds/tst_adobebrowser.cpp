@@ -80,6 +80,34 @@ private slots:
                  QStringList{QStringLiteral("Get page: \"%1\" ").arg(m_server->address("/a?b=c"))});
     }
 
+    void aBodyIsReadIntoTheMemoryGiven()
+    {
+        m_server->on("/a", replyOf(QByteArray(300000, 'x')));
+        m_server->on("/b", replyOf("y"));
+        QByteArray memory("old content");
+        memory.reserve(1000000);
+        const char *place = memory.constData();
+        CAdobeBrowser browser;
+        browser.setBuffer(std::move(memory));
+        QCOMPARE(browser.rawContent(), QByteArray());
+        browser.get(m_server->address("/a"), true);
+        QCOMPARE(browser.rawContent(), QByteArray(300000, 'x'));
+        QCOMPARE(browser.rawContent().constData(), place);
+        browser.get(m_server->address("/b"), true);
+        QCOMPARE(browser.rawContent(), QByteArray("y"));
+    }
+
+    void anAnnouncedLengthIsNotBelieved()
+    {
+        HttpReply reply = replyOf("xyz");
+        reply.headers = {{"Content-Length", "200000000"}};
+        m_server->on("/a", reply);
+        CAdobeBrowser browser;
+        browser.get(m_server->address("/a"), true);
+        QVERIFY(!browser.success());
+        QVERIFY(browser.rawContent().capacity() < 10000000);
+    }
+
     void getWithoutWaiting()
     {
         m_server->on("/a", replyOf("x"));

@@ -380,6 +380,35 @@ private slots:
         QCOMPARE(names(), QByteArrayList{"a"});
     }
 
+    void memoryOfAWrittenFragmentServesAgain()
+    {
+        const auto put = [](int number, int bytes) {
+            output()->SetFragContent(number, hds::numberedFragment(number, bytes));
+            return output()->WriteFlvFile();
+        };
+        QCOMPARE(output()->TakeSpare().capacity(), 0);
+        QCOMPARE(put(1, 100000), 1);
+        QVERIFY(output()->TakeSpare().capacity() >= 100000);
+        QCOMPARE(output()->TakeSpare().capacity(), 0);
+        QCOMPARE(put(2, 9000000), 1); // too much to be kept
+        QCOMPARE(output()->TakeSpare().capacity(), 0);
+        QCOMPARE(put(3, 100000), 1);
+        output()->End();
+        QCOMPARE(output()->TakeSpare().capacity(), 0);
+    }
+
+    void manyWrittenFragmentsLeaveLittleMemory()
+    {
+        CAdobeData::GetInstance()->SetFragCount(100);
+        for (int n = 1; n <= 100; ++n)
+            output()->SetFragContent(n, hds::numberedFragment(n));
+        QCOMPARE(output()->WriteFlvFile(), 100);
+        int spares = 0;
+        while (output()->TakeSpare().capacity() > 0)
+            ++spares;
+        QVERIFY(spares > 0 && spares < 20);
+    }
+
     void aNewRunForgetsTheOneBefore()
     {
         output()->SetFragContent(1, hds::numberedFragment(10));
