@@ -76,7 +76,8 @@ def page(rows, pairs, date):
              f'Made by `scripts/bench.sh` on {date}; run it to make the page anew. Every figure is',
              f'the median of {pairs} pairs that ran in turn, with the lowest and the highest in',
              'brackets. A ratio is of what clipweir needs to what the other needs: less is better',
-             'where the bar says "at most".', '', '## Machine', '']
+             'where the bar says "at most". The files are in memory where no disk is named.', '',
+             '## Machine', '']
     lines += [f'- {line}' for line in machine() + versions(PEERS)]
     lines += ['', '## Results', '', '| work | against | figure | result | bar | |',
               '|---|---|---|---|---|---|']

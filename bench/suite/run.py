@@ -23,11 +23,12 @@ MEASUREMENTS = ('transfers', 'streams', 'parts', 'pages', 'startup')
 class Context:
     """What a measurement may use."""
 
-    def __init__(self, build, is_small, folder):
+    def __init__(self, build, is_small, folder, disk_folder):
         self.build = os.path.abspath(build)
         self.is_small = is_small
-        self.pairs = 1 if is_small else 5
+        self.pairs = 1 if is_small else 9
         self.folder = folder  # empty; in memory where there is room, so that no disk is measured
+        self.disk_folder = disk_folder  # empty
 
     @staticmethod
     def skip(what, why):
@@ -38,7 +39,7 @@ def scratch_root(is_small, build):
     shared = '/dev/shm'
     needed = (1 << 28) if is_small else 12 << 30
     is_fit = os.access(shared, os.W_OK) and shutil.disk_usage(shared).free > needed
-    return tempfile.mkdtemp(prefix='bench.', dir=shared if is_fit else build)
+    return shared if is_fit else build
 
 
 def main():
@@ -49,20 +50,17 @@ def main():
     parser.add_argument('measurements', nargs='*', default=[], metavar='measurement')
     options = parser.parse_args()
 
-    root = scratch_root(options.small, options.build)
     rows = []
-    try:
-        for name in options.measurements or MEASUREMENTS:
-            context = Context(options.build, options.small, os.path.join(root, name))
-            os.mkdir(context.folder)
+    for name in options.measurements or MEASUREMENTS:
+        root = scratch_root(options.small, options.build)
+        with tempfile.TemporaryDirectory(prefix='bench.', dir=root) as folder, \
+                tempfile.TemporaryDirectory(prefix='bench.', dir=options.build) as disk_folder:
+            context = Context(options.build, options.small, folder, disk_folder)
             for row in importlib.import_module(name).measure(context):
                 if options.small:
                     row = dataclasses.replace(row, bar=None)  # so little work shows nothing
                 print(row, flush=True)
                 rows.append(row)
-            shutil.rmtree(context.folder)
-    finally:
-        shutil.rmtree(root, ignore_errors=True)
 
     if options.report:
         with open(options.report, 'w') as file:

@@ -66,11 +66,10 @@ class Stream:
 
 
 class Fetcher:
-    def __init__(self, context):
-        self.build = context.build
-        self.target = f'{context.folder}/out'
-        self.environment = {'CLIPWEIR_COOKIES': f'{context.folder}/cookies.txt',
-                            'HOME': context.folder}
+    def __init__(self, build, folder):
+        self.build = build
+        self.target = f'{folder}/out'
+        self.environment = {'CLIPWEIR_COOKIES': f'{folder}/cookies.txt', 'HOME': folder}
 
     def clean(self):
         shutil.rmtree(self.target, ignore_errors=True)
@@ -105,12 +104,20 @@ class Fetcher:
             sys.exit(f'{who}: {size} bytes where {least} and some more are due')
 
 
+def beside_bound(title, fetcher, base, stream, pairs):
+    own, bound = in_turn(lambda: fetcher.own(base, stream), lambda: fetcher.curl(base, stream),
+                         pairs)
+    return Row(title, '8 parallel transfers of curl', 'wall time, ratio',
+               ratios(own, bound, 'wall'), 1.3)
+
+
 def measure(context):
     files = f'{context.folder}/files'
     os.mkdir(files)
     count, size = (10, MIB // 8) if context.is_small else (200, MIB)
     few, many = (10, 20) if context.is_small else (200, 2000)
-    fetcher = Fetcher(context)
+    fetcher = Fetcher(context.build, context.folder)
+    disk_fetcher = Fetcher(context.build, context.disk_folder)
     with Nginx(context.folder, files) as server:
         stream = Stream(files, 'big', count, size)
         title = f'stream of {count} x {size / MIB:g} MiB'
@@ -123,10 +130,9 @@ def measure(context):
                           at_least=True)
             else:
                 context.skip(f'{delayed} against yt-dlp', 'it is not installed')
-            own, bound = in_turn(lambda: fetcher.own(base, stream),
-                                 lambda: fetcher.curl(base, stream), context.pairs)
-            yield Row(delayed, '8 parallel transfers of curl', 'wall time, ratio',
-                      ratios(own, bound, 'wall'), 1.3)
+            yield beside_bound(delayed, fetcher, base, stream, context.pairs)
+            yield beside_bound(f'{delayed}, to the disk', disk_fetcher, base, stream,
+                               context.pairs)
 
         short = Stream(files, 'few', few, 16 * 1024)
         long = Stream(files, 'many', many, 16 * 1024)
