@@ -1,11 +1,11 @@
 #include "httpdownloader.h"
 
+#include "AdobeUtils.h"
 #include "StallWatch.h"
 #include "VideoPreference.h"
 #include "WebAddress.h"
 
 #include <QEventLoop>
-#include <QFileInfo>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPointer>
@@ -86,14 +86,6 @@ ContentRange contentRangeOf(const QNetworkReply &reply)
         return isNumber ? value : -1;
     };
     return {number(1), number(2), number(3)};
-}
-
-/// Whether a file of so many bytes stands under its name: somebody may have removed or replaced it
-/// while it was being written.
-bool isInPlace(const QString &path, qint64 size)
-{
-    const QFileInfo info(path);
-    return info.exists() && !info.isDir() && info.size() >= size;
 }
 
 void installCookieJar(QNetworkAccessManager &manager, QNetworkCookieJar *cookieJar)
@@ -379,7 +371,8 @@ void HttpDownloader::finishFile()
     if (isSaved && m_isOverwriting)
         isSaved = m_file.resize(fileSize);
     m_file.close();
-    if (isSaved && isInPlace(m_filePath, fileSize))
+    // Somebody may have removed or replaced the file while it was being written.
+    if (isSaved && CAdobeUtils::IsFileInPlace(m_filePath, fileSize))
         emit downFinished(m_rangeNo);
     else
         emit downerror(m_rangeNo);

@@ -5,8 +5,6 @@
 #include "AdobeUtils.h"
 #include "HostLine.h"
 
-#include <QFileInfo>
-
 namespace {
 
 constexpr quint64 compactHeaderBytes = 8;
@@ -191,8 +189,7 @@ bool CAdobeOutputFile::write(const QByteArray &data)
 
 bool CAdobeOutputFile::IsInPlace() const
 {
-    const QFileInfo info(FilePath());
-    return info.exists() && !info.isDir() && info.size() >= m_file.size();
+    return CAdobeUtils::IsFileInPlace(FilePath(), m_file.size());
 }
 
 void CAdobeOutputFile::OutProgress() const

@@ -6,6 +6,7 @@
 #include <QCryptographicHash>
 #include <QEventLoop>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegExp>
 #include <QUrl>
 #include <QtEndian>
@@ -165,6 +166,12 @@ QByteArray CAdobeUtils::ReadFileContent(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool CAdobeUtils::IsFileInPlace(const QString &path, qint64 bytes)
+{
+    const QFileInfo info(path);
+    return info.exists() && !info.isDir() && info.size() >= bytes;
 }
 
 bool CAdobeUtils::WriteFileContent(const QString &path, const QByteArray &data, bool append)

@@ -17,6 +17,11 @@ class Cost:
     peak: float  # MiB, of the largest process
 
 
+def plain(figure):
+    """Three digits that count, and never an exponent."""
+    return f'{figure:.3g}' if abs(figure) < 999.5 else f'{figure:.0f}'
+
+
 @dataclasses.dataclass(frozen=True)
 class Spread:
     """The median of some figures, with the lowest and the highest."""
@@ -29,7 +34,7 @@ class Spread:
         return Spread(statistics.median(figures), min(figures), max(figures))
 
     def __str__(self):
-        return f'{self.median:.3g} ({self.low:.3g} to {self.high:.3g})'
+        return f'{plain(self.median)} ({plain(self.low)} to {plain(self.high)})'
 
 
 def run(arguments, environment=None, cwd=None):

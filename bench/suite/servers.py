@@ -82,6 +82,8 @@ class Nginx:
 class Relay:
     """Passes connections on to a server, each direction half the round trip later."""
 
+    WINDOW = 32 << 20  # bytes on their way at one time, in each direction
+
     def __init__(self, target_port, round_trip):
         self.target_port = target_port
         self.delay = round_trip / 2
@@ -114,14 +116,17 @@ class Relay:
 
     async def carry(self, reader, writer):
         loop = asyncio.get_running_loop()
-        window = asyncio.Semaphore(256)  # pieces on their way, each up to 64 KiB
         pieces = asyncio.Queue()
+        bytes_on_their_way = 0
+        has_room = asyncio.Event()
 
         async def deliver():
+            nonlocal bytes_on_their_way
             while True:
                 due, piece = await pieces.get()
                 await asyncio.sleep(due - loop.time())
-                window.release()
+                bytes_on_their_way -= len(piece)
+                has_room.set()
                 if not piece:
                     writer.close()
                     return
@@ -130,12 +135,14 @@ class Relay:
 
         delivery = asyncio.create_task(deliver())
         try:
-            while True:
-                await window.acquire()
-                piece = await reader.read(1 << 16)
+            piece = None
+            while piece != b'':
+                while bytes_on_their_way >= self.WINDOW:
+                    has_room.clear()
+                    await has_room.wait()
+                piece = await reader.read(1 << 18)
+                bytes_on_their_way += len(piece)
                 pieces.put_nowait((loop.time() + self.delay, piece))
-                if not piece:
-                    break
             await delivery
         except OSError:
             delivery.cancel()

@@ -151,9 +151,13 @@ private slots:
         QCOMPARE(CAdobeUtils::ReadFileContent(path), QByteArray("onetwo"));
         QVERIFY(CAdobeUtils::WriteFileContent(path, "three", false));
         QCOMPARE(CAdobeUtils::ReadFileContent(path), QByteArray("three"));
+        QVERIFY(CAdobeUtils::IsFileInPlace(path, 5));
+        QVERIFY(!CAdobeUtils::IsFileInPlace(path, 6));
+        QVERIFY(!CAdobeUtils::IsFileInPlace(folder.path(), 0));
         const QString nowhere = folder.filePath(QStringLiteral("no/f"));
         QVERIFY(!CAdobeUtils::WriteFileContent(nowhere, "x", false));
         QVERIFY(!CAdobeUtils::WriteFileContent(nowhere, "x", true));
+        QVERIFY(!CAdobeUtils::IsFileInPlace(nowhere, 0));
     }
 
     void waitForASignal()
