@@ -49,7 +49,7 @@ def machine():
         memory = int(info.readline().split()[1]) / 1024 / 1024
     release = platform.freedesktop_os_release().get('PRETTY_NAME', 'unknown system')
     return [f'{os.cpu_count()} x {models[0] if models else platform.machine()}, '
-            f'{memory:.0f} GiB of memory', f'{release}, Linux {platform.release()}']
+            f'{memory:.0f} GiB of memory', f'{release}, Linux {platform.release().partition("-")[0]}']
 
 
 def versions(programs):
@@ -58,10 +58,9 @@ def versions(programs):
     for program, option in programs:
         if not shutil.which(program):
             continue
-        result = subprocess.run([program, option], stdout=subprocess.PIPE,
-                                stderr=subprocess.STDOUT, text=True)
-        first = result.stdout.strip().splitlines()[:1]
-        lines.append(f'{program}: {first[0] if first else "unknown"}')
+        result = subprocess.run([program, option], capture_output=True, text=True)
+        first = (result.stdout or result.stderr).strip().splitlines()[:1]
+        lines.append(f'{program}: {first[0].partition(" (")[0] if first else "unknown"}')
     return lines
 
 
@@ -70,17 +69,30 @@ PEERS = (('curl', '--version'), ('wget', '--version'), ('aria2c', '--version'),
          ('qmake', '--version'))
 
 
-def page(rows, pairs, date):
+REMARKS = '''
+## Remarks
+
+- A fragment of a stream is written twice: to the cache, by which an interrupted download goes on
+  where it stopped, and to the file. Parallel transfers of curl write it once, and in memory that is
+  half of what they do. On a disk the large writes of clipweir make up for it.
+- Responses are read by the toolkit's HTTP code, their headers byte by byte: a tenth of a
+  millisecond for each fragment, which small fragments feel.
+'''
+
+
+def page(rows, date):
     """The page of the documentation."""
     lines = ['# Benchmarks', '',
              f'Made by `scripts/bench.sh` on {date}; run it to make the page anew. Every figure is',
-             f'the median of {pairs} pairs that ran in turn, with the lowest and the highest in',
-             'brackets. A ratio is of what clipweir needs to what the other needs: less is better',
-             'where the bar says "at most". The files are in memory where no disk is named.', '',
+             'the median of pairs that ran in turn (of 9, or of 25 where the ratio is near its',
+             'bar), with the lowest and the highest in brackets. A ratio is of what clipweir needs',
+             'to what the other needs: less is better where the bar says "at most". The files are',
+             'in memory where no disk is named. A virtual machine may have to fetch that memory',
+             'from its host first, which costs more than the transfer: hence the outliers.', '',
              '## Machine', '']
     lines += [f'- {line}' for line in machine() + versions(PEERS)]
     lines += ['', '## Results', '', '| work | against | figure | result | bar | |',
               '|---|---|---|---|---|---|']
     lines += [f'| {row.work} | {row.against} | {row.figure} | {row.spread} | {row.bar_text} '
               f'| {row.verdict} |' for row in rows]
-    return '\n'.join(lines) + '\n'
+    return '\n'.join(lines) + '\n' + REMARKS

@@ -130,7 +130,7 @@ def measure(context):
                           at_least=True)
             else:
                 context.skip(f'{delayed} against yt-dlp', 'it is not installed')
-            yield beside_bound(delayed, fetcher, base, stream, context.pairs)
+            yield beside_bound(delayed, fetcher, base, stream, context.many_pairs)
             yield beside_bound(f'{delayed}, to the disk', disk_fetcher, base, stream,
                                context.pairs)
 
