@@ -1,7 +1,7 @@
 #!/bin/sh
 # Measures the program beside what a user would pick instead and writes docs/benchmarks.md.
-# Takes about half an hour and, where it can, 12 GB of memory for its files. Ends with 1 when a bar
-# is missed.
+# Takes about a quarter of an hour and, where it can, 12 GB of memory for its files. Ends with 1 when
+# a bar is missed.
 #
 # usage: scripts/bench.sh [measurement ...]
 #   measurements: transfers streams parts pages startup; with some of them only, the page is left
