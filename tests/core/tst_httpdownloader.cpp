@@ -1102,7 +1102,7 @@ private slots:
         Transfer transfer;
         transfer.start(m_path, server.address("/f"));
         QVERIFY(transfer.fails());
-QVERIFY(readFile(m_path) == content.left(qMax(0, sentBytes)));
+        QVERIFY(readFile(m_path) == content.left(qMax(0, sentBytes)));
         Transfer inMemory;
         inMemory.start(QString(), server.address("/f"));
         QVERIFY(
