@@ -14,6 +14,12 @@
 
 #include <sys/shm.h>
 
+namespace {
+
+constexpr int maxAttempts = 5; // to set the flag
+
+} // namespace
+
 ShareMemoryManager *ShareMemoryManager::GetInstance()
 {
     static ShareMemoryManager manager;
@@ -39,7 +45,13 @@ bool ShareMemoryManager::SetExitFlag(bool exitFlag)
 {
     const QMutexLocker locker(&m_mutex);
     m_exitFlag = exitFlag;
-    return writeShareMemData();
+    // A run whose lock has vanished cleans up behind it, and may take along the one that is being
+    // made here. It does so once; a new attempt makes another.
+    for (int attempt = 0; attempt < maxAttempts; ++attempt) {
+        if (writeShareMemData())
+            return true;
+    }
+    return false;
 }
 
 bool ShareMemoryManager::CreateShareMemData()
