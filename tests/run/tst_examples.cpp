@@ -77,7 +77,7 @@ void tst_Examples::init()
         reply.headers = {{"Content-Type", "video/mp4"}};
         reply.body = m_video;
         // The run ends with the video; the thumbnail's end is to come first.
-        reply.delayMs = m_server->requestsFor("/thumb.png").isEmpty() ? 0 : 1500;
+        reply.delayMs = m_server->requestsFor("/clip.mp4").size() == 1 ? 0 : 1500; // the page's own
         return reply;
     });
 }
