@@ -20,13 +20,18 @@ constexpr auto cleanUpTime = std::chrono::milliseconds(300);
 constexpr microseconds shortest{1}; // none at all would stop the timer
 constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365);
 
+constexpr unsigned lastWordsS = 2; // for a process that was stopped when its time was over
+
 std::atomic_int code{0};
+std::atomic_bool hasSpare{false};
 static_assert(std::atomic_int::is_always_lock_free,
               "only lock-free atomics may be used in a signal handler");
 
 void endProcess(int)
 {
-    ::_exit(code);
+    if (!hasSpare.exchange(false))
+        ::_exit(code);
+    ::alarm(lastWordsS);
 }
 
 microseconds timeOf(const timeval &value)
@@ -45,7 +50,7 @@ timeval valueOf(microseconds time)
 
 } // namespace
 
-void EndTimer::endWithin(std::chrono::milliseconds time, int exitCode)
+void EndTimer::endWithin(std::chrono::milliseconds time, int exitCode, AtTheEnd atTheEnd)
 {
     static std::mutex mutex;
     const std::lock_guard locker(mutex);
@@ -56,6 +61,7 @@ void EndTimer::endWithin(std::chrono::milliseconds time, int exitCode)
     if (left > microseconds::zero() && left <= wanted)
         return;
     code = exitCode;
+    hasSpare = atTheEnd == AtTheEnd::WaitOnce;
     std::signal(SIGALRM, endProcess);
     timer = {};
     timer.it_value = valueOf(wanted);

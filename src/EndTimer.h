@@ -8,9 +8,14 @@
 class EndTimer final
 {
 public:
+    /// What happens when the time has passed: a process may have been stopped meanwhile, and is
+    /// then left a moment more to tidy up.
+    enum class AtTheEnd { EndAtOnce, WaitOnce };
+
     /// Ends the process with the exit code after the given time. Of several times that are set, the
     /// earliest counts, with its code. Safe on any thread.
-    static void endWithin(std::chrono::milliseconds time, int exitCode);
+    static void endWithin(std::chrono::milliseconds time, int exitCode,
+                          AtTheEnd atTheEnd = AtTheEnd::EndAtOnce);
 
     /// Leaves the toolkit a moment to clean up at the end of the program: it would wait for name
     /// servers that do not answer. Under the sanitizers, which take a last look, the moment is

@@ -24,6 +24,7 @@
 namespace {
 
 std::atomic_bool isLogOpen{false};
+std::atomic_bool isLineUnderWay{false}; // to standard error
 
 QBasicMutex messageMutex; // one line at a time; static destructors may still write some
 
@@ -98,13 +99,18 @@ void SimpleLoggingHandler(QtMsgType type, const char *text)
 
     // Warnings may hold text of a page, too, and forge no line either.
     const QString line = HostLine::onOneLine(QString::fromUtf8(text));
-    const QMutexLocker locker(&messageMutex);
-    if (type == QtDebugMsg)
+    QMutexLocker locker(&messageMutex);
+    if (type == QtDebugMsg) {
+        isLineUnderWay = true;
         writeAll(STDERR_FILENO, line.toUtf8() + '\n');
+        isLineUnderWay = false;
+    }
     // The host needs the addresses as they are; the log keeps no passwords.
     const QByteArray logText = logTextOf(type, WebAddress::withoutCredentials(line).toUtf8());
-    if (type == QtFatalMsg)
+    if (type == QtFatalMsg) {
+        locker.unlock(); // somebody may have a last line to say
         std::abort();
+    }
     appendToLog(logText);
     isWriting = false;
 }
@@ -134,4 +140,9 @@ bool MessageLog::open()
 void MessageLog::close()
 {
     isLogOpen = false;
+}
+
+bool MessageLog::isHostWaitedFor()
+{
+    return isLineUnderWay;
 }

@@ -24,6 +24,9 @@ public:
 
     /// Keeps messages out of the log file until the next open().
     static void close();
+
+    /// Whether a line is on its way to the host, who may let it wait. Safe on any thread.
+    [[nodiscard]] static bool isHostWaitedFor();
 };
 
 #endif

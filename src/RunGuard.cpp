@@ -1,8 +1,12 @@
 #include "RunGuard.h"
 
+#include "CrashSignals.h"
 #include "CsvLog.h"
 #include "EndTimer.h"
 #include "HostLine.h"
+#include "MessageLog.h"
+#include "ProcessMemory.h"
+#include "RunTimes.h"
 #include "ShareMemoryManager.h"
 
 #include <QMutexLocker>
@@ -10,25 +14,31 @@
 
 #include <cstdlib>
 #include <system_error>
+#include <utility>
 
 using namespace std::chrono_literals;
 
 namespace {
 
 constexpr unsigned long watchIntervalMs = 100;
+constexpr auto starvedFrom = 2s; // a look that takes so long tells that the process did not run
 constexpr auto stopGrace = 500ms; // a living main thread obeys a stop request long before
-constexpr auto slowGrace = 3s; // alive, or closing already, it should be through by then
-constexpr auto stuckGrace = 10s; // a heavy page may keep the engine busy for seconds
+constexpr auto slowGrace = 3s; // alive, it should be through by then
+constexpr auto closeGrace = 1s; // nothing is lost by leaving out the rest of a close
+constexpr auto memoryGrace = 500ms; // a page may take gigabytes in a second
 constexpr auto lineGrace = 200ms; // for a host that does not read
 
 } // namespace
 
-RunGuard::RunGuard(qint64 deadlineMs)
-    : m_lastBeat(Clock::now())
+RunGuard::RunGuard(qint64 deadlineMs, qint64 memoryBytes, std::function<void()> endAnalysis)
+    : m_memoryLimit(memoryBytes)
+    , m_endAnalysis(std::move(endAnalysis))
+    , m_lastBeat(Clock::now())
     , m_deadline(m_lastBeat + std::chrono::milliseconds(deadlineMs))
 {
     try {
         m_thread = std::thread([this] { watch(); });
+        CrashSignals::install(); // somebody must be there who tidies up
     } catch (const std::system_error &error) {
         qWarning("the run goes on without a guard: %s", error.what());
     }
@@ -36,6 +46,7 @@ RunGuard::RunGuard(qint64 deadlineMs)
 
 RunGuard::~RunGuard()
 {
+    CrashSignals::uninstall();
     {
         const QMutexLocker locker(&m_mutex);
         m_isStopped = true;
@@ -52,6 +63,12 @@ void RunGuard::beat(const ParseData &record)
     m_record = record;
 }
 
+void RunGuard::note(Step step)
+{
+    const QMutexLocker locker(&m_mutex);
+    m_steps |= step;
+}
+
 void RunGuard::claimEnd()
 {
     QMutexLocker locker(&m_mutex);
@@ -65,67 +82,132 @@ void RunGuard::claimEnd()
     }
 }
 
-void RunGuard::noteRowWritten()
-{
-    const QMutexLocker locker(&m_mutex);
-    m_isRowWritten = true;
-}
-
 void RunGuard::watch()
 {
     QMutexLocker locker(&m_mutex);
     while (!m_isStopped) {
+        const auto before = Clock::now();
         m_stopped.wait(&m_mutex, watchIntervalMs);
         locker.unlock(); // reading the stop flag may wait for another process
-        const bool isEndAsked = ShareMemoryManager::GetInstance()->GetExitFlag();
+        const Signs signs = look();
         locker.relock();
         const auto now = Clock::now();
-        if (isEndAsked && !m_isEndAsked) {
-            m_isEndAsked = true;
-            m_endAskedAt = now;
-        }
-        if (m_isStopped || !isEndDue(now))
-            continue;
-        const QString line = lastLine();
-        m_state = State::ForcingEnd;
-        const ParseData record = m_record;
-        const bool hasRow = m_isRowWritten;
-        locker.unlock();
-        endProcess(record, hasRow, line);
+        if (now - before > starvedFrom)
+            startAnew(now);
+        noteSigns(signs, now);
+        if (m_isStopped)
+            return;
+        if (isEndDue(now))
+            endProcess(locker);
+        if (m_isMemoryFull && m_memoryFullAt == now)
+            endAnalysisOverMemory(locker);
     }
+}
+
+RunGuard::Signs RunGuard::look() const
+{
+    return {ShareMemoryManager::GetInstance()->GetExitFlag(), MessageLog::isHostWaitedFor(),
+            m_memoryLimit > 0 ? ProcessMemory::residentBytes() : 0};
+}
+
+void RunGuard::noteSigns(const Signs &signs, Clock::time_point now)
+{
+    if (signs.isEndAsked && !m_isEndAsked) {
+        m_isEndAsked = true;
+        m_endAskedAt = now;
+    }
+    if (signs.isHostWaitedFor)
+        m_lastHeldUp = now;
+    const bool isAnalysing = m_state == State::Running && !has(DownloadBegun);
+    if (isAnalysing && !m_isMemoryFull && m_memoryLimit > 0 && signs.memoryBytes > m_memoryLimit) {
+        m_isMemoryFull = true;
+        m_memoryFullAt = now;
+    }
+}
+
+/// The process was stopped, or the machine had no time for it: no thread could do anything.
+void RunGuard::startAnew(Clock::time_point now)
+{
+    m_lastBeat = now;
+    m_endAskedAt = now;
+    m_memoryFullAt = qMax(m_memoryFullAt, now - 1ms);
+}
+
+void RunGuard::endAnalysisOverMemory(QMutexLocker &locker)
+{
+    locker.unlock();
+    qWarning("the analysis ends because the page takes more than %lld MiB of memory",
+             static_cast<long long>(m_memoryLimit / ProcessMemory::bytesPerMiB));
+    m_endAnalysis();
+    locker.relock();
 }
 
 /// Whether the main thread has had all the time that it may take.
 bool RunGuard::isEndDue(Clock::time_point now) const
 {
-    const auto silence = now - m_lastBeat;
-    const auto askedFor = m_isEndAsked ? now - m_endAskedAt : Clock::duration::zero();
+    if (CrashSignals::received() != 0)
+        return true;
     if (m_state == State::EndClaimed)
-        return silence > (m_isEndAsked ? Clock::duration(slowGrace) : Clock::duration(stuckGrace));
-    const bool isStopIgnored = qMin(silence, askedFor) > stopGrace || askedFor > slowGrace;
-    const bool isOverdue = silence > stuckGrace && now - m_deadline > stuckGrace;
-    return isStopIgnored || isOverdue;
+        return m_isEndAsked ? now - m_lastBeat > closeGrace : isSilent(now);
+    return isStopIgnored(now) || (!has(DownloadBegun) && isAnalysisOverdue(now));
 }
 
-/// What the main thread would have told the host by now; nothing if it has.
-QString RunGuard::lastLine() const
+bool RunGuard::isStopIgnored(Clock::time_point now) const
 {
-    if (m_state == State::EndClaimed)
+    if (!m_isEndAsked)
+        return false;
+    const auto askedFor = now - m_endAskedAt;
+    return qMin(now - m_lastBeat, askedFor) > stopGrace || askedFor > slowGrace;
+}
+
+bool RunGuard::isAnalysisOverdue(Clock::time_point now) const
+{
+    if (m_isMemoryFull && now - m_memoryFullAt > memoryGrace)
+        return true;
+    return isSilent(now) && now - m_deadline > runTimes().stuckGrace;
+}
+
+/// Whether the main thread does nothing, though nobody holds it up.
+bool RunGuard::isSilent(Clock::time_point now) const
+{
+    return now - qMax(m_lastBeat, m_lastHeldUp) > runTimes().stuckGrace;
+}
+
+/// What the main thread would have told the host by now, and has not.
+QStringList RunGuard::lastLines() const
+{
+    if (has(LastLineSent))
         return {};
-    return m_isEndAsked ? QStringLiteral("exiting...") : QStringLiteral("parse failed");
+    if (m_isEndAsked)
+        return {HostLine().text(QStringLiteral("exiting...")).toString()};
+    if (m_record.fileList.isEmpty() && !has(DownloadBegun))
+        return {HostLine().text(QStringLiteral("parse failed")).toString()};
+    QStringList lines;
+    if (!has(RecordSent))
+        lines += HostLine().quoted(QString::fromUtf8(m_record.toJson())).toString();
+    lines += HostLine().text(QStringLiteral("video download finished:failed")).toString();
+    return lines;
 }
 
-void RunGuard::endProcess(const ParseData &record, bool hasRow, const QString &line)
+void RunGuard::endProcess(QMutexLocker &locker)
 {
-    if (!hasRow) {
-        ParseData copy = record;
-        CsvLog(copy).saveDownloadResult();
-    }
-    EndTimer::endWithin(lineGrace, EXIT_SUCCESS);
+    const QStringList lines = lastLines();
+    m_state = State::ForcingEnd;
+    ParseData record = m_record;
+    const bool hasRow = has(RowWritten);
+    locker.unlock();
+
+    const bool hasCrashed = CrashSignals::received() != 0;
+    if (!hasRow)
+        CsvLog(record).saveDownloadResult();
+    if (!hasCrashed) // whose own patience bounds this
+        EndTimer::endWithin(lineGrace, EXIT_SUCCESS);
     const bool hadBlock = ShareMemoryManager::GetInstance()->RemoveShareMemData();
-    if (!line.isEmpty())
-        HostLine::sendText(line);
+    for (const QString &line : lines)
+        HostLine::sendPlain(line);
     if (hadBlock)
         HostLine::sendText(QStringLiteral("detach sharememory"));
+    if (hasCrashed)
+        CrashSignals::endProcess();
     std::_Exit(EXIT_SUCCESS);
 }

@@ -14,7 +14,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr auto lastGrace = 5s; // the main thread or the guard has tidied up long before
+constexpr auto lastGrace = 3s; // the main thread or the guard has tidied up long before
 
 Clock::time_point start = Clock::now();
 pid_t host = 0;
@@ -37,7 +37,7 @@ void RunLimits::install()
     if (deadline.load() > 0s) {
         const auto left = start + deadline.load() + lastGrace - Clock::now();
         EndTimer::endWithin(std::chrono::duration_cast<std::chrono::milliseconds>(left),
-                            EXIT_SUCCESS);
+                            EXIT_SUCCESS, EndTimer::AtTheEnd::WaitOnce);
     }
 }
 

@@ -14,6 +14,8 @@
 namespace {
 
 constexpr int defaultTimeoutS = 120;
+constexpr int defaultMemoryMiB = 2048;
+constexpr qint64 bytesPerMiB = 1 << 20;
 
 QString saveTo()
 {
@@ -95,6 +97,11 @@ int CVideoPreference::GetStall() const
 int CVideoPreference::GetDeadline() const
 {
     return qMax(0, GetOptionValue(QStringLiteral("deadline"), 0));
+}
+
+qint64 CVideoPreference::GetMemoryLimit() const
+{
+    return qMax(0, GetOptionValue(QStringLiteral("memory"), defaultMemoryMiB)) * bytesPerMiB;
 }
 
 int CVideoPreference::GetVideoFormat() const

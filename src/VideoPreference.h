@@ -39,6 +39,8 @@ public:
     [[nodiscard]] int GetStall() const; ///< seconds of silence that end a request; 0 for no limit
     [[nodiscard]] int GetDeadline() const; ///< seconds from the start to the end of the run; 0 for
                                            ///< no limit
+    [[nodiscard]] qint64
+    GetMemoryLimit() const; ///< bytes that an analysis may take; 0 for no limit
     [[nodiscard]] int GetVideoFormat() const; ///< an EFormat, or any other number as given
     [[nodiscard]] int GetQuality() const; ///< picture height; 0 for no wish
     [[nodiscard]] qint64 GetTotalSize() const; ///< bytes; 0 when not given

@@ -7,7 +7,7 @@
 #include "NetDomManager.h"
 #include "PageText.h"
 #include "QWebPageProxy.h"
-#include "RunGuard.h"
+#include "RunTimes.h"
 #include "ShareMemoryManager.h"
 #include "VideoPreference.h"
 #include "httpdownloader.h"
@@ -27,7 +27,6 @@
 
 namespace {
 
-constexpr int analysisIntervalMs = 5000;
 constexpr int quietPeriodMs = 20000;
 constexpr int watchIntervalMs = 250;
 
@@ -209,7 +208,9 @@ void Browser::loadPage()
     const int timeoutMs = timerInterval(preference->GetTimeOut() * qint64(1000));
     m_result.startTime = QDateTime::currentDateTime();
     // Before the first line, which a host that does not read may hold up.
-    m_guard = std::make_unique<RunGuard>(timeoutMs);
+    m_guard = std::make_unique<RunGuard>(timeoutMs, preference->GetMemoryLimit(), [this] {
+        QMetaObject::invokeMethod(this, &Browser::onMemoryFull, Qt::QueuedConnection);
+    });
     m_guard->beat(m_result);
 
     setProxy();
@@ -219,7 +220,7 @@ void Browser::loadPage()
     m_isAnalysing = true;
     for (QTimer *const timer : {&m_analysisTimer, &m_firstTerminateTimer, &m_secondTerminateTimer})
         timer->setTimerType(Qt::PreciseTimer);
-    m_analysisTimer.start(analysisIntervalMs);
+    m_analysisTimer.start(runTimes().analysisTick);
     m_firstTerminateTimer.start(timeoutMs);
     m_secondTerminateTimer.start(timeoutMs);
     m_watchTimer.start(watchIntervalMs);
@@ -252,6 +253,7 @@ void Browser::requestClose()
 /// From here on the end is the main thread's: the guard only sees to it that it comes.
 void Browser::claimEnd()
 {
+    showLife();
     if (m_guard)
         m_guard->claimEnd();
 }
@@ -263,14 +265,35 @@ bool Browser::exitIfAsked()
     if (!m_isClosing) {
         claimEnd();
         HostLine::sendText(QStringLiteral("exiting..."));
+        note(RunGuard::LastLineSent);
         requestClose();
     }
     return true;
 }
 
+/// Tells the guard that this thread is alive and what it knows.
+void Browser::showLife()
+{
+    if (m_guard)
+        m_guard->beat(m_result);
+}
+
+void Browser::note(RunGuard::Step step)
+{
+    if (m_guard)
+        m_guard->note(step);
+}
+
+/// The page takes more memory than it may: the run goes on with what it has found.
+void Browser::onMemoryFull()
+{
+    if (m_isAnalysing)
+        onTerminateTimerTimeOut();
+}
+
 void Browser::onWatchTimerTimeOut()
 {
-    m_guard->beat(m_result);
+    showLife();
     if (m_isHdsRunning)
         onF4fCheckExit(true); // its workers are stopped before the run ends
     else
@@ -318,11 +341,14 @@ void Browser::setVideoUrl(const QString &strUrl, qint64 contentLength, const QSt
         m_secondTerminateTimer.start(quietPeriodMs);
     if (!analyseUrl(strUrl, contentLength, contentType))
         return;
+    const bool isFirst = m_result.fileList.isEmpty();
     m_result.add(strUrl);
     VideoFile *const file = m_result.get(strUrl);
     file->contentType = contentType;
     if (contentLength >= knownSizeFrom)
         file->nSize = contentLength;
+    if (isFirst)
+        showLife(); // the script that asked for it may never return
 }
 
 /// Turns the run to a stream if the address names one. Returns whether it does.
@@ -422,6 +448,7 @@ void Browser::onAnalysisTimerTimeOut()
 void Browser::stopAnalysis()
 {
     m_result.endTime = QDateTime::currentDateTime();
+    showLife();
     m_analysisTimer.stop();
     m_firstTerminateTimer.stop();
     m_secondTerminateTimer.stop();
@@ -452,6 +479,7 @@ void Browser::endWithoutVideo()
 {
     claimEnd();
     HostLine::sendText(QStringLiteral("parse failed"));
+    note(RunGuard::LastLineSent);
     requestClose();
 }
 
@@ -513,11 +541,13 @@ void Browser::download()
     if (m_isDownloadStarted)
         return;
     m_isDownloadStarted = true;
+    note(RunGuard::DownloadBegun);
     const bool isSelected = CFilterVideo(&m_result).selectVideo();
     if (m_isClosing || !isSelected)
         return;
 
     HostLine::sendQuoted(QString::fromUtf8(m_result.toJson()));
+    note(RunGuard::RecordSent);
     const QString thumbUrl = m_result.getThumbUrl();
     if (CVideoPreference::instance()->GetThumb() && !thumbUrl.isEmpty()) {
         HostLine::sendText(QStringLiteral("start download thumb ..."));
@@ -551,6 +581,7 @@ void Browser::reportVideoResult(int state)
 {
     m_result.succeeded = state == Downloader::Succeeded;
     reportResult(QStringLiteral("video"), state);
+    note(RunGuard::LastLineSent);
     requestClose();
 }
 
@@ -565,6 +596,7 @@ void Browser::setDownloadCount()
         HostLine::sendText(QStringLiteral("video download failed"));
     }
     HostLine::sendText(QStringLiteral("video download finished"));
+    note(RunGuard::LastLineSent);
     requestClose();
 }
 
@@ -592,6 +624,8 @@ int Browser::DownloadF4f(const QString &f4mUrl)
         CAdobePreference::GetInstance()->SetOption(QStringLiteral("auth"), queryOf(f4mUrl));
     CAdobePreference::GetInstance()->SetOption(QStringLiteral("stall"), preference->GetStall());
     m_isHdsRunning = true;
+    note(RunGuard::DownloadBegun);
+    note(RunGuard::RecordSent);
     return m_hdsDownloader.Download() ? 1 : 0;
 }
 
@@ -642,6 +676,5 @@ void Browser::endRun()
 void Browser::writeDownloadLog()
 {
     CsvLog(m_result).saveDownloadResult();
-    if (m_guard)
-        m_guard->noteRowWritten();
+    note(RunGuard::RowWritten);
 }

@@ -8,6 +8,7 @@
 #include "AdobeDownloader.h"
 #include "NetworkReplyProxy.h"
 #include "ParseData.h"
+#include "RunGuard.h"
 #include "SiteSettings.h"
 #include "downloader.h"
 
@@ -18,7 +19,6 @@ class NetDomManager;
 class QWebElement;
 class QWebPageProxy;
 class QWebView;
-class RunGuard;
 
 /// One page run: loads the page, collects candidates from its traffic and its document, decides
 /// when to stop looking, downloads what was chosen, reports to the host, and ends.
@@ -117,6 +117,9 @@ private:
     void claimEnd();
     void endWithoutVideo();
     bool exitIfAsked();
+    void showLife();
+    void note(RunGuard::Step step);
+    void onMemoryFull();
     void onWatchTimerTimeOut();
     void stopAnalysis();
     bool startF4f(const QString &url);

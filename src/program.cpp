@@ -4,6 +4,7 @@
 #include "FlashVersion.h"
 #include "HostLine.h"
 #include "MessageLog.h"
+#include "ProcessMemory.h"
 #include "RunLimits.h"
 #include "Sandbox.h"
 #include "ShareMemoryManager.h"
@@ -116,9 +117,19 @@ void flashVersion()
         QStringLiteral("You have Flash player %1 installed").arg(probe.getVersion()));
 }
 
+/// Sets the limit that holds even where the guard comes too late.
+void limitMemory()
+{
+    constexpr qint64 spareBytes = 1 << 30;
+    const qint64 limit = CVideoPreference::instance()->GetMemoryLimit();
+    if (limit > 0)
+        ProcessMemory::limitGrowth(limit + spareBytes);
+}
+
 /// Runs one page run to its end and returns the event loop's result.
 int exec(QApplication *application)
 {
+    limitMemory();
     Browser browser;
     browser.loadPage();
     QObject::connect(application, &QGuiApplication::lastWindowClosed, application,

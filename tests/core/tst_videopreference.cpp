@@ -48,6 +48,20 @@ class tst_VideoPreference : public QObject
     Q_OBJECT
 
 private slots:
+    void theMemoryLimitIsGivenInMebibytes()
+    {
+        setArguments({});
+        QCOMPARE(preference()->GetMemoryLimit(), qint64(2048) << 20);
+        setArguments({QStringLiteral("--memory"), QStringLiteral("3")});
+        QCOMPARE(preference()->GetMemoryLimit(), qint64(3) << 20);
+        for (const char *const none : {"0", "-5"}) {
+            setArguments({QStringLiteral("--memory"), QLatin1String(none)});
+            QCOMPARE(preference()->GetMemoryLimit(), qint64(0));
+        }
+        setArguments({QStringLiteral("--memory"), QStringLiteral("much")});
+        QCOMPARE(preference()->GetMemoryLimit(), qint64(2048) << 20);
+    }
+
     void init() { setArguments({}); }
 
     void isOneInstance() { QCOMPARE(CVideoPreference::instance(), CVideoPreference::instance()); }

@@ -1,0 +1,16 @@
+#ifndef RUNTIMES_H
+#define RUNTIMES_H
+
+#include <chrono>
+
+/// The times that a page run goes by. The tests build a program with shorter ones.
+struct RunTimes
+{
+    std::chrono::milliseconds analysisTick; ///< between two looks at what has been found
+    std::chrono::milliseconds stuckGrace; ///< a heavy page may keep the engine busy for so long
+};
+
+/// The times of this program.
+[[nodiscard]] const RunTimes &runTimes();
+
+#endif
