@@ -129,7 +129,7 @@ private slots:
                                           "sys.exit(subprocess.call(sys.argv[1:], stderr=w))");
         QCOMPARE(
             QProcess::execute(option("python3"),
-                              {option("-c"), closedPipe, option(CLIPWEIR_PROGRAM), option("--exit"),
+                              {option("-c"), closedPipe, ProgramRun::program(), option("--exit"),
                                option("--url"), option("http://127.0.0.1:1/nobody-reads")}),
             0);
     }

@@ -196,7 +196,7 @@ private slots:
         shell.setWorkingDirectory(run.folder());
         shell.start(option("/bin/bash"),
                     {option("-c"), option("\"$0\" --url \"$1\" 2> >(exec 0<&-; sleep 0)"),
-                     option(CLIPWEIR_PROGRAM), url});
+                     ProgramRun::program(), url});
         QVERIFY(shell.waitForFinished(60000));
         QVERIFY(run.fileContent(option("tmp/") + pageHash(url) + option(".mp4")) == m_clip);
     }

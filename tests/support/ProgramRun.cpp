@@ -2,9 +2,39 @@
 
 #include "PageRun.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSharedMemory>
 #include <QTest>
+
+#include <unistd.h>
+
+namespace {
+
+/// Where the media framework keeps what it knows of its plug-ins, in a cache folder.
+const QLatin1String registryFolder("gstreamer-1.0");
+
+/// A link or, on another file system, a copy.
+bool share(const QString &from, const QString &to)
+{
+    return ::link(qPrintable(from), qPrintable(to)) == 0 || QFile::copy(from, to);
+}
+
+/// A file of the build that runs with no cache of their own begin with.
+QString sharedRegistry(const QString &name)
+{
+    return QStringLiteral(CLIPWEIR_QUICK_PROGRAM) + QLatin1String(".media-") + name;
+}
+
+} // namespace
+
+QString ProgramRun::program()
+{
+    return qEnvironmentVariableIsSet("CLIPWEIR_SHIPPED_RUNS")
+        ? QStringLiteral(CLIPWEIR_PROGRAM)
+        : QStringLiteral(CLIPWEIR_QUICK_PROGRAM);
+}
 
 ProgramRun::ProgramRun()
     : m_environment(QProcessEnvironment::systemEnvironment())
@@ -34,24 +64,56 @@ void ProgramRun::setLauncher(const QStringList &launcher)
     m_launcher = launcher;
 }
 
+/// Looking at all plug-ins takes several times as long as the rest of a run. The framework replaces
+/// the file when it is out of date.
+void ProgramRun::takeRegistry() const
+{
+    const QFileInfo shared(sharedRegistry(QString()));
+    const QStringList files = shared.dir().entryList({shared.fileName() + QLatin1Char('*')});
+    for (const QString &file : files) {
+        const QString name = file.mid(shared.fileName().size());
+        for (const char *const cache : {"cache/", "cache/clipweir/"}) {
+            const QString folder = path(QLatin1String(cache) + registryFolder);
+            if (QDir().mkpath(folder))
+                share(shared.dir().filePath(file), folder + QLatin1Char('/') + name);
+        }
+    }
+}
+
+void ProgramRun::giveRegistry() const
+{
+    const QDir folder(path(QLatin1String("cache/clipweir/") + registryFolder));
+    const QStringList names = folder.entryList({QStringLiteral("registry.*.bin")}, QDir::Files);
+    for (const QString &name : names) {
+        const QString target = sharedRegistry(name);
+        const QString whole = m_folder.path() + QLatin1String(".registry");
+        if (!QFile::exists(target) && QFile::copy(folder.filePath(name), whole)) {
+            share(whole, target); // fails when another run has been faster
+            QFile::remove(whole);
+        }
+    }
+}
+
 void ProgramRun::start(const QStringList &arguments)
 {
+    takeRegistry();
     m_errorOutput.clear();
     m_pageAddress = arguments.value(arguments.indexOf(QStringLiteral("--url")) + 1);
     m_process.setProcessEnvironment(m_environment);
-    QStringList words = m_launcher + QStringList{QStringLiteral(CLIPWEIR_PROGRAM)} + arguments;
+    QStringList words = m_launcher + QStringList{program()} + arguments;
     const QString program = words.takeFirst();
     m_process.start(program, words);
 }
 
 void ProgramRun::startUnderHost(const QStringList &arguments)
 {
+    takeRegistry();
     m_process.setProcessEnvironment(m_environment);
     m_process.setStandardErrorFile(path(QStringLiteral("lines")));
     m_process.start(QStringLiteral("/bin/sh"),
                     QStringList{QStringLiteral("-c"),
                                 QStringLiteral("\"$@\" & echo $! >pid.new; mv pid.new pid; wait"),
-                                QStringLiteral("host"), QStringLiteral(CLIPWEIR_PROGRAM)}
+                                QStringLiteral("host"), program()}
                         + arguments);
 }
 
@@ -63,6 +125,8 @@ bool ProgramRun::waitForEnd(int timeoutMs)
         kill();
     else if (!endedNormally())
         removeStopFlag();
+    else
+        giveRegistry();
     m_errorOutput += m_process.readAllStandardError();
     return hasEnded;
 }

@@ -12,6 +12,10 @@
 class ProgramRun final
 {
 public:
+    /// The program that is started: the one with shorter times, unless the environment variable
+    /// CLIPWEIR_SHIPPED_RUNS is set.
+    [[nodiscard]] static QString program();
+
     ProgramRun();
     ~ProgramRun();
     Q_DISABLE_COPY(ProgramRun)
@@ -54,6 +58,8 @@ public:
 private:
     void kill();
     void removeStopFlag() const;
+    void takeRegistry() const;
+    void giveRegistry() const;
 
     QTemporaryDir m_folder;
     QProcessEnvironment m_environment;

@@ -1,0 +1,9 @@
+#include "RunTimes.h"
+
+using namespace std::chrono_literals;
+
+const RunTimes &runTimes()
+{
+    static constexpr RunTimes times{800ms, 2s};
+    return times;
+}
