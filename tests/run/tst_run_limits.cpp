@@ -214,9 +214,9 @@ private slots:
         QTest::newRow("page held") << QByteArray("page") << 2;
         QTest::newRow("endless script") << QByteArray("script") << 3;
         QTest::newRow("synchronous request held") << QByteArray("synchronous") << 3;
-        QTest::newRow("probe held, in a nested loop") << QByteArray("probe") << 10;
-        QTest::newRow("video stalled") << QByteArray("video") << 10;
-        QTest::newRow("video trickling") << QByteArray("trickle") << 10;
+        QTest::newRow("probe held, in a nested loop") << QByteArray("probe") << 6;
+        QTest::newRow("video stalled") << QByteArray("video") << 6;
+        QTest::newRow("video trickling") << QByteArray("trickle") << 6;
     }
 
     void theDeadlineEndsTheRun()

@@ -42,7 +42,7 @@ ProgramRun::ProgramRun()
     m_environment.insert(QStringLiteral("HOME"), m_folder.path());
     m_environment.insert(QStringLiteral("XDG_CONFIG_HOME"), path(QStringLiteral("config")));
     m_environment.insert(QStringLiteral("XDG_DATA_HOME"), path(QStringLiteral("data")));
-    m_environment.insert(QStringLiteral("XDG_CACHE_HOME"), path(QStringLiteral("cache")));
+    m_environment.insert(QStringLiteral("XDG_CACHE_HOME"), m_cacheFolder.path());
     m_environment.insert(QStringLiteral("CLIPWEIR_COOKIES"), path(QStringLiteral("cookies.txt")));
     m_process.setWorkingDirectory(m_folder.path());
     QObject::connect(&m_process, &QProcess::readyReadStandardError, &m_process,
@@ -72,8 +72,8 @@ void ProgramRun::takeRegistry() const
     const QStringList files = shared.dir().entryList({shared.fileName() + QLatin1Char('*')});
     for (const QString &file : files) {
         const QString name = file.mid(shared.fileName().size());
-        for (const char *const cache : {"cache/", "cache/clipweir/"}) {
-            const QString folder = path(QLatin1String(cache) + registryFolder);
+        for (const char *const owner : {"", "clipweir/"}) {
+            const QString folder = m_cacheFolder.filePath(QLatin1String(owner) + registryFolder);
             if (QDir().mkpath(folder))
                 share(shared.dir().filePath(file), folder + QLatin1Char('/') + name);
         }
@@ -82,11 +82,11 @@ void ProgramRun::takeRegistry() const
 
 void ProgramRun::giveRegistry() const
 {
-    const QDir folder(path(QLatin1String("cache/clipweir/") + registryFolder));
+    const QDir folder(m_cacheFolder.filePath(QLatin1String("clipweir/") + registryFolder));
     const QStringList names = folder.entryList({QStringLiteral("registry.*.bin")}, QDir::Files);
     for (const QString &name : names) {
         const QString target = sharedRegistry(name);
-        const QString whole = m_folder.path() + QLatin1String(".registry");
+        const QString whole = m_cacheFolder.filePath(QStringLiteral("registry"));
         if (!QFile::exists(target) && QFile::copy(folder.filePath(name), whole)) {
             share(whole, target); // fails when another run has been faster
             QFile::remove(whole);

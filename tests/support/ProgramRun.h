@@ -62,6 +62,7 @@ private:
     void giveRegistry() const;
 
     QTemporaryDir m_folder;
+    QTemporaryDir m_cacheFolder;
     QProcessEnvironment m_environment;
     QStringList m_launcher;
     QProcess m_process;
