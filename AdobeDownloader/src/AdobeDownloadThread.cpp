@@ -19,8 +19,8 @@ constexpr qint64 maxFragmentBytes = 256 * 1024 * 1024;
 /// The cached fragment; empty when there is none that could have been fetched.
 QByteArray cachedContent(const QString &path)
 {
-    return QFileInfo(path).size() <= maxFragmentBytes ? CAdobeUtils::ReadFileContent(path)
-                                                      : QByteArray();
+    const qint64 bytes = QFileInfo(path).size();
+    return bytes <= maxFragmentBytes ? CAdobeUtils::ReadWholeFile(path, bytes) : QByteArray();
 }
 
 /// Writes a file under a temporary name and renames it, so that a run that is killed leaves no
@@ -58,6 +58,16 @@ void CAdobeDownloadThread::setFragNum(int fragNum)
     m_fragNum = fragNum;
 }
 
+void CAdobeDownloadThread::SetAfresh()
+{
+    m_isAfresh = true;
+}
+
+bool CAdobeDownloadThread::IsAfresh() const
+{
+    return m_isAfresh;
+}
+
 void CAdobeDownloadThread::SetBuffer(QByteArray buffer)
 {
     m_buffer = std::move(buffer);
@@ -71,6 +81,11 @@ int CAdobeDownloadThread::GetFragNum() const
 QByteArray CAdobeDownloadThread::GetFragUrlContent() const
 {
     return m_isDone ? m_content : QByteArray();
+}
+
+bool CAdobeDownloadThread::IsComplete() const
+{
+    return m_isDone && m_isComplete;
 }
 
 bool CAdobeDownloadThread::IsCached() const
@@ -109,36 +124,35 @@ QByteArray CAdobeDownloadThread::GetFragContent()
         return {};
     }
     const QString cacheFile = CacheFile(m_fragNum);
-    QByteArray content = cachedContent(cacheFile);
+    QByteArray content = m_isAfresh ? QByteArray() : cachedContent(cacheFile);
     if (m_stop.isRaised()) {
         emit CancleFragment(m_fragNum);
         return {};
     }
     if (!content.isEmpty()) {
+        m_isComplete = true;
         m_isCached = true;
         return content;
     }
 
     const CAdobeData *data = CAdobeData::GetInstance();
     const int segment = data->GetSegmentFromFragment(m_fragNum).toInt();
-    bool isComplete = false;
-    content = fetch(data->GetFragUrl(segment, m_fragNum), isComplete);
+    content = fetch(data->GetFragUrl(segment, m_fragNum));
     if (m_stop.isRaised()) {
         emit CancleFragment(m_fragNum);
         return {};
     }
-    if (isComplete)
+    if (m_isComplete)
         m_isCached = writeWhole(cacheFile, content); // without a cache the next run fetches again
     return content;
 }
 
 /// Fetches until the fragment is complete, or the attempts are used up. What may have been cut off
 /// is better than nothing then, but not good enough to be kept for the next run.
-QByteArray CAdobeDownloadThread::fetch(const QString &url, bool &isComplete)
+QByteArray CAdobeDownloadThread::fetch(const QString &url)
 {
     QByteArray content;
-    isComplete = false;
-    for (int attempt = 0; attempt < maxAttempts && !isComplete; ++attempt) {
+    for (int attempt = 0; attempt < maxAttempts && !m_isComplete; ++attempt) {
         if (m_stop.isRaised())
             return {};
         CAdobeBrowser browser(m_stop, m_pool);
@@ -148,7 +162,7 @@ QByteArray CAdobeDownloadThread::fetch(const QString &url, bool &isComplete)
         if (!browser.success() || browser.rawContent().size() < content.size())
             continue;
         content = browser.rawContent();
-        isComplete =
+        m_isComplete =
             !content.isEmpty() && (browser.isLengthKnown() || CAdobeOutputFile::IsWhole(content));
     }
     return content;

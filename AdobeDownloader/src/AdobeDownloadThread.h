@@ -31,11 +31,18 @@ public:
     void setFragNum(int fragNum);
     [[nodiscard]] int GetFragNum() const;
 
+    /// Has the fragment fetched even if the cache folder holds it; to be called before the start.
+    void SetAfresh();
+    [[nodiscard]] bool IsAfresh() const;
+
     /// Memory for the fragment to arrive in; to be given before the start.
     void SetBuffer(QByteArray buffer);
 
     /// The fragment's bytes; empty when it was given up or cancelled.
     [[nodiscard]] QByteArray GetFragUrlContent() const;
+
+    /// Whether the fragment is there as a whole, as far as that can be told.
+    [[nodiscard]] bool IsComplete() const;
 
     /// Whether the cache file holds the same bytes.
     [[nodiscard]] bool IsCached() const;
@@ -56,13 +63,15 @@ protected:
 private:
     void DownloaderFragment();
     QByteArray GetFragContent();
-    QByteArray fetch(const QString &url, bool &isComplete);
+    QByteArray fetch(const QString &url);
 
     StopFlag m_stop;
     std::shared_ptr<ConnectionPool> m_pool;
     int m_fragNum = 0;
+    bool m_isAfresh = false;
     QByteArray m_buffer;
     QByteArray m_content; // written by the worker, read once m_isDone is set
+    bool m_isComplete = false; // likewise
     bool m_isCached = false; // likewise
     std::atomic_bool m_isDone = false;
 };

@@ -18,7 +18,7 @@ constexpr int heartbeatMs = 200; // how often a waiting run gives notice
 constexpr int maxWorkers = 64;
 // Fragments that wait for an earlier one are left to their cache files beyond the first limit.
 // Where there is no cache, none are handed out beyond the second until that one has come.
-constexpr qint64 maxHeldBytes = 64 * 1024 * 1024;
+constexpr qint64 defaultMaxHeldBytes = 64 * 1024 * 1024;
 constexpr qint64 fullBytes = 256 * 1024 * 1024;
 
 constexpr int succeeded = 1;
@@ -41,6 +41,7 @@ CAdobeDownloader::CAdobeDownloader(QObject *parent)
     : QObject(parent)
     , m_parser(std::make_shared<CAdobeParser>(m_stop))
     , m_pool(std::make_shared<ConnectionPool>())
+    , m_maxHeldBytes(defaultMaxHeldBytes)
 {
     m_heartbeat.setInterval(heartbeatMs);
     connect(&m_heartbeat, &QTimer::timeout, this, [this] { emit AdobeActive(true); });
@@ -111,6 +112,11 @@ void CAdobeDownloader::Abort()
         stopWith(cancelled);
 }
 
+void CAdobeDownloader::SetMaxHeldBytes(qint64 bytes)
+{
+    m_maxHeldBytes = bytes;
+}
+
 bool CAdobeDownloader::MakeOutDir()
 {
     const QString path =
@@ -122,27 +128,40 @@ void CAdobeDownloader::AddDownloadThread()
 {
     const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
     const int places = workerPlaces();
+    if (m_workers.size() < places && !fetchLost())
+        return;
     while (isFetching() && m_nextFragment < lastFragment && m_workers.size() < places
            && CAdobeOutputFile::GetInstance()->HeldBytes() < fullBytes) {
-        if (!startWorker())
+        if (!startWorker(m_nextFragment + 1, false))
             return;
+        ++m_nextFragment;
         emit AdobeActive(true);
     }
 }
 
+/// Hands out once more the fragment that the file waits for because its cache file was spoilt.
+/// Returns false when there is such a one but no thread for it.
+bool CAdobeDownloader::fetchLost()
+{
+    const int lost = CAdobeOutputFile::GetInstance()->LostFragment();
+    const bool isNew = isFetching() && lost > 0 && FindThreadIndex(lost) < 0;
+    return !isNew || startWorker(lost, true);
+}
+
 /// Returns false when the system has no thread left; the fragment is then still to be handed out.
-bool CAdobeDownloader::startWorker()
+bool CAdobeDownloader::startWorker(int fragNum, bool isAfresh)
 {
     auto *worker = new CAdobeDownloadThread(m_pool, this);
     connect(worker, &QThread::finished, this, &CAdobeDownloader::OnDownloaderFragmentFinished);
-    worker->setFragNum(m_nextFragment + 1);
+    worker->setFragNum(fragNum);
+    if (isAfresh)
+        worker->SetAfresh();
     worker->SetBuffer(CAdobeOutputFile::GetInstance()->TakeSpare());
     worker->start(QThread::InheritPriority);
     if (!worker->isRunning() && !worker->isFinished()) {
         delete worker;
         return false;
     }
-    ++m_nextFragment;
     m_workers += worker;
     return true;
 }
@@ -177,22 +196,35 @@ void CAdobeDownloader::OnDownloaderFragmentFinished()
 
 void CAdobeDownloader::collectFinished()
 {
-    CAdobeOutputFile *output = CAdobeOutputFile::GetInstance();
     for (int i = m_workers.size() - 1; i >= 0; --i) {
         const CAdobeDownloadThread *worker = m_workers.at(i);
         if (worker->isRunning())
             continue;
-        if (isFetching()) {
-            const int fragNum = worker->GetFragNum();
-            const QByteArray content = worker->GetFragUrlContent();
-            if (worker->IsCached() && output->HeldBytes() + content.size() > maxHeldBytes)
-                output->SetFragFile(fragNum, CAdobeDownloadThread::CacheFile(fragNum));
-            else
-                output->SetFragContent(fragNum, content);
-        }
+        if (isFetching())
+            collect(*worker);
         removeWorker(i);
     }
     emit AdobeActive(true);
+}
+
+void CAdobeDownloader::collect(const CAdobeDownloadThread &worker)
+{
+    CAdobeOutputFile *output = CAdobeOutputFile::GetInstance();
+    const int fragNum = worker.GetFragNum();
+    const QByteArray content = worker.GetFragUrlContent();
+    if (worker.IsAfresh()) {
+        // It had come whole before: the file must not go on without it.
+        if (worker.IsComplete()) {
+            output->SetFragContent(fragNum, content);
+        } else {
+            qWarning("fragment %d was lost and cannot be fetched again", fragNum);
+            stopWith(failed);
+        }
+    } else if (worker.IsCached() && output->HeldBytes() + content.size() > m_maxHeldBytes) {
+        output->SetFragFile(fragNum, CAdobeDownloadThread::CacheFile(fragNum), content.size());
+    } else {
+        output->SetFragContent(fragNum, content);
+    }
 }
 
 /// Returns whether the file is complete.

@@ -39,6 +39,10 @@ public:
     /// Stops the workers, which ends the run as Cancel() does.
     void Abort();
 
+    /// How many bytes of fragments that wait for an earlier one are held before the next ones are
+    /// left to their cache files; 64 MiB unless it is called.
+    void SetMaxHeldBytes(qint64 bytes);
+
     /// Creates the folder of the fragment cache. Returns whether it is there.
     bool MakeOutDir();
 
@@ -73,8 +77,10 @@ private:
     };
 
     bool beginFetching();
-    bool startWorker();
+    bool startWorker(int fragNum, bool isAfresh);
+    bool fetchLost();
     void collectFinished();
+    void collect(const CAdobeDownloadThread &worker);
     bool writeCollected();
     void complete();
     void deleteCache();
@@ -93,6 +99,7 @@ private:
     State m_state = State::Idle;
     int m_result = 0; // in the states Stopping and Ended
     int m_nextFragment = 0; // the last fragment handed out
+    qint64 m_maxHeldBytes;
     bool m_isCancelled = false;
     bool m_isCollecting = false;
     bool m_hasNews = false; // a worker ended since the last look

@@ -64,6 +64,7 @@ void CAdobeOutputFile::Begin(int firstFragment)
     End();
     m_nextFragment = firstFragment;
     m_lastWritten = 0;
+    m_lostFragment = 0;
     m_hasFailed = false;
     m_hasWarned = false;
     m_timeline = std::make_unique<FlvTimeline>(option("fixWindow").toInt());
@@ -83,6 +84,8 @@ void CAdobeOutputFile::SetFragContent(int fragNum, const QByteArray &data)
 {
     if (fragNum < m_nextFragment)
         return; // written already
+    if (fragNum == m_lostFragment)
+        m_lostFragment = 0;
     takeResponse(fragNum); // of an entry that this one replaces
     m_heldBytes += data.size();
     m_fragments.insert(fragNum,
@@ -96,7 +99,7 @@ void CAdobeOutputFile::SetFragContent(int fragNum, const QByteArray &data)
                        });
 }
 
-void CAdobeOutputFile::SetFragFile(int fragNum, const QString &path)
+void CAdobeOutputFile::SetFragFile(int fragNum, const QString &path, qint64 bytes)
 {
     SetFragContent(fragNum, QByteArray());
     const auto entry = m_fragments.find(fragNum);
@@ -104,7 +107,33 @@ void CAdobeOutputFile::SetFragFile(int fragNum, const QString &path)
         return;
     QVariantMap fields = entry->toMap();
     fields.insert(QStringLiteral("file"), path);
+    fields.insert(QStringLiteral("fileBytes"), bytes);
     *entry = fields;
+}
+
+/// Has the fragment's bytes in memory. Returns false when they have been left to a file that does
+/// not hold them any more; the fragment is then lost.
+bool CAdobeOutputFile::readBack(int fragNum)
+{
+    const QVariantMap fields = m_fragments.value(fragNum).toMap();
+    const QString path = fields.value(QStringLiteral("file")).toString();
+    if (path.isEmpty())
+        return true;
+    const QByteArray content =
+        CAdobeUtils::ReadWholeFile(path, fields.value(QStringLiteral("fileBytes")).toLongLong());
+    if (!content.isEmpty()) {
+        SetFragContent(fragNum, content);
+        return true;
+    }
+    qWarning("fragment %d is not to be read again from %s", fragNum, qUtf8Printable(path));
+    m_fragments.remove(fragNum);
+    m_lostFragment = fragNum;
+    return false;
+}
+
+int CAdobeOutputFile::LostFragment() const
+{
+    return m_lostFragment;
 }
 
 QByteArray CAdobeOutputFile::takeResponse(int fragNum)
@@ -126,6 +155,8 @@ int CAdobeOutputFile::WriteFlvFile()
     const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
     int written = 0;
     while (m_nextFragment <= lastFragment && m_fragments.contains(m_nextFragment)) {
+        if (!readBack(m_nextFragment))
+            break;
         if ((!m_file.isOpen() && !openFile()) || !writeFragment(m_nextFragment)) {
             qWarning("%s cannot be written: %s", qUtf8Printable(m_file.fileName()),
                      qUtf8Printable(m_file.errorString()));
@@ -153,10 +184,7 @@ bool CAdobeOutputFile::writeFragment(int fragNum)
 {
     const QVariantMap fields = m_fragments.value(fragNum).toMap();
     if (fields.value(QStringLiteral("bflvData")).toBool()) {
-        const QString path = fields.value(QStringLiteral("file")).toString();
         QByteArray response = takeResponse(fragNum);
-        if (!path.isEmpty())
-            response = CAdobeUtils::ReadFileContent(path);
         DecodeFragment(fragNum, response);
         keepSpare(response);
     }

@@ -32,11 +32,17 @@ public:
     void SetFragContent(int fragNum, const QByteArray &data);
 
     /// As SetFragContent() with the content of a file, which is read when the fragment is written.
-    void SetFragFile(int fragNum, const QString &path);
+    /// @param bytes the size of that file; one of another size, or that cannot be read, makes the
+    ///              fragment a lost one
+    void SetFragFile(int fragNum, const QString &path, qint64 bytes);
 
     /// Writes every fragment whose turn has come. Returns how many, or -1 when the file cannot be
     /// written; that is final for this file.
     int WriteFlvFile();
+
+    /// The fragment whose turn has come, but whose file holds it no more; 0 when there is none. It
+    /// is waited for until it is handed in again.
+    [[nodiscard]] int LostFragment() const;
 
     /// Sends the progress line: the last fragment written and the fragment count.
     void OutProgress() const;
@@ -85,6 +91,7 @@ private:
     Q_DISABLE_COPY(CAdobeOutputFile)
 
     bool openFile();
+    bool readBack(int fragNum);
     bool writeFragment(int fragNum);
     bool write(const QByteArray &data);
     void keepSpare(QByteArray &memory);
@@ -93,6 +100,7 @@ private:
     QMap<int, QVariant> m_fragments; // maps, by fragment number
     int m_nextFragment = 1;
     int m_lastWritten = 0;
+    int m_lostFragment = 0;
     qint64 m_heldBytes = 0;
     std::unique_ptr<FlvTimeline> m_timeline;
     QByteArray m_tags; // of the fragment written last: its memory serves the next one

@@ -168,6 +168,15 @@ QByteArray CAdobeUtils::ReadFileContent(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+QByteArray CAdobeUtils::ReadWholeFile(const QString &path, qint64 bytes)
+{
+    const QFileInfo info(path);
+    if (!info.isFile() || info.size() != bytes)
+        return {};
+    const QByteArray content = ReadFileContent(path);
+    return content.size() == bytes ? content : QByteArray(); // a disk may fail midway
+}
+
 bool CAdobeUtils::IsFileInPlace(const QString &path, qint64 bytes)
 {
     const QFileInfo info(path);

@@ -66,6 +66,10 @@ public:
     /// The whole file; empty when it cannot be opened.
     [[nodiscard]] static QByteArray ReadFileContent(const QString &path);
 
+    /// The content of a regular file, if it is of that size and can be read whole; else empty.
+    /// Never waits, as opening a pipe may.
+    [[nodiscard]] static QByteArray ReadWholeFile(const QString &path, qint64 bytes);
+
     /// Whether a file stands under that path with at least so many bytes.
     [[nodiscard]] static bool IsFileInPlace(const QString &path, qint64 bytes);
 

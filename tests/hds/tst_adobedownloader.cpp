@@ -57,6 +57,13 @@ private:
     int m_count;
 };
 
+/// Answers on a connection that has been held, and closes it.
+void answer(QTcpSocket *socket, const QByteArray &body)
+{
+    socket->write(ScriptedServer::headOf(replyOf(body)) + body);
+    socket->disconnectFromHost();
+}
+
 QList<int> sorted(QList<int> numbers)
 {
     std::sort(numbers.begin(), numbers.end());
@@ -191,6 +198,96 @@ private slots:
         QCOMPARE(run.wait(), 1);
         QCOMPARE(run.contents().size(), 200);
         QCOMPARE(run.output().size() / megabyte, 99);
+    }
+
+    void aFragmentWhoseCacheFileIsSpoiltIsFetchedAgain_data()
+    {
+        QTest::addColumn<QByteArray>("spoilt"); // what is left of the file
+        QTest::addColumn<bool>("isThere");
+        QTest::addColumn<bool>("comesAgain");
+        QTest::addColumn<int>("result");
+        const QByteArray whole = hds::numberedFragment(20);
+        QTest::newRow("gone") << QByteArray() << false << true << 1;
+        QTest::newRow("empty") << QByteArray() << true << true << 1;
+        QTest::newRow("cut") << whole.left(whole.size() - 1) << true << true << 1;
+        QTest::newRow("gone at the server, too") << QByteArray() << false << false << 0;
+        QTest::newRow("cut, and gone at the server") << whole.left(40) << true << false << 0;
+    }
+
+    void aFragmentWhoseCacheFileIsSpoiltIsFetchedAgain()
+    {
+        QFETCH(QByteArray, spoilt);
+        QFETCH(bool, isThere);
+        QFETCH(bool, comesAgain);
+        QFETCH(int, result);
+        StreamServer server(30);
+        int seen = 0;
+        server.on(fragmentPath(20), [&seen, comesAgain](const HttpRequest &) {
+            return ++seen == 1 || comesAgain ? replyOf(hds::numberedFragment(20))
+                                             : replyOf("gone", 404);
+        });
+        QPointer<QTcpSocket> first;
+        server.onRaw(fragmentPath(1),
+                     [&first](const HttpRequest &, QTcpSocket *socket) { first = socket; });
+        HdsRun run;
+        run.downloader->SetMaxHeldBytes(0); // all that wait are left to their files
+        run.start(server.manifest());
+        QTRY_COMPARE(run.cacheFiles().size(), 29);
+        QTRY_COMPARE(run.downloader->FindThreadIndex(30), -1);
+        QCOMPARE(CAdobeOutputFile::GetInstance()->HeldBytes(), qint64(0));
+        const QString path = run.path(QStringLiteral("f4ftmp/"))
+            + run.cacheFiles().filter(QStringLiteral("Frag20")).constFirst();
+        QVERIFY(QFile::remove(path));
+        if (isThere)
+            QVERIFY(CAdobeUtils::WriteFileContent(path, spoilt, false));
+        answer(first, hds::numberedFragment(1));
+        QCOMPARE(run.wait(), result);
+        QCOMPARE(seen, comesAgain ? 2 : 32);
+        QCOMPARE(run.contents(), result == 1 ? server.all() : contentsOf(numbersFrom(1, 19)));
+        if (result == 1)
+            QCOMPARE(QFileInfo(path).size(), qint64(hds::numberedFragment(20).size()));
+    }
+
+    void aLostCacheFolderCostsNothingButTheRequests()
+    {
+        StreamServer server(30);
+        QPointer<QTcpSocket> first;
+        server.onRaw(fragmentPath(1),
+                     [&first](const HttpRequest &, QTcpSocket *socket) { first = socket; });
+        HdsRun run;
+        run.downloader->SetMaxHeldBytes(0);
+        run.start(server.manifest());
+        QTRY_COMPARE(run.cacheFiles().size(), 29);
+        QTRY_COMPARE(run.downloader->FindThreadIndex(30), -1);
+        QVERIFY(QDir(run.path(QStringLiteral("f4ftmp"))).removeRecursively());
+        answer(first, hds::numberedFragment(1));
+        QCOMPARE(run.wait(), 1);
+        QCOMPARE(run.contents(), server.all());
+        QCOMPARE(server.fragmentsAsked().size(), 30 + 29);
+    }
+
+    void cancelledWhileALostFragmentIsFetchedAgain()
+    {
+        StreamServer server(10);
+        int seen = 0;
+        server.onRaw(fragmentPath(5), [&seen](const HttpRequest &, QTcpSocket *socket) {
+            if (++seen == 1)
+                answer(socket, hds::numberedFragment(5));
+        });
+        QPointer<QTcpSocket> first;
+        server.onRaw(fragmentPath(1),
+                     [&first](const HttpRequest &, QTcpSocket *socket) { first = socket; });
+        HdsRun run;
+        run.downloader->SetMaxHeldBytes(0);
+        run.start(server.manifest());
+        QTRY_COMPARE(run.cacheFiles().size(), 9);
+        QTRY_COMPARE(run.downloader->FindThreadIndex(10), -1);
+        QVERIFY(QDir(run.path(QStringLiteral("f4ftmp"))).removeRecursively());
+        answer(first, hds::numberedFragment(1));
+        QTRY_COMPARE(seen, 2);
+        run.downloader->Cancel();
+        QCOMPARE(run.wait(), -1);
+        QCOMPARE(run.contents(), contentsOf(numbersFrom(1, 4)));
     }
 
     void cachedFragmentsAreNotFetched()

@@ -5,6 +5,7 @@
 #include "MessageCatcher.h"
 #include "TestMain.h"
 
+#include <QProcess>
 #include <QTemporaryDir>
 
 #include <memory>
@@ -181,11 +182,49 @@ private slots:
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(hds::numberedFragment(1));
         file.close();
-        output()->SetFragFile(1, file.fileName());
-        output()->SetFragFile(2, m_folder->filePath(QStringLiteral("gone")));
+        output()->SetFragFile(1, file.fileName(), file.size());
         QCOMPARE(output()->HeldBytes(), qint64(0));
-        QCOMPARE(output()->WriteFlvFile(), 2);
+        QCOMPARE(output()->WriteFlvFile(), 1);
+        QCOMPARE(output()->LostFragment(), 0);
+        QCOMPARE(output()->HeldBytes(), qint64(0));
         QCOMPARE(names(), (QByteArrayList{"a1", "v1"}));
+    }
+
+    void aSpoiltFileMakesTheFragmentALostOne_data()
+    {
+        QTest::addColumn<QByteArray>("command"); // what spoils it; %1 is its path
+        QTest::newRow("gone") << QByteArray("rm %1");
+        QTest::newRow("empty") << QByteArray("truncate -s 0 %1");
+        QTest::newRow("cut") << QByteArray("truncate -s -1 %1");
+        QTest::newRow("longer") << QByteArray("truncate -s +1 %1");
+        QTest::newRow("folder") << QByteArray("rm %1 && mkdir %1");
+        QTest::newRow("pipe") << QByteArray("rm %1 && mkfifo %1");
+        QTest::newRow("unreadable") << QByteArray("rm %1 && ln -s /proc/self/mem %1");
+    }
+
+    void aSpoiltFileMakesTheFragmentALostOne()
+    {
+        QFETCH(QByteArray, command);
+        QFile file(m_folder->filePath(QStringLiteral("cached")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(hds::numberedFragment(2));
+        file.close();
+        const qint64 bytes = file.size();
+        QCOMPARE(QProcess::execute(
+                     QStringLiteral("sh"),
+                     {QStringLiteral("-c"),
+                      QString::fromLatin1(command).replace(QStringLiteral("%1"), file.fileName())}),
+                 0);
+        output()->SetFragContent(1, hds::numberedFragment(1));
+        output()->SetFragFile(2, file.fileName(), bytes);
+        output()->SetFragContent(3, hds::numberedFragment(3));
+        QCOMPARE(output()->WriteFlvFile(), 1);
+        QCOMPARE(output()->LostFragment(), 2);
+        QCOMPARE(output()->WriteFlvFile(), 0); // it is waited for
+        output()->SetFragContent(2, hds::numberedFragment(2));
+        QCOMPARE(output()->LostFragment(), 0);
+        QCOMPARE(output()->WriteFlvFile(), 2);
+        QCOMPARE(names(), (QByteArrayList{"a1", "v1", "a2", "v2", "a3", "v3"}));
     }
 
     void writingCanBeInterrupted()

@@ -1,0 +1,122 @@
+#include "HdsFixtures.h"
+#include "PageRun.h"
+#include "TestMain.h"
+
+#include <QDir>
+#include <QPointer>
+#include <QRegularExpression>
+
+namespace {
+
+QByteArray fragmentPath(int number)
+{
+    return "/s/streamSeg1-Frag" + QByteArray::number(number);
+}
+
+} // namespace
+
+/// Whole runs of streams of which something is lost: on the way, at the server, or in the cache.
+class tst_RunHdsLosses : public QObject
+{
+    Q_OBJECT
+
+    QString m_page;
+
+    /// Scripts a page that asks for a manifest of so many fragments, and the fragments.
+    void serveStream(ScriptedServer &server, int fragmentCount, int paddingBytes = 0)
+    {
+        m_page = server.address("/page");
+        server.on("/page",
+                  htmlReply("<script>var x = new XMLHttpRequest();"
+                            "x.open('GET', '/s/m.f4m'); x.send();</script>"));
+        server.on(
+            "/s/m.f4m",
+            mediaReply(hds::manifest("stream", hds::simpleBootstrap(fragmentCount)), "video/f4m"));
+        for (int i = 1; i <= fragmentCount; ++i)
+            server.on(fragmentPath(i),
+                      mediaReply(hds::numberedFragment(i, paddingBytes), "video/f4f"));
+    }
+
+    QByteArray log(const ProgramRun &run) const
+    {
+        return run.fileContent(option("tmp/logs/") + pageHash(m_page) + option(".log"));
+    }
+
+    QByteArray flv(const ProgramRun &run) const
+    {
+        return run.fileContent(option("tmp/") + pageHash(m_page) + option(".flv"));
+    }
+
+    /// The number of tags in the file, which must be sound.
+    int tagCount(const ProgramRun &run) const
+    {
+        QString error;
+        const auto tags = hds::readFlv(flv(run), error);
+        return error.isEmpty() ? tags.size() : -1;
+    }
+
+    /// How many fragments the cache holds; what is still being written has another name.
+    static int cachedCount(const ProgramRun &run)
+    {
+        const QRegularExpression name(option("Frag[0-9]+$"));
+        return QDir(run.path(option("tmp/f4ftmp"))).entryList(QDir::Files).filter(name).size();
+    }
+
+    static QByteArray endLines(const QByteArray &result)
+    {
+        return fixedLine("video download finished:" + result) + fixedLine("detach sharememory");
+    }
+
+private slots:
+    void whatWasLeftToALostCacheIsFetchedAgain_data()
+    {
+        QTest::addColumn<bool>("comesAgain");
+        QTest::addColumn<QByteArray>("result");
+        QTest::newRow("it comes again") << true << QByteArray("success");
+        QTest::newRow("it is gone at the server, too") << false << QByteArray("failed");
+    }
+
+    /// More waits for the first fragment than is held in memory, and the cache is emptied before it
+    /// comes.
+    void whatWasLeftToALostCacheIsFetchedAgain()
+    {
+        QFETCH(bool, comesAgain);
+        QFETCH(QByteArray, result);
+        constexpr int fragmentCount = 14;
+        constexpr int fragmentBytes = 6 * 1024 * 1024; // ten of them are held, three are not
+        ScriptedServer server;
+        serveStream(server, fragmentCount, fragmentBytes);
+        bool isCacheLost = false;
+        for (int i = 2; i <= fragmentCount; ++i) {
+            server.on(fragmentPath(i), [i, comesAgain, &isCacheLost](const HttpRequest &) {
+                HttpReply gone;
+                gone.status = 404;
+                return isCacheLost && !comesAgain
+                    ? gone
+                    : mediaReply(hds::numberedFragment(i, fragmentBytes), "video/f4f");
+            });
+        }
+        QPointer<QTcpSocket> first;
+        server.onRaw(fragmentPath(1),
+                     [&first](const HttpRequest &, QTcpSocket *socket) { first = socket; });
+        ProgramRun run;
+        run.start({option("--url"), m_page, option("--f4f"), option("--log")});
+        QTRY_COMPARE_WITH_TIMEOUT(cachedCount(run), fragmentCount - 1, 30000);
+        QVERIFY(QDir(run.path(option("tmp/f4ftmp"))).removeRecursively());
+        isCacheLost = true;
+        QVERIFY(first);
+        const HttpReply reply = mediaReply(hds::numberedFragment(1, fragmentBytes), "video/f4f");
+        first->write(ScriptedServer::headOf(reply) + reply.body);
+        first->disconnectFromHost();
+        QVERIFY(run.waitForEnd());
+        QVERIFY2(run.errorOutput().endsWith(endLines(result)), run.errorOutput());
+        QVERIFY(log(run).contains("is not to be read again"));
+        if (comesAgain)
+            QCOMPARE(tagCount(run), 2 * fragmentCount);
+        else
+            QVERIFY(log(run).contains("was lost and cannot be fetched again"));
+    }
+};
+
+CLIPWEIR_TEST_MAIN(tst_RunHdsLosses)
+#include "tst_run_hds_losses.moc"
