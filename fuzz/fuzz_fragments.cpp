@@ -107,6 +107,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         taken += tag.data.size();
     }
     FUZZ_CHECK(taken <= payload);
+    FUZZ_CHECK(file()->GetLosses().given == fragments.size());
+    FUZZ_CHECK(file()->HasMedia()
+               == std::any_of(tags.cbegin(), tags.cend(),
+                              [](const hds::ReadTag &tag) { return tag.type != FlvTag::Script; }));
 
     std::reverse(order.begin(), order.end());
     FUZZ_CHECK(assembled(fragments, order) == flv);

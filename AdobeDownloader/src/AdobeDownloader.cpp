@@ -30,6 +30,18 @@ QVariant option(const char *key)
     return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
 }
 
+/// Tells the log what the file lacks, if anything.
+void warnOfLosses()
+{
+    const CAdobeOutputFile::Losses losses = CAdobeOutputFile::GetInstance()->GetLosses();
+    if (losses.isNone())
+        return;
+    qWarning("%s is not complete: of %d fragments %d never came, %d hold no sound or picture that "
+             "can be used and %d are cut short; %lld tags are left out",
+             qUtf8Printable(CAdobeOutputFile::FilePath()), losses.given, losses.missing,
+             losses.unusable, losses.cut, static_cast<long long>(losses.skippedTags));
+}
+
 int workerPlaces()
 {
     return qBound(1, option("pannel").toInt(), maxWorkers); // sic: the key is so spelled
@@ -250,6 +262,12 @@ void CAdobeDownloader::complete()
 {
     if (!CAdobeOutputFile::GetInstance()->IsInPlace()) {
         qWarning("%s has vanished", qUtf8Printable(CAdobeOutputFile::FilePath()));
+        stopWith(failed);
+        return;
+    }
+    warnOfLosses();
+    if (!CAdobeOutputFile::GetInstance()->HasMedia()) {
+        qWarning("%s holds no sound and no picture", qUtf8Printable(CAdobeOutputFile::FilePath()));
         stopWith(failed);
         return;
     }

@@ -5,6 +5,8 @@
 #include "AdobeUtils.h"
 #include "HostLine.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr quint64 compactHeaderBytes = 8;
@@ -65,6 +67,8 @@ void CAdobeOutputFile::Begin(int firstFragment)
     m_nextFragment = firstFragment;
     m_lastWritten = 0;
     m_lostFragment = 0;
+    m_losses = Losses();
+    m_hasMedia = false;
     m_hasFailed = false;
     m_hasWarned = false;
     m_timeline = std::make_unique<FlvTimeline>(option("fixWindow").toInt());
@@ -215,6 +219,16 @@ bool CAdobeOutputFile::write(const QByteArray &data)
     return m_file.write(data) == data.size() && m_file.flush();
 }
 
+bool CAdobeOutputFile::HasMedia() const
+{
+    return m_hasMedia;
+}
+
+CAdobeOutputFile::Losses CAdobeOutputFile::GetLosses() const
+{
+    return m_losses;
+}
+
 bool CAdobeOutputFile::IsInPlace() const
 {
     return CAdobeUtils::IsFileInPlace(FilePath(), m_file.size());
@@ -290,27 +304,48 @@ void CAdobeOutputFile::DecodeFragment(int fragNum, QByteArray &data)
 {
     QByteArray flv = std::move(m_tags);
     flv.resize(0);
-    unsigned int boxStart = 0;
-    unsigned int payload = 0;
-    unsigned long long size = 0;
-    if (VerifyFragment(data) && findMdat(data, boxStart, payload, size)) {
-        const auto left = static_cast<unsigned long long>(data.size()) - payload;
-        const auto begin = static_cast<int>(payload);
-        int skipped = 0;
-        const QVector<FlvTag> tags =
-            FlvTag::walk(data, begin, begin + static_cast<int>(qMin(size, left)), skipped);
+    const QVector<FlvTag> tags = takeTags(fragNum, data);
+    if (!tags.isEmpty()) {
         flv.reserve(data.size());
         m_timeline->append(flv, data, tags);
-        if (skipped > 0 && !m_hasWarned) {
-            m_hasWarned = true;
-            qWarning("fragment %d: %d tags are encrypted or of no known type and left out", fragNum,
-                     skipped);
-        }
     }
     QVariantMap fields = m_fragments.value(fragNum).toMap();
     fields.insert(QStringLiteral("flvData"), flv);
     fields.insert(QStringLiteral("bDecoded"), true);
     m_fragments.insert(fragNum, fields);
+}
+
+/// The fragment's tags, and notes what is missing of it.
+QVector<FlvTag> CAdobeOutputFile::takeTags(int fragNum, QByteArray &data)
+{
+    ++m_losses.given;
+    if (data.isEmpty()) {
+        ++m_losses.missing;
+        return {};
+    }
+    const bool isCut = !IsWhole(data);
+    unsigned int boxStart = 0;
+    unsigned int payload = 0;
+    unsigned long long size = 0;
+    QVector<FlvTag> tags;
+    int skipped = 0;
+    if (VerifyFragment(data) && findMdat(data, boxStart, payload, size)) {
+        const auto left = static_cast<unsigned long long>(data.size()) - payload;
+        const auto begin = static_cast<int>(payload);
+        tags = FlvTag::walk(data, begin, begin + static_cast<int>(qMin(size, left)), skipped);
+    }
+    const bool hasMedia =
+        std::any_of(tags.cbegin(), tags.cend(), [](const FlvTag &tag) { return tag.isMedia(); });
+    m_hasMedia |= hasMedia;
+    m_losses.unusable += hasMedia ? 0 : 1;
+    m_losses.cut += hasMedia && isCut ? 1 : 0;
+    m_losses.skippedTags += skipped;
+    if (skipped > 0 && !m_hasWarned) {
+        m_hasWarned = true;
+        qWarning("fragment %d: %d tags are encrypted or of no known type and left out", fragNum,
+                 skipped);
+    }
+    return tags;
 }
 
 bool CAdobeOutputFile::WriteMetadata()

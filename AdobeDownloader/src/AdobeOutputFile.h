@@ -18,6 +18,21 @@
 class CAdobeOutputFile final
 {
 public:
+    /// What is missing from a file.
+    struct Losses
+    {
+        int given = 0; ///< fragments written, the lost ones included
+        int missing = 0; ///< fragments that never came
+        int unusable = 0; ///< fragments without a sound or picture tag that can be written
+        int cut = 0; ///< fragments that end before their box does
+        qint64 skippedTags = 0; ///< tags left out: encrypted, filtered or of no known type
+
+        [[nodiscard]] bool isNone() const
+        {
+            return missing == 0 && unusable == 0 && cut == 0 && skippedTags == 0;
+        }
+    };
+
     static CAdobeOutputFile *GetInstance();
 
     /// Begins a new file and forgets what belonged to the one before.
@@ -49,6 +64,12 @@ public:
 
     /// The number of the last fragment written; 0 when none has been.
     [[nodiscard]] int GetWriteFragNum() const;
+
+    /// Whether a sound or picture tag has been written.
+    [[nodiscard]] bool HasMedia() const;
+
+    /// What is missing up to the last fragment written.
+    [[nodiscard]] Losses GetLosses() const;
 
     /// Whether the file stands under its name with everything that was written: somebody may have
     /// removed or replaced it meanwhile.
@@ -94,6 +115,7 @@ private:
     bool readBack(int fragNum);
     bool writeFragment(int fragNum);
     bool write(const QByteArray &data);
+    QVector<FlvTag> takeTags(int fragNum, QByteArray &data);
     void keepSpare(QByteArray &memory);
     QByteArray takeResponse(int fragNum);
 
@@ -102,6 +124,8 @@ private:
     int m_lastWritten = 0;
     int m_lostFragment = 0;
     qint64 m_heldBytes = 0;
+    Losses m_losses;
+    bool m_hasMedia = false;
     std::unique_ptr<FlvTimeline> m_timeline;
     QByteArray m_tags; // of the fragment written last: its memory serves the next one
     std::vector<QByteArray> m_spares;

@@ -9,6 +9,7 @@
 
 #include <QEventLoop>
 #include <QPointer>
+#include <QRegularExpression>
 
 namespace {
 
@@ -452,6 +453,47 @@ private slots:
         QCOMPARE(run.contents(),
                  QByteArrayList({"a1", "v1"}) + contents + QByteArrayList({"a3", "v3"}));
         QCOMPARE(server.requestsFor(fragmentPath(2)).size(), 1);
+    }
+
+    void aStreamWithoutMediaFails_data()
+    {
+        QTest::addColumn<QByteArray>("fragment");
+        QTest::newRow("none comes") << QByteArray();
+        QTest::newRow("no boxes") << QByteArray(5000, 'x');
+        QTest::newRow("script data only") << hds::fragment(hds::tag(18, 0, "data"));
+        QTest::newRow("encrypted")
+            << hds::fragment(hds::tag(0x28, 0, "sound") + hds::tag(0x29, 0, "picture"));
+        QTest::newRow("no tags") << hds::fragment(QByteArray());
+    }
+
+    void aStreamWithoutMediaFails()
+    {
+        QFETCH(QByteArray, fragment);
+        StreamServer server(3);
+        for (int n = 1; n <= 3; ++n)
+            server.on(fragmentPath(n), replyOf(fragment, fragment.isEmpty() ? 404 : 200));
+        server.on("/dir/m.f4m", replyOf(hds::manifest("s", hds::simpleBootstrap(3), "metadata")));
+        HdsRun run;
+        const MessageCatcher catcher;
+        QTest::ignoreMessage(
+            QtWarningMsg,
+            QRegularExpression(QStringLiteral("out.flv holds no sound and no picture$")));
+        QCOMPARE(run.run(server.manifest()), 0);
+        QVERIFY(catcher.linesWith(QStringLiteral("downloaded:3/3")).size() == 1);
+        const QString size = QString::number(run.output().size());
+        QVERIFY(catcher.linesWith(QStringLiteral("downloaded:%1/%1").arg(size)).isEmpty());
+        QCOMPARE(run.cacheFiles().size(), fragment.isEmpty() ? 0 : 3);
+    }
+
+    void oneMediaTagIsEnough()
+    {
+        StreamServer server(3);
+        for (int n = 1; n <= 3; ++n)
+            server.on(fragmentPath(n), replyOf("", 404));
+        server.on(fragmentPath(2), replyOf(hds::fragment(hds::audioTag(0, "only"))));
+        HdsRun run;
+        QCOMPARE(run.run(server.manifest()), 1);
+        QCOMPARE(run.contents(), QByteArrayList{"only"});
     }
 
     void redirects_data()

@@ -176,6 +176,47 @@ private slots:
         QCOMPARE(names(), (QByteArrayList{"a1", "v1", "a5", "v5"}));
     }
 
+    void whatIsMissingIsCounted()
+    {
+        CAdobeData::GetInstance()->SetFragCount(6);
+        QByteArray cut = hds::fragment(hds::audioTag(0, "a4") + hds::audioTag(1, "b4"));
+        cut.chop(7);
+        output()->SetFragContent(1, QByteArray());
+        output()->SetFragContent(2, "no boxes at all");
+        output()->SetFragContent(3, hds::fragment(hds::tag(18, 0, "script")));
+        QCOMPARE(output()->WriteFlvFile(), 3);
+        QVERIFY(!output()->HasMedia());
+        output()->SetFragContent(4, cut);
+        output()->SetFragContent(5,
+                                 hds::fragment(hds::tag(0x29, 0, "secret") + hds::tag(7, 0, "")
+                                               + hds::audioTag(0, "a5")));
+        output()->SetFragContent(6, hds::numberedFragment(6));
+        QCOMPARE(output()->WriteFlvFile(), 3);
+        QVERIFY(output()->HasMedia());
+        const CAdobeOutputFile::Losses losses = output()->GetLosses();
+        QCOMPARE(losses.given, 6);
+        QCOMPARE(losses.missing, 1);
+        QCOMPARE(losses.unusable, 2);
+        QCOMPARE(losses.cut, 1);
+        QCOMPARE(losses.skippedTags, qint64(2));
+        QVERIFY(!losses.isNone());
+
+        output()->Begin(1);
+        QVERIFY(!output()->HasMedia());
+        QVERIFY(output()->GetLosses().isNone());
+        output()->SetFragContent(1, hds::numberedFragment(1));
+        QCOMPARE(output()->WriteFlvFile(), 1);
+        QVERIFY(output()->GetLosses().isNone());
+    }
+
+    void onlyEncryptedTagsAreNoMedia()
+    {
+        output()->SetFragContent(1, hds::fragment(hds::tag(0x28, 0, "x") + hds::tag(0x29, 9, "y")));
+        QCOMPARE(output()->WriteFlvFile(), 1);
+        QVERIFY(!output()->HasMedia());
+        QCOMPARE(output()->GetLosses().unusable, 1);
+    }
+
     void contentFromAFile()
     {
         QFile file(m_folder->filePath(QStringLiteral("cached")));

@@ -68,6 +68,65 @@ class tst_RunHdsLosses : public QObject
     }
 
 private slots:
+    void aStreamWithoutMediaFails_data()
+    {
+        QTest::addColumn<HttpReply>("reply");
+        QTest::addColumn<QByteArray>("reason");
+        HttpReply gone;
+        gone.status = 404;
+        QTest::newRow("every fragment is dead")
+            << gone << QByteArray("of 3 fragments 3 never came, 0 hold");
+        QTest::newRow("every tag is encrypted")
+            << mediaReply(hds::fragment(hds::tag(0x28, 0, "a") + hds::tag(0x29, 0, "v")))
+            << QByteArray("of 3 fragments 0 never came, 3 hold");
+    }
+
+    void aStreamWithoutMediaFails()
+    {
+        QFETCH(HttpReply, reply);
+        QFETCH(QByteArray, reason);
+        ScriptedServer server;
+        serveStream(server, 3);
+        for (int i = 1; i <= 3; ++i)
+            server.on(fragmentPath(i), reply);
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), m_page, option("--f4f"), option("--log")}));
+        QVERIFY2(run.errorOutput().endsWith(endLines("failed")), run.errorOutput());
+        QCOMPARE(run.exitCode(), 0);
+        QVERIFY2(log(run).contains("holds no sound and no picture"), log(run));
+        QVERIFY2(log(run).contains(reason), log(run));
+        QVERIFY(run.fileContent(csvPath()).contains(",N,"));
+    }
+
+    void whatIsMissingIsTold()
+    {
+        ScriptedServer server;
+        serveStream(server, 5);
+        HttpReply gone;
+        gone.status = 404;
+        server.on(fragmentPath(2), gone);
+        server.on(fragmentPath(4), mediaReply("no fragment at all"));
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), m_page, option("--f4f"), option("--log")}));
+        QVERIFY2(run.errorOutput().endsWith(endLines("success")), run.errorOutput());
+        QVERIFY2(
+            log(run).contains("Warning: ")
+                && log(run).contains("of 5 fragments 1 never came, 1 hold no sound or picture"),
+            log(run));
+        QCOMPARE(tagCount(run), 6);
+    }
+
+    void aWholeStreamIsNotWarnedOf()
+    {
+        ScriptedServer server;
+        serveStream(server, 5);
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), m_page, option("--f4f"), option("--log")}));
+        QVERIFY2(run.errorOutput().endsWith(endLines("success")), run.errorOutput());
+        QVERIFY2(!log(run).contains("is not complete"), log(run));
+        QCOMPARE(tagCount(run), 10);
+    }
+
     void whatWasLeftToALostCacheIsFetchedAgain_data()
     {
         QTest::addColumn<bool>("comesAgain");
