@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr qint64 maxManifestBytes = 4 * 1024 * 1024; // of one manifest or bootstrap
-constexpr int maxChildCharacters = 8 * 1024 * 1024; // of all child manifests together
+constexpr qint64 maxManifestBytes = 64 * 1024 * 1024; // of one manifest or bootstrap
+constexpr int defaultMaxChildCharacters = 256 * 1024 * 1024; // of all child manifests together
 
 QVariant option(const char *key)
 {
@@ -29,9 +29,12 @@ bool isRtmp(const QString &address)
     return address.startsWith(QLatin1String("rtmp"));
 }
 
-QString mediaQuery(int n, const QString &path)
+/// The number that a query found, as GetBitrate() says.
+int numberOf(const QStringList &found, int fallback, int preferred)
 {
-    return QStringLiteral("//media[%1]/").arg(n) + path;
+    if (!found.isEmpty())
+        return found.constFirst().toInt(nullptr, 10);
+    return preferred >= 0 ? preferred : fallback;
 }
 
 } // namespace
@@ -40,16 +43,15 @@ struct CAdobeParser::Document
 {
     explicit Document(const QString &text)
         : xml(text)
+        , prolog(GetXmlPath(text, QString()))
         , queries(text)
     {
-        mediaCount = queries.select(GetXmlPath(xml, QStringLiteral("//media")));
-        bootstrapAddress =
-            queries.strings(GetXmlPath(xml, QStringLiteral("//bootstrapInfo[1]/@url/string()")))
-                .value(0);
-        const QStringList ids =
-            queries.strings(GetXmlPath(xml, QStringLiteral("//bootstrapInfo/string(@id)")));
-        const QStringList texts =
-            queries.strings(GetXmlPath(xml, QStringLiteral("//bootstrapInfo/string()")));
+        mediaCount = queries.select(prolog + QLatin1String("//media"));
+        bootstrapAddress = strings(QLatin1String("//bootstrapInfo[1]/@url/string()")).value(0);
+        // One inside another is none: the texts of all would else be many times the document.
+        const QString outermost = QStringLiteral("//bootstrapInfo[not(ancestor::bootstrapInfo)]/");
+        const QStringList ids = strings(outermost + QLatin1String("string(@id)"));
+        const QStringList texts = strings(outermost + QLatin1String("string()"));
         for (int i = 0; i < texts.size(); ++i) {
             const QByteArray bootstrap = decoded(texts.at(i));
             if (i == 0)
@@ -59,7 +61,17 @@ struct CAdobeParser::Document
         }
     }
 
+    /// The results of a path over the document.
+    QStringList strings(const QString &path) { return queries.strings(prolog + path); }
+
+    /// The results of a path relative to the n-th media element in document order, from 1.
+    QStringList ofMedia(int n, const QString &path)
+    {
+        return queries.stringsAt(n - 1, prolog + path);
+    }
+
     QString xml;
+    QString prolog; // of every query: looked for once, since that walks the text
     XPathDocument queries;
     int mediaCount = 0;
     QString bootstrapAddress; // empty: inline
@@ -70,10 +82,16 @@ struct CAdobeParser::Document
 CAdobeParser::CAdobeParser(const StopFlag &stop, const Fetch &fetch)
     : m_stop(stop)
     , m_fetch(fetch)
+    , m_maxChildCharacters(defaultMaxChildCharacters)
 {
 }
 
 CAdobeParser::~CAdobeParser() = default;
+
+void CAdobeParser::SetMaxChildCharacters(int characters)
+{
+    m_maxChildCharacters = characters;
+}
 
 bool CAdobeParser::parseManifest()
 {
@@ -124,17 +142,13 @@ CAdobeParser::Document &CAdobeParser::documentOf(const QString &xml)
 
 QString CAdobeParser::GetBaseUrl(const QString &xml, const QString &manifestUrl)
 {
-    const QStringList bases =
-        documentOf(xml).queries.strings(GetXmlPath(xml, QStringLiteral("//baseUrl/string()")));
+    const QStringList bases = documentOf(xml).strings(QStringLiteral("(//baseUrl)[1]/string()"));
     return bases.isEmpty() ? CAdobeUtils::GetBaseUrl(manifestUrl) : bases.constFirst();
 }
 
 int CAdobeParser::GetBitrate(const QString &xml, const QString &query, int fallback, int preferred)
 {
-    const QStringList found = documentOf(xml).queries.strings(GetXmlPath(xml, query));
-    if (!found.isEmpty())
-        return found.constFirst().toInt(nullptr, 10);
-    return preferred >= 0 ? preferred : fallback;
+    return numberOf(documentOf(xml).strings(query), fallback, preferred);
 }
 
 QMap<QString, QVariant> CAdobeParser::GetMediaAtrriInfo(const QString &xml, int n)
@@ -155,13 +169,12 @@ QMap<QString, QVariant> CAdobeParser::GetMediaAtrriInfo(const QString &xml, int 
 
 QByteArray CAdobeParser::GetMediaData(const QString &xml, int n)
 {
-    // The path as it stands finds only a media element without anything around it.
-    const QString path = QStringLiteral("media[%1]/metadata/string()").arg(n);
-    QStringList found = documentOf(xml).queries.strings(GetXmlPath(xml, path));
-    if (found.isEmpty()) {
-        found = documentOf(xml).queries.stringsAt(
-            n - 1, GetXmlPath(xml, QStringLiteral("metadata/string()")));
-    }
+    // The path as it stands finds only a media element without anything around it, the first then.
+    QStringList found;
+    if (n == 1)
+        found = documentOf(xml).strings(QStringLiteral("media[1]/metadata/string()"));
+    if (found.isEmpty())
+        found = documentOf(xml).ofMedia(n, QStringLiteral("metadata/string()"));
     return decoded(found.value(0));
 }
 
@@ -170,8 +183,7 @@ bool CAdobeParser::GetChildManifests()
     const QString address = option("manifest").toString();
     const QString base = GetBaseUrl(m_manifest, address);
     const QStringList hrefs =
-        documentOf(m_manifest)
-            .queries.strings(GetXmlPath(m_manifest, QStringLiteral("//media/@href/string()")));
+        documentOf(m_manifest).strings(QStringLiteral("//media/@href/string()"));
     m_manifests.clear();
     if (hrefs.isEmpty()) {
         m_manifests.insert(0,
@@ -181,13 +193,18 @@ bool CAdobeParser::GetChildManifests()
         return true;
     }
 
-    int charactersLeft = maxChildCharacters;
-    for (int i = 0; i < hrefs.size() && charactersLeft > 0 && !m_stop.isRaised(); ++i) {
+    int charactersLeft = m_maxChildCharacters;
+    for (int i = 0; i < hrefs.size() && !m_stop.isRaised(); ++i) {
+        if (charactersLeft <= 0) {
+            qWarning("%d of %d child manifests are left out: those before them have %d characters",
+                     hrefs.size() - i, hrefs.size(), m_maxChildCharacters - charactersLeft);
+            break;
+        }
         const QString childAddress = QUrl(base).resolved(QUrl(hrefs.at(i))).toString();
         const QString xml = GetManifestContent(childAddress);
         charactersLeft -= xml.size();
-        const int bitrate =
-            GetBitrate(m_manifest, mediaQuery(i + 1, QStringLiteral("@bitrate/string()")), i, -1);
+        const int bitrate = numberOf(
+            documentOf(m_manifest).ofMedia(i + 1, QStringLiteral("@bitrate/string()")), i, -1);
         m_manifests.insert(bitrate,
                            QVariantMap{{QStringLiteral("xml"), xml},
                                        {QStringLiteral("url"), childAddress},

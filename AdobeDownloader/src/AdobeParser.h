@@ -29,6 +29,10 @@ public:
     /// empty, from the network
     explicit CAdobeParser(const StopFlag &stop = StopFlag(), const Fetch &fetch = Fetch());
     ~CAdobeParser();
+
+    /// How many characters of child manifests are fetched before the rest are left out, with a
+    /// warning; 256 Mi unless it is called.
+    void SetMaxChildCharacters(int characters);
     Q_DISABLE_COPY(CAdobeParser)
 
     // The manifest (AdobeParser.cpp).
@@ -128,6 +132,7 @@ private:
     QMap<int, QVariant> m_manifests; // still to be read, by bitrate
     QMap<int, QVariant> m_renditions; // by bitrate
     int m_renditionCount = 0;
+    int m_maxChildCharacters;
     std::unique_ptr<Document> m_document;
     QHash<QString, QByteArray> m_fetchedBootstraps; // by address
 

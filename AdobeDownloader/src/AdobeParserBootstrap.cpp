@@ -21,6 +21,7 @@ constexpr quint64 compactHeaderBytes = 8;
 constexpr quint64 largeHeaderBytes = 16;
 constexpr quint64 segmentEntryBytes = 8;
 constexpr quint64 fragmentEntryBytes = 16; // at least
+constexpr int maxTableEntries = 1000000; // each takes hundreds of bytes
 constexpr unsigned int liveBit = 0x20;
 constexpr unsigned int updateBit = 0x10;
 constexpr int fragmentsBeforeLiveEdge = 2;
@@ -250,6 +251,10 @@ quint64 CAdobeParser::bytesLeft() const
 /// have no more entries than the bytes would hold if each stood there once.
 bool CAdobeParser::hasRoom(const QVariantList &table, quint64 entryBytes) const
 {
+    if (table.size() >= maxTableEntries) {
+        qWarning("a table of the bootstrap is cut: it has more than %d entries", maxTableEntries);
+        return false;
+    }
     const auto most = static_cast<quint64>(m_box.size()) / entryBytes;
     return bytesLeft() >= entryBytes && static_cast<quint64>(table.size()) < most;
 }

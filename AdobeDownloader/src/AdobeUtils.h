@@ -85,7 +85,7 @@ public:
     // XML.
 
     /// The results of an XPath query over XML text, which is the query's focus. Empty for no match,
-    /// an invalid query, or text that is not well-formed or has a DOCTYPE.
+    /// an invalid query, or text that is not well-formed or beyond XmlLimits.
     [[nodiscard]] static QStringList execxPathQuery(const QString &xml, const QString &query);
 
     /// The first result of execxPathQuery(); empty when there is none.

@@ -1,19 +1,15 @@
 #include "XPathDocument.h"
 
+#include "XmlLimits.h"
+
 #include <QAbstractMessageHandler>
 #include <QAbstractUriResolver>
 #include <QUrl>
 #include <QXmlItem>
 #include <QXmlQuery>
 #include <QXmlResultItems>
-#include <QXmlStreamReader>
-
-#include <vector>
 
 namespace {
-
-constexpr int maxDepth = 64; // the query engine loses nodes that lie deeper than 127
-constexpr int maxElements = 20000; // a query walks them all
 
 class SilentHandler final : public QAbstractMessageHandler
 {
@@ -40,36 +36,6 @@ QString withoutDeclaration(const QString &xml)
         start = end < 0 ? xml.size() : end + 2;
     }
     return xml.mid(start);
-}
-
-/// Whether the text is a document that may be queried. What is refused though it is XML is told.
-bool isQueryable(const QString &xml)
-{
-    QXmlStreamReader reader(xml);
-    const char *reason = nullptr;
-    int depth = 0;
-    int elements = 0;
-    while (!reader.atEnd() && !reason) {
-        switch (reader.readNext()) {
-        case QXmlStreamReader::DTD:
-            reason = "it has a DOCTYPE";
-            break;
-        case QXmlStreamReader::StartElement:
-            if (++depth > maxDepth)
-                reason = "it is nested too deeply";
-            if (++elements > maxElements)
-                reason = "it has too many elements";
-            break;
-        case QXmlStreamReader::EndElement:
-            --depth;
-            break;
-        default:
-            break;
-        }
-    }
-    if (reason)
-        qWarning("an XML document of %d characters is refused: %s", xml.size(), reason);
-    return !reason && !reader.hasError();
 }
 
 } // namespace
@@ -135,7 +101,7 @@ private:
 XPathDocument::XPathDocument(const QString &xml)
 {
     const QString text = withoutDeclaration(xml);
-    if (!isQueryable(text))
+    if (!XmlLimits::accepts(text))
         return;
     auto engine = std::make_unique<Engine>(text);
     if (engine->isReady())

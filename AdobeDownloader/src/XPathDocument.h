@@ -8,9 +8,8 @@
 
 /// XML text, parsed once, that any number of XPath queries can be asked of.
 ///
-/// Queries reach this document only: they cannot read files or addresses. Text with a DOCTYPE, or
-/// that is not well-formed, nested too deeply or made of too many elements, answers every query
-/// with nothing. Not shared between threads.
+/// Queries reach this document only: they cannot read files or addresses. Text that XmlLimits does
+/// not accept answers every query with nothing. Not shared between threads.
 class XPathDocument final
 {
 public:

@@ -14,6 +14,7 @@ constexpr int faultyFragment = 3;
 constexpr int tagsPerFragment = 2;
 constexpr qint64 floodBytes = 8 * 1024 * 1024; // after so many a run is stopped ...
 constexpr qint64 headerFloodBytes = 256 * 1024; // ... which take headers in slowly
+constexpr qint64 manifestFloodBytes = 128 * 1024 * 1024; // a run ends by itself at half of that
 constexpr qint64 maxMemoryBytes = 1536LL * 1024 * 1024;
 
 const QByteArray &video()
@@ -177,11 +178,17 @@ bool NetworkCell::watch()
     }
     // A page, a probe and a thumbnail do not hold a run up; the others have no end of their own.
     const bool endsByItself = m_stage == Page || m_stage == Probe || m_stage == Thumbnail;
-    const bool isHeader = QByteArray(m_fault.name).contains("header");
-    if (m_fault.isEndless && !endsByItself
-        && m_sentBytes >= (isHeader ? headerFloodBytes : floodBytes))
+    if (m_fault.isEndless && !endsByItself && m_sentBytes >= stopAfterBytes())
         m_run.stop();
     return m_run.hasEnded();
+}
+
+/// How much of a flood a run takes before it is stopped.
+qint64 NetworkCell::stopAfterBytes() const
+{
+    if (QByteArray(m_fault.name).contains("header"))
+        return headerFloodBytes;
+    return m_stage == Manifest || m_stage == Bootstrap ? manifestFloodBytes : floodBytes;
 }
 
 QString NetworkCell::outcome() const

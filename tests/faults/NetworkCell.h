@@ -30,6 +30,7 @@ private:
     void sendFaulty(QTcpSocket *socket, const HttpRequest &request, const HttpReply &good);
     [[nodiscard]] QString judgeVideo(const QString &result) const;
     [[nodiscard]] QString judgeThumbnail() const;
+    [[nodiscard]] qint64 stopAfterBytes() const;
     [[nodiscard]] QString judgeStream(const QString &result) const;
 
     const Stage m_stage;

@@ -7,6 +7,7 @@
 #include "TestMain.h"
 
 #include <QElapsedTimer>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <memory>
@@ -126,8 +127,9 @@ private slots:
         QTest::newRow("no bootstrap") << inManifest("<media url=\"s\"/>");
         QTest::newRow("empty bootstrap")
             << inManifest("<bootstrapInfo id=\"b\"> </bootstrapInfo><media url=\"s\"/>");
-        QTest::newRow("DOCTYPE") << QByteArray("<!DOCTYPE manifest><manifest>" + inlineBootstrap(5)
-                                               + "<media url=\"s\"/></manifest>");
+        QTest::newRow("DOCTYPE with a subset")
+            << QByteArray("<!DOCTYPE manifest []><manifest>" + inlineBootstrap(5)
+                          + "<media url=\"s\"/></manifest>");
         QTest::newRow("NUL bytes") << QByteArray(1000, '\0');
         QTest::newRow("not UTF-8") << QByteArray(1000, '\xff');
     }
@@ -139,6 +141,13 @@ private slots:
         QVERIFY(!parse(text));
         QCOMPARE(catcher.lines().constLast(),
                  QStringLiteral("manifest xml not contains bootstrap! "));
+    }
+
+    void aDoctypeThatOnlyNamesTheRoot()
+    {
+        QVERIFY(parse("<!DOCTYPE manifest><manifest>" + inlineBootstrap(5)
+                      + "<media url=\"s\"/></manifest>"));
+        QCOMPARE(CAdobeData::GetInstance()->GetFragCount(), 5);
     }
 
     void everyCutOfAManifest()
@@ -325,7 +334,7 @@ private slots:
         QFETCH(QString, author);
         setOption("author", author);
         address.replace("%P", QByteArray::number(m_server->port()));
-        serve(target.left(target.indexOf('?')), hds::simpleBootstrap(6).toBase64() + "\r\n");
+        serve(target.split('?').constFirst(), hds::simpleBootstrap(6).toBase64() + "\r\n");
         QVERIFY(parse(inManifest("<bootstrapInfo id=\"b\" url=\"" + address + "\">"
                                  + hds::simpleBootstrap(3).toBase64()
                                  + "</bootstrapInfo><media url=\"s\" bitrate=\"1\"/>"
@@ -386,6 +395,21 @@ private slots:
         // A manifest's own entry has left the table: 800 stood for the one that holds 850.
         QCOMPARE(catcher.linesWith(QStringLiteral("all quality:")),
                  QStringList{QStringLiteral("\"all quality: 300  850  1500 \" ")});
+    }
+
+    void bitratesOfChildrenAreThoseInDocumentOrder()
+    {
+        for (const char *name : {"a", "b", "c"}) {
+            serve("/dir/" + QByteArray(name) + ".f4m",
+                  inManifest(inlineBootstrap(3) + "<media url=\"" + name + "\"/>"));
+        }
+        const MessageCatcher catcher;
+        QVERIFY(parse(inManifest("<group><media href=\"a.f4m\" bitrate=\"300\"/>"
+                                 "<media href=\"b.f4m\" bitrate=\"1500\"/></group>"
+                                 "<group><media href=\"c.f4m\" bitrate=\"800\"/></group>")));
+        QCOMPARE(media("url"), QVariant(QStringLiteral("b")));
+        QCOMPARE(catcher.linesWith(QStringLiteral("all quality:")),
+                 QStringList{QStringLiteral("\"all quality: 300  800  1500 \" ")});
     }
 
     void childManifestsWithoutBitrate()
@@ -478,10 +502,101 @@ private slots:
         QCOMPARE(CAdobeData::GetInstance()->GetFragCount(), 20000);
     }
 
-    void manifestsOverTheLimitAreRefused()
+    void manyRenditionsWithoutANamespaceCostTheirSum()
     {
-        const QByteArray padding(4 * 1024 * 1024, ' ');
-        QVERIFY(!parse(inManifest(inlineBootstrap(5) + "<media url=\"s\"/>" + padding)));
+        // The namespace is looked for once: it would else take minutes to find that there is none.
+        QByteArray elements = inlineBootstrap(5) + QByteArray(3 * 1024 * 1024, ' ');
+        for (int i = 1; i <= 8000; ++i) {
+            const QByteArray number = QByteArray::number(i);
+            elements += "<media bitrate=\"" + number + "\" url=\"s" + number + "\"/>";
+        }
+        const MessageCatcher catcher;
+        QVERIFY(parse("<manifest>" + elements + "</manifest>"));
+        QCOMPARE(media("url"), QVariant(QStringLiteral("s8000")));
+    }
+
+    void manyChildrenCostTheirSum()
+    {
+        constexpr int count = 20000;
+        QByteArray elements;
+        for (int i = 1; i <= count; ++i) {
+            const QByteArray number = QByteArray::number(i);
+            elements += "<media href=\"" + number + "\" bitrate=\"" + number + "\"/>";
+        }
+        const QString last = m_server->address("/dir/" + QByteArray::number(count));
+        const MessageCatcher catcher;
+        CAdobeParser parser(StopFlag(), [&](const QString &address) {
+            if (address.contains(QLatin1String("main.f4m")))
+                return QString::fromLatin1(inManifest(elements));
+            return address == last
+                ? QString::fromLatin1(inManifest(inlineBootstrap(5) + "<media url=\"s\"/>"))
+                : QString();
+        });
+        QVERIFY(parser.parseManifest());
+        QCOMPARE(media("bitrate"), QVariant(count));
+    }
+
+    void largeManifestsAreRead()
+    {
+        // More elements and more bytes than a manifest needs, yet nothing that is refused.
+        const QByteArray padding = QByteArray("<x/>").repeated(50000);
+        QVERIFY(parse(inManifest(inlineBootstrap(5) + "<media url=\"s\"/>" + padding
+                                 + QByteArray(5 * 1024 * 1024, ' '))));
+        QCOMPARE(CAdobeData::GetInstance()->GetFragCount(), 5);
+    }
+
+    void largeChildManifestsAreAllRead()
+    {
+        QByteArray elements;
+        for (const char *name : {"1", "2", "3", "4"}) {
+            serve("/dir/" + QByteArray(name),
+                  inManifest(inlineBootstrap(3) + "<media url=\"u" + name + "\"/>"
+                             + QByteArray(3 * 1024 * 1024, ' ')));
+            elements += "<media href=\"" + QByteArray(name) + "\"/>";
+        }
+        QVERIFY(parse(inManifest(elements)));
+        QCOMPARE(media("url"), QVariant(QStringLiteral("u4")));
+    }
+
+    void childManifestsOverTheLimitAreLeftOutWithAWarning()
+    {
+        QByteArray elements;
+        for (const char *name : {"1", "2", "3", "4"}) {
+            serve("/dir/" + QByteArray(name),
+                  inManifest(inlineBootstrap(3) + "<media url=\"u" + name + "\"/>"));
+            elements += "<media href=\"" + QByteArray(name) + "\"/>";
+        }
+        serve("/dir/main.f4m", inManifest(elements));
+        const int characters = inManifest(inlineBootstrap(3) + "<media url=\"u1\"/>").size();
+        CAdobeParser parser;
+        parser.SetMaxChildCharacters(characters + 1);
+        const QString warning = QStringLiteral("2 of 4 child manifests are left out: those before "
+                                               "them have %1 characters")
+                                    .arg(2 * characters);
+        QTest::ignoreMessage(QtWarningMsg, qPrintable(warning));
+        QVERIFY(parser.parseManifest());
+        QCOMPARE(media("url"), QVariant(QStringLiteral("u2")));
+        QVERIFY(m_server->requestsFor("/dir/3").isEmpty());
+    }
+
+    void manifestsOverTheLimitAreRefusedWithAWarning()
+    {
+        HttpReply reply = replyOf(inManifest(inlineBootstrap(5) + "<media url=\"s\"/>"));
+        reply.headers = {{"Content-Length", QByteArray::number(64 * 1024 * 1024 + 1)}};
+        m_server->on("/dir/main.f4m", reply);
+        QTest::ignoreMessage(
+            QtWarningMsg,
+            QRegularExpression(QStringLiteral("is not fetched: its body is over 67108864 bytes")));
+        QVERIFY(!CAdobeParser().parseManifest());
+    }
+
+    void textsInsideEachOtherAreNotHeldMoreThanOnce()
+    {
+        // All of the outer ones together would take gigabytes.
+        const QByteArray nested = QByteArray("<bootstrapInfo>").repeated(50) + inlineBootstrap(5)
+            + QByteArray(16 * 1024 * 1024, ' ') + QByteArray("</bootstrapInfo>").repeated(50);
+        QVERIFY(parse(inManifest(nested + "<media url=\"s\"/>")));
+        QCOMPARE(CAdobeData::GetInstance()->GetFragCount(), 5);
     }
 };
 

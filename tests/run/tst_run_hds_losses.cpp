@@ -127,6 +127,26 @@ private slots:
         QCOMPARE(tagCount(run), 10);
     }
 
+    /// More of everything than a manifest needs, a document type, and a bootstrap beside it.
+    void aLargeManifest()
+    {
+        ScriptedServer server;
+        serveStream(server, 3);
+        server.on("/s/m.f4m",
+                  mediaReply("<?xml version=\"1.0\"?>\n<!DOCTYPE manifest>\n<manifest>"
+                             "<bootstrapInfo id=\"b\" url=\"s.abst\"/>"
+                             "<media url=\"stream\" bitrate=\"800\" bootstrapInfoId=\"b\"/>"
+                                 + QByteArray("<x/>").repeated(25000)
+                                 + QByteArray(5 * 1024 * 1024, ' ') + "</manifest>",
+                             "video/f4m"));
+        server.on("/s/s.abst", mediaReply(hds::simpleBootstrap(3).toBase64()));
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), m_page, option("--f4f")}));
+        QVERIFY2(run.errorOutput().endsWith(endLines("success")), run.errorOutput());
+        QCOMPARE(tagCount(run), 6);
+        QCOMPARE(server.requestsFor("/s/s.abst").size(), 1);
+    }
+
     void whatWasLeftToALostCacheIsFetchedAgain_data()
     {
         QTest::addColumn<bool>("comesAgain");
