@@ -268,10 +268,13 @@ QByteArray CAdobeParser::GetBootStrap(const QString &xml, const QString &baseUrl
 
 QByteArray CAdobeParser::externalBootstrap(const QString &address, const QString &baseUrl)
 {
-    const QString withAuthor = address + QLatin1Char('?') + option("author").toString();
+    const QString author = option("author").toString();
+    const QString withAuthor = address + QLatin1Char('?') + author;
     QString target = CAdobeUtils::NormalizePath(withAuthor);
-    if (target.isEmpty())
-        target = QUrl(baseUrl).resolved(QUrl(withAuthor)).toString();
+    if (target.isEmpty()) {
+        const QString relative = author.isEmpty() ? address : withAuthor;
+        target = QUrl(baseUrl).resolved(QUrl(relative)).toString();
+    }
     // Renditions share their bootstrap as a rule: once fetched and held is enough.
     if (!m_fetchedBootstraps.contains(target))
         m_fetchedBootstraps.insert(target, decoded(GetManifestContent(target)));

@@ -315,8 +315,10 @@ private slots:
         QTest::addColumn<QByteArray>("target");
         QTest::addColumn<QString>("author");
         const QString none;
-        QTest::newRow("relative") << QByteArray("b/s.abst") << QByteArray("/dir/b/s.abst?") << none;
-        QTest::newRow("up") << QByteArray("../s.abst") << QByteArray("/s.abst?") << none;
+        QTest::newRow("relative") << QByteArray("b/s.abst") << QByteArray("/dir/b/s.abst") << none;
+        QTest::newRow("relative, with a query")
+            << QByteArray("s.abst?a=b") << QByteArray("/dir/s.abst?a=b") << none;
+        QTest::newRow("up") << QByteArray("../s.abst") << QByteArray("/s.abst") << none;
         QTest::newRow("absolute") << QByteArray("http://127.0.0.1:%P/a/../s.abst")
                                   << QByteArray("/a/s.abst?") << none;
         QTest::newRow("without scheme")

@@ -145,6 +145,7 @@ private slots:
         QVERIFY2(run.errorOutput().endsWith(endLines("success")), run.errorOutput());
         QCOMPARE(tagCount(run), 6);
         QCOMPARE(server.requestsFor("/s/s.abst").size(), 1);
+        QCOMPARE(server.requestsFor("/s/s.abst").constFirst().target, QByteArray("/s/s.abst"));
     }
 
     void whatWasLeftToALostCacheIsFetchedAgain_data()
