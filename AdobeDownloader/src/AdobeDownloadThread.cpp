@@ -147,8 +147,9 @@ QByteArray CAdobeDownloadThread::GetFragContent()
     return content;
 }
 
-/// Fetches until the fragment is complete, or the attempts are used up. What may have been cut off
-/// is better than nothing then, but not good enough to be kept for the next run.
+/// Fetches until the fragment is complete, has come twice the same, or the attempts are used up.
+/// What may have been cut off is better than nothing then, but not good enough to be kept for the
+/// next run.
 QByteArray CAdobeDownloadThread::fetch(const QString &url)
 {
     QByteArray content;
@@ -161,9 +162,12 @@ QByteArray CAdobeDownloadThread::fetch(const QString &url)
         browser.get(url, true);
         if (!browser.success() || browser.rawContent().size() < content.size())
             continue;
+        const bool isRepeated = !content.isEmpty() && browser.rawContent() == content;
         content = browser.rawContent();
         m_isComplete =
             !content.isEmpty() && (browser.isLengthKnown() || CAdobeOutputFile::IsWhole(content));
+        if (isRepeated)
+            break; // cut or not, there is no more to it
     }
     return content;
 }

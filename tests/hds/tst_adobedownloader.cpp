@@ -21,6 +21,18 @@ HttpReply replyOf(const QByteArray &body, int status = 200)
     return reply;
 }
 
+/// An answer that does not say how long it is, yet has an end that nobody can mistake.
+HttpReply chunkedReplyOf(const QByteArray &body)
+{
+    HttpReply reply;
+    reply.headers = {{"Transfer-Encoding", "chunked"}};
+    reply.withoutLength = true;
+    if (!body.isEmpty())
+        reply.body = QByteArray::number(body.size(), 16) + "\r\n" + body + "\r\n";
+    reply.body += "0\r\n\r\n";
+    return reply;
+}
+
 QByteArray fragmentPath(int number)
 {
     return "/dir/sSeg1-Frag" + QByteArray::number(number);
@@ -420,7 +432,50 @@ private slots:
         QCOMPARE(run.cacheFiles().size(), 2);
         // Of its own accord the network library repeats a request whose connection is closed early,
         // so attempts are counted on this side.
-        QCOMPARE(catcher.linesWith(QStringLiteral("Frag2\"")).size(), 31);
+        // The same twice is enough.
+        QCOMPARE(catcher.linesWith(QStringLiteral("Frag2\"")).size(), 2);
+    }
+
+    void whatNeverComesTwiceTheSameIsFetchedToTheLastAttempt()
+    {
+        StreamServer server(3);
+        const QByteArray body =
+            hds::fragment(hds::audioTag(100, "whole") + hds::audioTag(123, QByteArray(100, 'x')));
+        int seen = 0;
+        server.on(fragmentPath(2), [&seen, body](const HttpRequest &) {
+            return chunkedReplyOf(body.left(body.size() - 80 + ++seen));
+        });
+        HdsRun run;
+        QCOMPARE(run.run(server.manifest()), 1);
+        QCOMPARE(seen, 31);
+        QCOMPARE(run.contents(), (QByteArrayList{"a1", "v1", "whole", "a3", "v3"}));
+        QCOMPARE(run.cacheFiles().size(), 2);
+    }
+
+    void whatComesShorterInBetweenIsNotTheSame()
+    {
+        StreamServer server(3);
+        const QByteArray body = hds::fragment(hds::audioTag(100, "one") + hds::audioTag(123, "two")
+                                              + hds::audioTag(146, "three"));
+        int seen = 0;
+        server.on(fragmentPath(2), [&seen, body](const HttpRequest &) {
+            static const int cuts[] = {60, 5, 60, 40, 5};
+            return chunkedReplyOf(body.left(body.size() - cuts[qMin(seen++, 4)]));
+        });
+        HdsRun run;
+        QCOMPARE(run.run(server.manifest()), 1);
+        QCOMPARE(seen, 5);
+        QCOMPARE(run.contents(), (QByteArrayList{"a1", "v1", "one", "two", "a3", "v3"}));
+    }
+
+    void anEmptyBodyIsNoAnswer()
+    {
+        StreamServer server(3);
+        server.on(fragmentPath(2), chunkedReplyOf(QByteArray()));
+        HdsRun run;
+        QCOMPARE(run.run(server.manifest()), 1);
+        QCOMPARE(server.requestsFor(fragmentPath(2)).size(), 31);
+        QCOMPARE(run.contents(), contentsOf({1, 3}));
     }
 
     void truncatedAndOddFragments_data()

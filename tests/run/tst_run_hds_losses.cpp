@@ -127,6 +127,26 @@ private slots:
         QCOMPARE(tagCount(run), 10);
     }
 
+    void twoAnswersThatAreTheSameAreEnough()
+    {
+        ScriptedServer server;
+        serveStream(server, 3);
+        QByteArray cut = hds::numberedFragment(2);
+        cut.chop(5); // inside its second tag
+        HttpReply reply = mediaReply(
+            QByteArray::number(cut.size(), 16) + "\r\n" + cut + "\r\n0\r\n\r\n", "video/f4f");
+        reply.headers += qMakePair(QByteArray("Transfer-Encoding"), QByteArray("chunked"));
+        reply.withoutLength = true;
+        server.on(fragmentPath(2), reply);
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), m_page, option("--f4f"), option("--log")}));
+        QVERIFY2(run.errorOutput().endsWith(endLines("success")), run.errorOutput());
+        QCOMPARE(server.requestsFor(fragmentPath(2)).size(), 2);
+        QCOMPARE(tagCount(run), 5);
+        QCOMPARE(cachedCount(run), 2);
+        QVERIFY2(log(run).contains("and 1 are cut short"), log(run));
+    }
+
     /// More of everything than a manifest needs, a document type, and a bootstrap beside it.
     void aLargeManifest()
     {
