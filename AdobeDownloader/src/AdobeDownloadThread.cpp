@@ -9,9 +9,24 @@
 #include <QFileInfo>
 #include <QTemporaryFile>
 
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
+#include <sys/stat.h>
+
 namespace {
+
+/// What others may not do with new files. Asked for while the program is loaded: to ask is to
+/// change it for a moment, and for all threads.
+mode_t processUmask()
+{
+    const mode_t mask = ::umask(S_IRWXG | S_IRWXO);
+    ::umask(mask);
+    return mask;
+}
+
+const mode_t newFileMask = processUmask();
 
 constexpr int maxAttempts = 31;
 constexpr qint64 maxFragmentBytes = 256 * 1024 * 1024;
@@ -23,6 +38,14 @@ QByteArray cachedContent(const QString &path)
     return bytes <= maxFragmentBytes ? CAdobeUtils::ReadWholeFile(path, bytes) : QByteArray();
 }
 
+/// The permissions that a file gets that is created plainly. The toolkit's temporary files have
+/// those of a secret.
+bool setPlainPermissions(const QTemporaryFile &file)
+{
+    constexpr mode_t everybody = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+    return ::fchmod(file.handle(), everybody & ~newFileMask) == 0;
+}
+
 /// Writes a file under a temporary name and renames it, so that a run that is killed leaves no
 /// part of it behind under its own name.
 bool writeWhole(const QString &path, const QByteArray &data)
@@ -30,6 +53,8 @@ bool writeWhole(const QString &path, const QByteArray &data)
     QTemporaryFile file(path + QLatin1String(".XXXXXX"));
     if (!file.open() || file.write(data) != data.size() || !file.flush())
         return false;
+    if (!setPlainPermissions(file))
+        qWarning("%s is for its owner only: %s", qUtf8Printable(path), std::strerror(errno));
     QFile::remove(path); // at most an empty file, for anything else would have been used
     if (!file.rename(path))
         return false;

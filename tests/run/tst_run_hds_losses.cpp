@@ -6,6 +6,8 @@
 #include <QPointer>
 #include <QRegularExpression>
 
+#include <sys/stat.h>
+
 namespace {
 
 QByteArray fragmentPath(int number)
@@ -166,6 +168,35 @@ private slots:
         QCOMPARE(tagCount(run), 6);
         QCOMPARE(server.requestsFor("/s/s.abst").size(), 1);
         QCOMPARE(server.requestsFor("/s/s.abst").constFirst().target, QByteArray("/s/s.abst"));
+    }
+
+    void cachedFragmentsFollowTheUmask_data()
+    {
+        QTest::addColumn<QString>("mask");
+        QTest::addColumn<int>("permissions"); // in octal digits
+        QTest::newRow("022") << option("022") << 0644;
+        QTest::newRow("002") << option("002") << 0664;
+        QTest::newRow("077") << option("077") << 0600;
+    }
+
+    void cachedFragmentsFollowTheUmask()
+    {
+        QFETCH(QString, mask);
+        QFETCH(int, permissions);
+        ScriptedServer server;
+        serveStream(server, 2);
+        ProgramRun run;
+        run.setLauncher({option("sh"), option("-c"), option("umask $0 && exec \"$@\""), mask});
+        QVERIFY(run.run({option("--url"), m_page, option("--f4f"), option("--log")}));
+        QVERIFY2(run.errorOutput().endsWith(endLines("success")), run.errorOutput());
+        QCOMPARE(cachedCount(run), 2);
+        const QDir cache(run.path(option("tmp/f4ftmp")));
+        for (const QString &name : cache.entryList(QDir::Files)) {
+            struct stat info = {};
+            QCOMPARE(::stat(QFile::encodeName(cache.filePath(name)).constData(), &info), 0);
+            QCOMPARE(int(info.st_mode & 0777), permissions);
+        }
+        QVERIFY2(!log(run).contains("owner only"), log(run));
     }
 
     void whatWasLeftToALostCacheIsFetchedAgain_data()
