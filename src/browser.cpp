@@ -87,15 +87,28 @@ QString queryOf(const QString &address)
     return mark > 0 ? address.mid(mark + 1) : QString();
 }
 
-/// Whether a text of the page would be taken for an option of its own.
+/// Whether a text of the page or the caller would be taken for an option of its own.
 bool isLikeOption(const QString &text)
 {
     return text.startsWith(QLatin1String("--"));
 }
 
-/// The stream's download as an argument list. The first two stand where a program name would, and
-/// are not read.
-QStringList hdsArguments(const QString &f4mUrl, const QString &outDir)
+/// Sets an option of the stream's download as its argument list would, whatever the text begins
+/// with.
+void setHdsOption(const QString &name, const QString &text)
+{
+    auto *const options = CAdobePreference::GetInstance();
+    if (!isLikeOption(text)) {
+        options->parseParams({QString(), QLatin1String("--") + name, text});
+        return;
+    }
+    options->SetOption(name, text);
+    HostLine::sendQuoted(QStringLiteral("setOption: %1=%2").arg(name, text));
+}
+
+/// What comes before the output in the stream's download as an argument list. The first two stand
+/// where a program name would, and are not read.
+QStringList hdsArguments(const QString &f4mUrl)
 {
     const auto *const preference = CVideoPreference::instance();
     QStringList arguments{QStringLiteral("--url"), preference->GetPageUrl(),
@@ -107,9 +120,6 @@ QStringList hdsArguments(const QString &f4mUrl, const QString &outDir)
     if (!proxy.host.isEmpty())
         arguments += {QStringLiteral("--proxy"),
                       QStringLiteral("%1:%2:%3").arg(proxy.type).arg(proxy.host).arg(proxy.port)};
-    const QString path = preference->GetVideoFullPath();
-    arguments += {QStringLiteral("--outFile"), path.mid(path.lastIndexOf(QLatin1Char('/')) + 1),
-                  QStringLiteral("--outDir"), outDir};
     return arguments;
 }
 
@@ -619,7 +629,10 @@ int Browser::DownloadF4f(const QString &f4mUrl)
     const auto *const preference = CVideoPreference::instance();
     const QString outDir = preference->GetOutDir();
     HostLine::sendQuoted(outDir);
-    CAdobePreference::GetInstance()->parseParams(hdsArguments(f4mUrl, outDir));
+    CAdobePreference::GetInstance()->parseParams(hdsArguments(f4mUrl));
+    const QString path = preference->GetVideoFullPath();
+    setHdsOption(QStringLiteral("outFile"), path.mid(path.lastIndexOf(QLatin1Char('/')) + 1));
+    setHdsOption(QStringLiteral("outDir"), outDir);
     if (isLikeOption(queryOf(f4mUrl)))
         CAdobePreference::GetInstance()->SetOption(QStringLiteral("auth"), queryOf(f4mUrl));
     CAdobePreference::GetInstance()->SetOption(QStringLiteral("stall"), preference->GetStall());

@@ -170,6 +170,44 @@ private slots:
         QCOMPARE(server.requestsFor("/s/s.abst").constFirst().target, QByteArray("/s/s.abst"));
     }
 
+    void aNameThatLooksLikeAnOption_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("dashes") << option("--a.flv");
+        QTest::newRow("an option") << option("--delete");
+        QTest::newRow("an option that takes a value") << option("--manifest");
+        QTest::newRow("dashes alone") << option("--");
+    }
+
+    /// It names the file, and nothing else comes of it.
+    void aNameThatLooksLikeAnOption()
+    {
+        QFETCH(QString, name);
+        ScriptedServer server;
+        serveStream(server, 2);
+        ProgramRun run;
+        QVERIFY(QDir().mkpath(run.path(option("tmp"))));
+        const QString file = run.path(option("tmp/") + name);
+        QVERIFY(run.run({option("--url"), m_page, option("--f4f"), option("--saveto"), file}));
+        QVERIFY2(run.errorOutput().endsWith(endLines("success")), run.errorOutput());
+        QList<QByteArray> options;
+        for (const QByteArray &line : run.errorLines()) {
+            if (line.startsWith("\"setOption"))
+                options += line + '\n';
+        }
+        const QByteArray folder = run.path(option("tmp")).toUtf8();
+        QCOMPARE(options,
+                 (QList<QByteArray>{
+                     composedLine("setOption: manifest=" + server.address("/s/m.f4m").toUtf8()),
+                     composedLine("setOption: outFile=" + name.toUtf8()),
+                     composedLine("setOption: outDir=" + folder)}));
+        QString error;
+        QCOMPARE(hds::readFlv(run.fileContent(option("tmp/") + name), error).size(), 4);
+        QCOMPARE(QDir(run.path(option("tmp"))).entryList(QDir::Files | QDir::Hidden),
+                 QStringList{name});
+        QCOMPARE(cachedCount(run), 2);
+    }
+
     void cachedFragmentsFollowTheUmask_data()
     {
         QTest::addColumn<QString>("mask");
