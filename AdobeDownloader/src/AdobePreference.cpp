@@ -70,6 +70,12 @@ QVariant CAdobePreference::GetOption(const QString &key)
     return m_options[key];
 }
 
+bool CAdobePreference::HasOption(const QString &key) const
+{
+    const std::lock_guard locker(m_mutex);
+    return m_options.contains(key);
+}
+
 void CAdobePreference::SetOption(const QString &key, const QVariant &value)
 {
     const std::lock_guard locker(m_mutex);

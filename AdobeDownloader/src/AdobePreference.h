@@ -19,6 +19,9 @@ public:
     /// 0, false or "".
     QVariant GetOption(const QString &key);
 
+    /// Whether the key is there: it has a default, was set, or was asked for.
+    [[nodiscard]] bool HasOption(const QString &key) const;
+
     /// Stores or replaces a value under any key.
     void SetOption(const QString &key, const QVariant &value);
 
@@ -37,7 +40,7 @@ private:
 
     bool setProxy(const QString &value);
 
-    std::mutex m_mutex; // guards m_options; standard, so that thread analysers see it
+    mutable std::mutex m_mutex; // guards m_options; standard, so that thread analysers see it
     QMap<QString, QVariant> m_options;
 };
 

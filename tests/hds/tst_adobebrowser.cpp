@@ -294,6 +294,46 @@ private slots:
         }
     }
 
+    void aRedirectThatComesBackOnItself_data()
+    {
+        QTest::addColumn<int>("redirects"); // before there is something else
+        QTest::addColumn<bool>("hasLocation"); // in the answer then
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<int>("code");
+        QTest::newRow("for ever") << 100 << false << 5 << 1;
+        QTest::newRow("and a last 200") << 4 << false << 5 << 0;
+        QTest::newRow("and a last 200 that names itself, too") << 4 << true << 5 << 0;
+        QTest::newRow("and a 200 too late") << 5 << false << 5 << 1;
+        QTest::newRow("once") << 1 << false << 2 << 0;
+    }
+
+    void aRedirectThatComesBackOnItself()
+    {
+        QFETCH(int, redirects);
+        QFETCH(bool, hasLocation);
+        QFETCH(int, requests);
+        QFETCH(int, code);
+        int seen = 0;
+        m_server->on("/r", [&](const HttpRequest &) {
+            if (++seen <= redirects)
+                return redirectTo("/r");
+            HttpReply there = replyOf("there");
+            if (hasLocation)
+                there.headers += qMakePair(QByteArray("Location"), QByteArray("/r"));
+            return there;
+        });
+        const MessageCatcher catcher;
+        CAdobeBrowser browser;
+        const QSignalSpy ends(&browser, &CAdobeBrowser::finished);
+        browser.get(m_server->address("/r"), true);
+        QCOMPARE(seen, requests);
+        QCOMPARE(ends.size(), 1);
+        QCOMPARE(ends.constFirst().constFirst().toInt(), code);
+        QCOMPARE(browser.success(), code == 0);
+        QCOMPARE(browser.rawContent(), code == 0 ? QByteArray("there") : QByteArray("moved"));
+        QCOMPARE(catcher.linesWith(QStringLiteral("Redirect to: ")).size(), requests - 1);
+    }
+
     void redirectsAreCountedPerRequest()
     {
         m_server->on("/0", redirectTo("/1"));

@@ -61,6 +61,19 @@ private slots:
                  QStringLiteral("Keep-Alive"));
     }
 
+    void aKeyThatIsAskedForIsAdded()
+    {
+        const auto *const preference = CAdobePreference::GetInstance();
+        const QString key = QStringLiteral("no such key");
+        QVERIFY(preference->HasOption(QStringLiteral("pannel")));
+        QVERIFY(!preference->HasOption(key));
+        QVERIFY(!option("no such key").isValid());
+        QVERIFY(preference->HasOption(key));
+        QVERIFY(!option("no such key").isValid());
+        CAdobePreference::GetInstance()->Reset();
+        QVERIFY(!preference->HasOption(key));
+    }
+
     void unknownKeyIsInvalid()
     {
         QVERIFY(!option("no such key").isValid());

@@ -149,6 +149,37 @@ private slots:
         QVERIFY2(log(run).contains("and 1 are cut short"), log(run));
     }
 
+    void aFragmentThatRedirectsToItself_data()
+    {
+        QTest::addColumn<int>("redirects"); // of an attempt, before the fragment comes
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<int>("tags");
+        QTest::newRow("and a last 200") << 4 << 5 << 6;
+        QTest::newRow("and a 200 too late, but in the next attempt") << 5 << 6 << 6;
+        QTest::newRow("for ever") << 1000 << 31 * 5 << 4;
+    }
+
+    void aFragmentThatRedirectsToItself()
+    {
+        QFETCH(int, redirects);
+        QFETCH(int, requests);
+        QFETCH(int, tags);
+        ScriptedServer server;
+        serveStream(server, 3);
+        int seen = 0;
+        server.on(fragmentPath(2), [&seen, redirects](const HttpRequest &) {
+            HttpReply redirect;
+            redirect.status = 302;
+            redirect.headers = {{"Location", fragmentPath(2)}};
+            return ++seen <= redirects ? redirect : mediaReply(hds::numberedFragment(2));
+        });
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), m_page, option("--f4f")}));
+        QVERIFY2(run.errorOutput().endsWith(endLines("success")), run.errorOutput());
+        QCOMPARE(seen, requests);
+        QCOMPARE(tagCount(run), tags);
+    }
+
     /// More of everything than a manifest needs, a document type, and a bootstrap beside it.
     void aLargeManifest()
     {
