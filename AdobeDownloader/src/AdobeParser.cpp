@@ -202,6 +202,9 @@ bool CAdobeParser::GetChildManifests()
         }
         const QString childAddress = QUrl(base).resolved(QUrl(hrefs.at(i))).toString();
         const QString xml = GetManifestContent(childAddress);
+        if (xml.isEmpty())
+            qWarning("%s cannot be read: its renditions are left out",
+                     qUtf8Printable(childAddress));
         charactersLeft -= xml.size();
         const int bitrate = numberOf(
             documentOf(m_manifest).ofMedia(i + 1, QStringLiteral("@bitrate/string()")), i, -1);

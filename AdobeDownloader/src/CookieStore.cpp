@@ -109,7 +109,7 @@ bool isNoFile(const QString &path)
     return info.exists() && !info.isFile();
 }
 
-/// Reads the whole file; false when it exists but cannot be read.
+/// Reads the whole file; false when it exists but cannot be read to its end.
 bool readFile(const QString &path, QList<QNetworkCookie> &cookies)
 {
     QFile file(path);
@@ -120,6 +120,8 @@ bool readFile(const QString &path, QList<QNetworkCookie> &cookies)
     while (!file.atEnd() && cookies.size() < maxCookies) {
         QNetworkCookie cookie;
         const QByteArray line = file.readLine();
+        if (line.isEmpty())
+            return false; // the end has not been reached: a disk fails
         if (line.size() <= maxLineBytes && parseLine(line, cookie))
             cookies += cookie;
     }

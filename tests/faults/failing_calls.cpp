@@ -31,6 +31,7 @@ namespace {
 
 enum Call {
     Write,
+    Read,
     Open,
     Rename,
     Mkdir,
@@ -49,8 +50,8 @@ enum Call {
 };
 
 constexpr std::array<const char *, CallCount> names{
-    "write", "open", "rename", "mkdir",  "fsync", "ftruncate", "socket", "connect",
-    "send",  "recv", "thread", "shmget", "shmat", "semget",    "semop"};
+    "write",   "read", "open", "rename", "mkdir",  "fsync", "ftruncate", "socket",
+    "connect", "send", "recv", "thread", "shmget", "shmat", "semget",    "semop"};
 
 /// What the environment says; read once, before the program's own code runs.
 struct Plan
@@ -326,7 +327,7 @@ VISIBLE ssize_t sendmsg(int fd, const msghdr *message, int flags)
 
 VISIBLE ssize_t read(int fd, void *data, size_t size)
 {
-    if (isInternetSocket(fd) && fails(Receive))
+    if (isInternetSocket(fd) ? fails(Receive) : isFileUnder(fd) && fails(Read))
         return -1;
     return ::syscall(SYS_read, fd, data, size);
 }

@@ -22,10 +22,10 @@ struct Kind
 };
 
 const Kind kinds[] = {
-    {"write", ENOSPC}, {"open", EMFILE},      {"rename", EIO},    {"mkdir", ENOSPC},
-    {"fsync", EIO},    {"ftruncate", ENOSPC}, {"socket", EMFILE}, {"connect", ECONNREFUSED},
-    {"send", ENOBUFS}, {"recv", ECONNRESET},  {"thread", EAGAIN}, {"shmget", ENOSPC},
-    {"shmat", ENOMEM}, {"semget", ENOSPC},    {"semop", ENOSPC},
+    {"write", ENOSPC},         {"read", EIO},     {"open", EMFILE},      {"rename", EIO},
+    {"mkdir", ENOSPC},         {"fsync", EIO},    {"ftruncate", ENOSPC}, {"socket", EMFILE},
+    {"connect", ECONNREFUSED}, {"send", ENOBUFS}, {"recv", ECONNRESET},  {"thread", EAGAIN},
+    {"shmget", ENOSPC},        {"shmat", ENOMEM}, {"semget", ENOSPC},    {"semop", ENOSPC},
 };
 
 /// A run in which one call fails, or all from one on.
