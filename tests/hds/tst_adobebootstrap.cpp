@@ -260,6 +260,26 @@ private slots:
         }
     }
 
+    void tablesOverTheLimitAreCutWithAWarning()
+    {
+        constexpr int limit = 1000000;
+        hds::Bootstrap bootstrap;
+        bootstrap.segments = {{1, 5}};
+        bootstrap.fragments.reserve(limit + 1);
+        for (quint32 i = 1; i <= limit; ++i)
+            bootstrap.fragments += {i, 0, 100};
+        setBootstrap(bootstrap.abst());
+        QVERIFY(CAdobeParser().ParseBootstrap());
+        QCOMPARE(count(), limit);
+
+        bootstrap.fragments += {limit + 1, 0, 100};
+        setBootstrap(bootstrap.abst());
+        QTest::ignoreMessage(QtWarningMsg,
+                             "a table of the bootstrap is cut: it has more than 1000000 entries");
+        QVERIFY(CAdobeParser().ParseBootstrap());
+        QCOMPARE(count(), limit);
+    }
+
     void hugeCountsCostNothing_data()
     {
         QTest::addColumn<QByteArray>("table");
