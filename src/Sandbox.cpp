@@ -188,9 +188,10 @@ void Sandbox::prepareMediaFramework() const
 {
     qputenv("GST_REGISTRY_FORK", "no"); // looks at new plug-ins itself and starts no program for it
     qputenv("PULSE_LOG_SYSLOG", "1");
-    // This sound server is reached through a database outside the walls, or else started.
+    // One sound server is reached through a database outside the walls, or else started. The other
+    // sink would go there, too.
     QByteArray ranks = qgetenv("GST_PLUGIN_FEATURE_RANK");
-    ranks += QByteArray(ranks.isEmpty() ? "" : ",") + "jackaudiosink:NONE";
+    ranks += QByteArray(ranks.isEmpty() ? "" : ",") + "jackaudiosink:NONE,openalsink:NONE";
     qputenv("GST_PLUGIN_FEATURE_RANK", ranks);
 }
 

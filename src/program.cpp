@@ -19,10 +19,20 @@
 #include <QTextCodec>
 #include <QTimer>
 
+#include <cstddef>
+
 namespace {
 
-/// What the engine's media framework thinks of its sinks.
-constexpr char soundRanks[] = "GST_PLUGIN_FEATURE_RANK";
+/// By what name and rank the engine's media framework chooses its elements.
+constexpr char elementRanks[] = "GST_PLUGIN_FEATURE_RANK";
+
+/// They fetch what a playlist names by themselves, past the page's network and its limits, and run
+/// an event loop for it on threads of their own, which stops the main thread's.
+constexpr const char *playlistReaders[] = {"hlsdemux",  "dashdemux",  "mssdemux",
+                                           "hlsdemux2", "dashdemux2", "mssdemux2"};
+
+constexpr const char *soundSinks[] = {"pulsesink", "pipewiresink", "jackaudiosink", "alsasink",
+                                      "oss4sink",  "osssink",      "openalsink"};
 
 /// The toolkit's platform by the arguments or the environment; empty when none is chosen.
 QByteArray chosenPlatform(int argc, char *argv[])
@@ -47,17 +57,22 @@ void prepareProcess(int argc, char *argv[])
         qputenv("QT_QPA_PLATFORM", "offscreen");
 }
 
+/// Has the media framework choose none of the elements, whatever the environment says.
+template <std::size_t count> void leaveOut(const char *const (&elements)[count])
+{
+    QByteArray ranks = qgetenv(elementRanks);
+    for (const char *const element : elements)
+        ranks += QByteArray(ranks.isEmpty() ? "" : ",") + element + ":NONE";
+    qputenv(elementRanks, ranks);
+}
+
 /// Nobody hears a page that is not shown, and looking for somewhere to play its sound leaves
 /// folders and shared memory of the sound servers behind.
-void muteHiddenPage()
+void prepareMediaFramework()
 {
-    if (CVideoPreference::instance()->GetShow())
-        return;
-    QByteArray ranks = qgetenv(soundRanks);
-    for (const char *const sink : {"pulsesink", "pipewiresink", "jackaudiosink", "alsasink",
-                                   "oss4sink", "osssink", "openalsink"})
-        ranks += QByteArray(ranks.isEmpty() ? "" : ",") + sink + ":NONE";
-    qputenv(soundRanks, ranks);
+    leaveOut(playlistReaders);
+    if (!CVideoPreference::instance()->GetShow())
+        leaveOut(soundSinks);
 }
 
 /// Puts the walls up around the calling thread and all that it starts; the log tells of gaps.
@@ -91,7 +106,7 @@ bool preparePageRun(int argc, char *argv[])
     StopSignals::install();
     RunLimits::install();
     ShareMemoryManager::GetInstance()->CreateShareMemData();
-    muteHiddenPage();
+    prepareMediaFramework();
     if (!preference->GetNoSandbox()) {
         const QByteArray platform = chosenPlatform(argc, argv);
         confine(!platform.startsWith("offscreen") && !platform.startsWith("minimal"));
