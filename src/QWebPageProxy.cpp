@@ -4,6 +4,7 @@
 #include "ShareMemoryManager.h"
 
 #include <QWebFrame>
+#include <QWebSettings>
 
 QWebPageProxy::QWebPageProxy(QObject *parent)
     : QWebPage(parent)
@@ -22,6 +23,11 @@ QWebPageProxy::~QWebPageProxy()
 void QWebPageProxy::load(const QUrl &url)
 {
     mainFrame()->load(url);
+}
+
+void QWebPageProxy::stopScripts()
+{
+    settings()->setAttribute(QWebSettings::JavascriptEnabled, false);
 }
 
 void QWebPageProxy::pageLoaded(bool isOk)

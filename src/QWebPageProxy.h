@@ -16,6 +16,9 @@ public:
     /// Loads an address into the main frame.
     void load(const QUrl &url);
 
+    /// From now on no script of the page runs, not even those that wait for its end.
+    void stopScripts();
+
     bool shouldInterruptJavaScript() override;
 
 signals:

@@ -463,6 +463,7 @@ void Browser::stopAnalysis()
     m_firstTerminateTimer.stop();
     m_secondTerminateTimer.stop();
     m_networkManager->disable();
+    m_page->stopScripts(); // one that waits for the page's end may hold up the run's
     m_page->load(QUrl(QStringLiteral("about:blank")));
 }
 
@@ -673,6 +674,7 @@ void Browser::webViewClose()
         return;
     m_isEnded = true;
     disConnect();
+    m_page->stopScripts();
     Utils::CloseProcessWindow(QCoreApplication::applicationPid(), QStringLiteral("flash player"));
     writeDownloadLog();
     m_view->close();

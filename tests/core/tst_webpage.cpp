@@ -52,6 +52,32 @@ private slots:
         frame->evaluateJavaScript(QStringLiteral("console.log('e')"));
         QVERIFY(!page.shouldInterruptJavaScript());
     }
+
+    void stoppedScriptsDoNotSeeThePageGo_data()
+    {
+        QTest::addColumn<bool>("areStopped");
+        QTest::newRow("going on") << false;
+        QTest::newRow("stopped") << true;
+    }
+
+    void stoppedScriptsDoNotSeeThePageGo()
+    {
+        QFETCH(bool, areStopped);
+        ScriptedServer server;
+        server.on("/", html("<script>onunload=function(){new Image().src='/gone'}</script>"));
+        QWebPageProxy page;
+        QSignalSpy loaded(&page, &QWebPageProxy::pageLoadState);
+        page.load(server.url("/"));
+        QTRY_COMPARE(loaded.count(), 1);
+        if (areStopped)
+            page.stopScripts();
+        page.load(QUrl(QStringLiteral("about:blank")));
+        page.load(server.url("/after"));
+        QTRY_COMPARE(server.requestsFor("/after").size(), 1);
+        if (!areStopped)
+            QTRY_COMPARE(server.requestsFor("/gone").size(), 1);
+        QCOMPARE(server.requestsFor("/gone").isEmpty(), areStopped);
+    }
 };
 
 CLIPWEIR_TEST_MAIN(tst_WebPage)
