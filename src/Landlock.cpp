@@ -23,6 +23,8 @@ constexpr int withScopes = 6;
 constexpr std::uint64_t truncateFile = 1U << 14;
 constexpr std::uint64_t controlDevice = 1U << 15;
 constexpr std::uint64_t bindTcp = 1U << 0;
+constexpr std::uint64_t connectTcp = 1U << 1;
+constexpr unsigned portRule = 2;
 constexpr std::uint64_t scopeAbstractSockets = 1U << 0;
 constexpr std::uint64_t scopeSignals = 1U << 1;
 
@@ -32,6 +34,12 @@ struct RulesetAttributes
     std::uint64_t fileAccess;
     std::uint64_t netAccess;
     std::uint64_t scopes;
+};
+
+struct PortRule
+{
+    std::uint64_t netAccess;
+    std::uint64_t port; ///< in the machine's order of bytes
 };
 
 constexpr std::uint64_t firstFileAccess = LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCESS_FS_WRITE_FILE
@@ -92,17 +100,34 @@ void Landlock::allowAbstractSockets()
     m_mayUseAbstractSockets = true;
 }
 
+void Landlock::confineConnections(const QVector<quint16> &ports)
+{
+    m_areConnectionsConfined = true;
+    m_ports = ports;
+}
+
 void Landlock::create()
 {
     if (m_rules >= 0 || m_version == 0)
         return;
     RulesetAttributes attributes{fileAccessOf(m_version), 0, 0};
     if (m_version >= withTcp)
-        attributes.netAccess = bindTcp;
+        attributes.netAccess = bindTcp | (m_areConnectionsConfined ? connectTcp : 0);
     if (m_version >= withScopes)
         attributes.scopes = scopeSignals | (m_mayUseAbstractSockets ? 0 : scopeAbstractSockets);
     m_rules = static_cast<int>(
         ::syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0U));
+    if (m_rules >= 0 && (attributes.netAccess & connectTcp) != 0)
+        allowPorts();
+}
+
+/// A rule that the kernel does not take leaves its port closed.
+void Landlock::allowPorts() const
+{
+    for (const quint16 port : m_ports) {
+        const PortRule rule{connectTcp, port};
+        ::syscall(SYS_landlock_add_rule, m_rules, portRule, &rule, 0U);
+    }
 }
 
 void Landlock::allow(const QString &path, Access access)
@@ -131,6 +156,11 @@ bool Landlock::enforce()
 {
     create();
     return m_rules >= 0 && ::syscall(SYS_landlock_restrict_self, m_rules, 0U) == 0;
+}
+
+bool Landlock::confinesConnections(int version)
+{
+    return version >= withTcp;
 }
 
 QStringList Landlock::gapsOf(int version)

@@ -3,11 +3,13 @@
 
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 /// A set of rules for the kernel's file system walls, which a thread puts up around itself and
 /// everything that it starts later, for good. What no rule allows is refused: reading, writing,
 /// starting programs, serving over TCP and, from the kernel that can, controlling devices and
-/// sending signals to processes outside. What is open already stays usable.
+/// sending signals to processes outside. Connections over TCP are free unless they are confined.
+/// What is open already stays usable.
 ///
 /// Not for use by several threads at once.
 class Landlock final
@@ -32,6 +34,10 @@ public:
     /// allow().
     void allowAbstractSockets();
 
+    /// Refuses connections over TCP but to these ports, on whatever host, from the kernel that can
+    /// (version 4); call it before allow().
+    void confineConnections(const QVector<quint16> &ports);
+
     /// Adds a rule. A path that does not exist, or that cannot be opened, is left out: what is not
     /// there needs no rule. Links are followed.
     void allow(const QString &path, Access access);
@@ -40,14 +46,20 @@ public:
     /// Returns false when the kernel does not offer them or refuses; nothing is refused then.
     [[nodiscard]] bool enforce();
 
+    /// Whether walls of that version can confine connections.
+    [[nodiscard]] static bool confinesConnections(int version);
+
     /// What walls of that version leave open, a phrase each.
     [[nodiscard]] static QStringList gapsOf(int version);
 
 private:
     void create();
+    void allowPorts() const;
 
     const int m_version;
     bool m_mayUseAbstractSockets = false;
+    bool m_areConnectionsConfined = false;
+    QVector<quint16> m_ports; ///< that may be connected to, if connections are confined
     int m_rules = -1; ///< descriptor of the kernel's object
 };
 

@@ -6,6 +6,15 @@
 #include <QWebFrame>
 #include <QWebSettings>
 
+namespace {
+
+/// Sockets connect by themselves. Workers have sockets of their own, in a global object that cannot
+/// be reached from here.
+constexpr char socketRemoval[] = "delete window.WebSocket; delete window.Worker;"
+                                 "delete window.SharedWorker;";
+
+} // namespace
+
 QWebPageProxy::QWebPageProxy(QObject *parent)
     : QWebPage(parent)
 {
@@ -23,6 +32,20 @@ QWebPageProxy::~QWebPageProxy()
 void QWebPageProxy::load(const QUrl &url)
 {
     mainFrame()->load(url);
+}
+
+void QWebPageProxy::forbidSockets()
+{
+    connect(this, &QWebPage::frameCreated, this, &QWebPageProxy::forbidSocketsIn);
+    forbidSocketsIn(mainFrame());
+}
+
+/// A frame's scripts get a new global object with every document, and no script runs before the
+/// engine has told of it.
+void QWebPageProxy::forbidSocketsIn(QWebFrame *frame)
+{
+    connect(frame, &QWebFrame::javaScriptWindowObjectCleared, frame,
+            [frame] { frame->evaluateJavaScript(QLatin1String(socketRemoval)); });
 }
 
 void QWebPageProxy::stopScripts()

@@ -16,6 +16,11 @@ public:
     /// Loads an address into the main frame.
     void load(const QUrl &url);
 
+    /// Takes from the scripts of all frames, also of those that they make, what reaches servers
+    /// past the page's network manager, and so past its proxy. To be called before anything is
+    /// loaded.
+    void forbidSockets();
+
     /// From now on no script of the page runs, not even those that wait for its end.
     void stopScripts();
 
@@ -26,6 +31,9 @@ signals:
 
 public slots:
     void pageLoaded(bool isOk);
+
+private slots:
+    void forbidSocketsIn(QWebFrame *frame);
 
 protected:
     QString userAgentForUrl(const QUrl &url) const override;

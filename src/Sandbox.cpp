@@ -11,6 +11,7 @@
 #include <QStandardPaths>
 
 #include <cstddef>
+#include <limits>
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -106,6 +107,20 @@ QStringList listedPaths(const char *variable)
     return qEnvironmentVariable(variable).split(QLatin1Char(':'), Qt::SkipEmptyParts);
 }
 
+/// The port of a display such as "host:10.0", which is reached over the network; 0 for others.
+quint16 portOfDisplay(const QString &display)
+{
+    constexpr int firstDisplayPort = 6000;
+    const int colon = display.lastIndexOf(QLatin1Char(':'));
+    bool isNumber = false;
+    const int number = display.mid(colon + 1).section(QLatin1Char('.'), 0, 0).toUShort(&isNumber);
+    const int port = firstDisplayPort + number;
+    const bool isOverNetwork = colon > 0 && !display.startsWith(QLatin1String("unix:"));
+    return isOverNetwork && isNumber && port <= std::numeric_limits<quint16>::max()
+        ? static_cast<quint16>(port)
+        : 0;
+}
+
 /// The kernel ties a rule to an entry of the process table only as long as it remembers the entry,
 /// so this one stays open.
 void keepOwnProcessEntry()
@@ -146,6 +161,14 @@ void Sandbox::allowSound()
     m_mayPlaySound = true;
 }
 
+void Sandbox::confineToProxy(quint16 port)
+{
+    m_ports = {port};
+    const quint16 displayPort = m_usesDisplay ? portOfDisplay(qEnvironmentVariable("DISPLAY")) : 0;
+    if (displayPort != 0)
+        m_ports += displayPort;
+}
+
 QStringList Sandbox::confine()
 {
     prepareFolders();
@@ -158,10 +181,13 @@ QStringList Sandbox::confine()
     addRules(rules);
     if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
         gaps += QStringLiteral("new privileges may be gained");
-    if (rules.enforce())
-        gaps += Landlock::gapsOf(Landlock::offeredVersion());
+    const int version = rules.enforce() ? Landlock::offeredVersion() : 0;
+    if (version > 0)
+        gaps += Landlock::gapsOf(version);
     else
         gaps += QStringLiteral("all files are within reach (no Landlock)");
+    if (!m_ports.isEmpty() && !Landlock::confinesConnections(version))
+        gaps += QStringLiteral("connections may go round the proxy");
     if (!SyscallFilter::install(m_usesDisplay))
         gaps += QStringLiteral("all system calls may be made (no seccomp)");
     return gaps;
@@ -199,6 +225,8 @@ void Sandbox::addRules(Landlock &rules) const
 {
     if (m_usesDisplay)
         rules.allowAbstractSockets(); // a display may be reached through one
+    if (!m_ports.isEmpty())
+        rules.confineConnections(m_ports);
     rules.allow(m_outputFolder, Access::Write);
     for (const QString &link : m_linkTargets)
         rules.allow(link, Access::Write);

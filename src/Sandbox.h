@@ -3,6 +3,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 class Landlock;
 
@@ -24,6 +25,10 @@ public:
     /// Lets the run be heard; without this its sound goes nowhere.
     void allowSound();
 
+    /// Confines the run's connections over TCP to a proxy's port and, where the display is reached
+    /// over the network, the display's.
+    void confineToProxy(quint16 port);
+
     /// Puts the walls up around the calling thread and those that it starts later, for good. To be
     /// called while there is no other thread. Makes the run's own folders when they are missing
     /// and sets the variables that keep the toolkit to them. Returns what stays open because the
@@ -42,6 +47,7 @@ private:
     const QString m_outputFolder;
     const bool m_usesDisplay;
     QStringList m_linkTargets;
+    QVector<quint16> m_ports; ///< that may be connected to; empty for all
     bool m_mayPlaySound = false;
     QString m_cacheFolder; ///< empty when it cannot be made
     QString m_cookieFile;

@@ -241,9 +241,16 @@ void Browser::loadPage()
 
 void Browser::setProxy()
 {
-    const ProxySetting setting = CVideoPreference::instance()->GetProxy();
-    if (!setting.host.isEmpty())
-        m_networkManager->setProxy(setting.toNetworkProxy());
+    const auto *const preference = CVideoPreference::instance();
+    const QNetworkProxy proxy = preference->GetProxy().toNetworkProxy();
+    if (proxy.type() != QNetworkProxy::NoProxy) {
+        m_networkManager->setProxy(proxy);
+        m_page->forbidSockets();
+    } else if (!preference->GetOptionString(QStringLiteral("proxy"), QString()).isEmpty()) {
+        // Not the setting itself, which may hold a password.
+        qWarning("the proxy setting is ignored and all connections are direct: a type from 1 on "
+                 "but 2, and a numeric address, are needed");
+    }
 }
 
 bool Browser::isEnded() const

@@ -86,6 +86,9 @@ void confine(bool usesDisplay)
         sandbox.allowLinkTarget(path);
     if (preference->GetShow())
         sandbox.allowSound();
+    const QNetworkProxy proxy = preference->GetProxy().toNetworkProxy();
+    if (proxy.type() != QNetworkProxy::NoProxy)
+        sandbox.confineToProxy(proxy.port());
     const QStringList gaps = sandbox.confine();
     for (const QString &gap : gaps)
         qWarning("the page run is confined in part only: %s", qUtf8Printable(gap));

@@ -125,6 +125,9 @@ int playChild(int argc, char *argv[])
         const QStringList links = qEnvironmentVariable("SANDBOX_LINKS").split(QLatin1Char(' '));
         for (const QString &link : links)
             sandbox.allowLinkTarget(link);
+        if (qEnvironmentVariableIsSet("SANDBOX_PROXY"))
+            sandbox.confineToProxy(
+                static_cast<quint16>(qEnvironmentVariableIntValue("SANDBOX_PROXY")));
         const QStringList gaps = sandbox.confine();
         for (const QString &gap : gaps)
             say("gap: " + gap.toStdString() + '\n');
@@ -158,6 +161,8 @@ private slots:
     void systemCalls();
     void threadsThatRunAlready();
     void displaysNeedLocalSockets();
+    void proxies_data();
+    void proxies();
     void olderKernels_data();
     void olderKernels();
     void wideFolders_data();
@@ -278,6 +283,55 @@ void tst_Sandbox::displaysNeedLocalSockets()
     Errors expected = expectedErrors(Landlock::offeredVersion(), true);
     expected["local-socket"] = 0;
     QCOMPARE(differences(attemptsIn(runChild("display attempts")), expected), QByteArray());
+}
+
+void tst_Sandbox::proxies_data()
+{
+    QTest::addColumn<QByteArray>("words");
+    QTest::addColumn<int>("proxyPort");
+    QTest::addColumn<QString>("display");
+    QTest::addColumn<int>("newest");
+    QTest::addColumn<bool>("isOpen");
+    constexpr int other = attemptedPort + 1;
+    constexpr int all = 1000;
+    const QString display = u(":%1").arg(attemptedPort - 6000);
+    QTest::newRow("another port") << QByteArray("attempts") << other << QString() << all << false;
+    QTest::newRow("in a thread") << QByteArray("thread") << other << QString() << all << false;
+    QTest::newRow("the proxy's port")
+        << QByteArray("attempts") << int(attemptedPort) << QString() << all << true;
+    QTest::newRow("a display over the network")
+        << QByteArray("display attempts") << other << u("localhost") + display + u(".0") << all
+        << true;
+    QTest::newRow("the same for a hidden run")
+        << QByteArray("attempts") << other << u("localhost") + display << all << false;
+    QTest::newRow("a display of this machine")
+        << QByteArray("display attempts") << other << display << all << false;
+    QTest::newRow("the same by its kind")
+        << QByteArray("display attempts") << other << u("unix") + display << all << false;
+    QTest::newRow("an older kernel") << QByteArray("attempts") << other << QString() << 3 << true;
+}
+
+void tst_Sandbox::proxies()
+{
+    QFETCH(QByteArray, words);
+    QFETCH(int, proxyPort);
+    QFETCH(QString, display);
+    QFETCH(int, newest);
+    QFETCH(bool, isOpen);
+    const int version = qMin(newest, Landlock::offeredVersion());
+    QMap<QString, QString> variables =
+        kernelVariables(u(OLDER_KERNEL), u("landlock-above-%1").arg(newest));
+    variables.insert(u("SANDBOX_PROXY"), QString::number(proxyPort));
+    variables.insert(u("DISPLAY"), display);
+    const QByteArray output = runChild(words.constData(), variables);
+
+    Errors expected = expectedErrorsBehindProxy(version, true);
+    if (isOpen)
+        expected["connect"] = 0;
+    if (words.contains("display"))
+        expected["local-socket"] = 0;
+    QCOMPARE(differences(attemptsIn(output), expected), QByteArray());
+    QCOMPARE(gapsIn(output).contains(u("connections may go round the proxy")), version < 4);
 }
 
 void tst_Sandbox::olderKernels_data()

@@ -43,6 +43,7 @@ private slots:
     void init();
     void theEngineIsRefused();
     void withoutWallsAllOfItSucceeds();
+    void behindAProxyNothingElseIsConnectedTo();
     void everyThreadHasTheFilter_data();
     void everyThreadHasTheFilter();
     void aLockThatVanishesIsNotMissed_data();
@@ -97,6 +98,23 @@ void tst_RunSandbox::withoutWallsAllOfItSucceeds()
     const QList<QByteArray> threads = linesOf(run.report("everyone"));
     QVERIFY(threads.size() > 1);
     QCOMPARE(threads.count("0"), threads.size());
+}
+
+void tst_RunSandbox::behindAProxyNothingElseIsConnectedTo()
+{
+    ScriptedServer proxy;
+    proxy.onOther([](const HttpRequest &) { return htmlReply(intruderPage()); });
+    WalledRun run;
+    addIntruder(run);
+    QVERIFY(run->run({option("--url"), m_page, option("--timeout"), option("1"), option("--saveto"),
+                      run.path("out/v.mp4"), option("--proxy"),
+                      option("3:127.0.0.1:%1").arg(proxy.port())}));
+    QCOMPARE(run->errorOutput(),
+             parsingLine(m_page) + fixedLine("parse failed") + fixedLine("detach sharememory"));
+    const Errors expected = expectedErrorsBehindProxy(Landlock::offeredVersion(), true);
+    QCOMPARE(differencesIn(run.report("engine"), expected), QByteArray());
+    QCOMPARE(differencesIn(run.report("thread"), expected), QByteArray());
+    QVERIFY(!proxy.requests().isEmpty());
 }
 
 void tst_RunSandbox::everyThreadHasTheFilter_data()

@@ -135,6 +135,20 @@ int trySocket(int family)
     return error;
 }
 
+/// Nobody listens there, so without walls the error is another one.
+int tryConnect()
+{
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(attemptedPort);
+    const int error =
+        errorOf(::connect(socket, reinterpret_cast<sockaddr *>(&address), sizeof address));
+    ::close(socket);
+    return error == ECONNREFUSED ? 0 : error;
+}
+
 /// Not a terminal, so without a filter the error is another one.
 int tryTypeIntoTerminal()
 {
@@ -189,6 +203,7 @@ std::string otherAttempts()
     line(report, "exec-memory", tryProgramInMemory());
     line(report, "bind", tryServe(true));
     line(report, "listen", tryServe(false));
+    line(report, "connect", tryConnect());
     line(report, "local-socket", trySocket(AF_UNIX));
     line(report, "signal", errorOf(::kill(::getppid(), 0)));
     line(report, "terminal", tryTypeIntoTerminal());

@@ -3,6 +3,10 @@
 
 #include <string>
 
+/// The port of this machine that an attempt connects to; whether somebody listens there makes no
+/// difference.
+constexpr unsigned short attemptedPort = 6099;
+
 /// What code that has taken over a page run would try. Plain system calls, so that it can be built
 /// into anything.
 ///

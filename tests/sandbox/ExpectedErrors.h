@@ -49,6 +49,7 @@ constexpr AttemptRow attemptRows[] = {
     {"exec-memory", Wall::Both, 1, EACCES},
     {"bind", Wall::Files, 4, EACCES},
     {"listen", Wall::Filter, 0, EPERM},
+    {"connect", Wall::None, 0, 0}, // refused behind a proxy only
     {"local-socket", Wall::Filter, 0, EPERM},
     {"signal", Wall::Files, 6, EPERM},
     {"terminal", Wall::Filter, 0, EPERM},
@@ -77,6 +78,15 @@ inline Errors expectedErrors(int version, bool hasFilter)
         const int freeError = row.needsRoot && ::geteuid() != 0 ? EACCES : 0;
         errors.insert(row.name, isFiltered ? EPERM : isWalled ? row.error : freeError);
     }
+    return errors;
+}
+
+/// The same behind a proxy.
+inline Errors expectedErrorsBehindProxy(int version, bool hasFilter)
+{
+    constexpr int firstVersion = 4;
+    Errors errors = expectedErrors(version, hasFilter);
+    errors["connect"] = version >= firstVersion ? EACCES : 0;
     return errors;
 }
 
