@@ -16,7 +16,8 @@ namespace {
 
 constexpr qint64 longMediaBytes = 5242880; // from here on a media reply is cut short ...
 constexpr qint64 longMediaStartBytes = 102400; // ... once so much of it has arrived
-constexpr int maxKeptBytes = 1 << 30; // a byte array cannot hold more than twice that
+constexpr int maxKeptBytes = 8 << 20; // above what is cut, so that all of a cut reply is kept
+constexpr int maxUnreadBytes = 64 << 20; // a paused player leaves everything unread
 constexpr int compactFromBytes = 1 << 20;
 constexpr qint64 readBufferBytes = 1 << 20; // a fast server waits until the proxy has looked
 constexpr int lastCopiedAttribute = 7; // QNetworkRequest::DoNotBufferUploadDataAttribute
@@ -84,6 +85,7 @@ NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetwor
 
     connect(this, &NetworkReplyProxy::replyDownloadProgress, manager,
             &NetworkAccessManagerProxy::replyDownloadProgress);
+    connect(this, &NetworkReplyProxy::sizeUntold, manager, &NetworkAccessManagerProxy::sizeUntold);
     connect(this, &QNetworkReply::finished, manager, &NetworkAccessManagerProxy::replyFinished);
     connect(this, &NetworkReplyProxy::replyError, manager,
             &NetworkAccessManagerProxy::replyFinished);
@@ -154,7 +156,7 @@ void NetworkReplyProxy::takeOverFinishedReply()
     // A synchronous request is over before its reply can be wrapped. The engine reads the state at
     // once; only the signals wait for the event loop.
     copyMetaData();
-    takeOverData();
+    takeOverData(m_reply->bytesAvailable());
     if (m_reply->error() != NoError)
         takeOverError();
     setFinished(true);
@@ -164,7 +166,7 @@ void NetworkReplyProxy::takeOverFinishedReply()
         if (self && bytesAvailable() > 0)
             emit readyRead();
         if (self)
-            downloadPageProgress(m_data.size(), m_data.size());
+            downloadPageProgress(m_receivedBytes, m_receivedBytes);
         if (self)
             emit finished();
     });
@@ -197,12 +199,11 @@ void NetworkReplyProxy::applyMetaData()
     emit metaDataChanged();
 }
 
-void NetworkReplyProxy::takeOverData()
+void NetworkReplyProxy::takeOverData(qint64 maxBytes)
 {
-    const QByteArray received = m_reply->readAll();
+    const QByteArray received = m_reply->read(maxBytes);
     m_receivedBytes += received.size();
-    if (received.size() <= maxKeptBytes - m_data.size())
-        m_data += received;
+    m_data += received.left(maxKeptBytes - m_data.size());
     if (m_bufferPos >= compactFromBytes && m_bufferPos >= m_buffer.size() / 2) {
         m_buffer.remove(0, m_bufferPos);
         m_bufferPos = 0;
@@ -210,10 +211,15 @@ void NetworkReplyProxy::takeOverData()
     m_buffer += received;
 }
 
+/// What the engine does not read stays with the real reply, whose server then waits.
 void NetworkReplyProxy::readInternal()
 {
+    const int room = maxUnreadBytes - (m_buffer.size() - m_bufferPos);
+    m_isHeldBack = m_reply->bytesAvailable() > room;
+    if (room <= 0)
+        return;
     const Report report(this);
-    takeOverData();
+    takeOverData(room);
     const QPointer<NetworkReplyProxy> self(this);
     emit readyRead();
     // The network layer reports progress a few times a second only; a fast server would be through
@@ -225,6 +231,12 @@ void NetworkReplyProxy::readInternal()
     }
 }
 
+void NetworkReplyProxy::readOn()
+{
+    if (m_reply->bytesAvailable() > 0 && !isFinished())
+        readInternal();
+}
+
 void NetworkReplyProxy::takeOverError()
 {
     m_hasError = true;
@@ -234,7 +246,7 @@ void NetworkReplyProxy::takeOverError()
 /// To the page the server has taken too long; the abort by which the real reply ends is not told.
 void NetworkReplyProxy::failAsStalled()
 {
-    if (m_hasError)
+    if (m_hasError || m_isHeldBack) // the engine's silence is not the server's
         return;
     const Report report(this);
     m_hasError = true;
@@ -267,6 +279,10 @@ void NetworkReplyProxy::finishInternal()
     const QPointer<NetworkReplyProxy> self(this);
     if (m_reply->error() != NoError)
         errorInternal(m_reply->error());
+    if (self && m_isHeldBack && m_reply->isOpen()) {
+        takeOverData(m_reply->bytesAvailable());
+        emit readyRead();
+    }
     if (!self)
         return;
     setFinished(true);
@@ -278,11 +294,18 @@ void NetworkReplyProxy::downloadPageProgress(qint64 received, qint64 total)
     const Report report(this);
     const QString address = url().toString();
     const QString type = contentType();
-    const qint64 size =
-        qMax(m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong(), total);
+    const qint64 known = qMax(declaredSize(), total);
+    const bool isUntold = known < longMediaBytes && isLongMedia(received, known);
+    const qint64 size = isUntold ? received : known;
 
     // An abort ends the reply before it returns, and the engine may drop its replies at their end.
     const QPointer<NetworkReplyProxy> self(this);
+    if (isUntold && !m_isUntold) {
+        m_isUntold = true; // the abort's own progress comes here again
+        emit sizeUntold(address);
+    }
+    if (!self)
+        return;
     abortLongMediaReply(received, size);
     if (self)
         abortImageReply(received, size);
@@ -306,7 +329,7 @@ bool NetworkReplyProxy::isLongMedia(qint64 received, qint64 size) const
     if (type == QLatin1String("video/f4m"))
         return false; // a stream's manifest, which is needed whole
     return (type.contains(QLatin1String("video/")) || type.contains(QLatin1String("audio/")))
-        && received >= longMediaStartBytes && size >= longMediaBytes;
+        && received >= longMediaStartBytes && qMax(received, size) >= longMediaBytes;
 }
 
 bool NetworkReplyProxy::isCutImage(qint64 received, qint64 size) const
@@ -337,6 +360,10 @@ qint64 NetworkReplyProxy::readData(char *data, qint64 maxSize)
     if (m_bufferPos == m_buffer.size()) {
         m_buffer.clear();
         m_bufferPos = 0;
+    }
+    if (m_isHeldBack && m_buffer.size() - m_bufferPos <= maxUnreadBytes / 2) {
+        m_isHeldBack = false;
+        QMetaObject::invokeMethod(this, &NetworkReplyProxy::readOn, Qt::QueuedConnection);
     }
     return count;
 }

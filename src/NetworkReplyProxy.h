@@ -31,6 +31,10 @@ signals:
     /// A reply has progressed. @param size bytes in all, as far as known, else 0
     void replyDownloadProgress(const QString &url, qint64 size, const QString &contentType);
 
+    /// A media reply has been cut whose server had not told the size: what is reported as its size
+    /// from here on is what had come.
+    void sizeUntold(const QString &url);
+
     /// A reply has ended or failed. One reply may report both.
     void replyFinished();
 
@@ -43,8 +47,10 @@ private:
 };
 
 /// A reply of the page: passes the real reply through, reports its progress with size and content
-/// type, and cuts long media and images short, whose beginning is all that the run needs. Where the
-/// caller limits silence, a reply that has been silent for longer fails with a timeout error.
+/// type, and cuts long media and images short, whose beginning is all that the run needs. Media
+/// that does not tell its size counts as long once so much has come; a reply that the engine does
+/// not read waits at its server. Where the caller limits silence, a reply that has been silent for
+/// longer fails with a timeout error.
 class NetworkReplyProxy final : public QNetworkReply
 {
     Q_OBJECT
@@ -56,7 +62,7 @@ public:
     /// May be called from a receiver of any of its signals.
     ~NetworkReplyProxy() override;
 
-    /// Every byte received so far, up to a bound that keeps it inside what a byte array can hold.
+    /// Every byte received so far, up to 8 MiB.
     [[nodiscard]] QByteArray receivedData() const;
 
     void abort() override;
@@ -71,6 +77,7 @@ public:
 
 signals:
     void replyDownloadProgress(const QString &url, qint64 size, const QString &contentType);
+    void sizeUntold(const QString &url);
     void replyError();
 
 public slots:
@@ -89,7 +96,8 @@ private:
     void finishInternal();
     void takeOverFinishedReply();
     void copyMetaData();
-    void takeOverData();
+    void takeOverData(qint64 maxBytes);
+    void readOn();
     void takeOverError();
     void failAsStalled();
     [[nodiscard]] bool isLongMedia(qint64 received, qint64 size) const;
@@ -105,6 +113,8 @@ private:
     qint64 m_receivedBytes = 0;
     QByteArray m_buffer;
     int m_bufferPos = 0; ///< bytes of m_buffer that the engine has read
+    bool m_isHeldBack = false; ///< bytes are left with the real reply
+    bool m_isUntold = false; ///< sizeUntold() has been emitted
     bool m_hasError = false;
     int m_openReports = 0;
 };

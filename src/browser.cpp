@@ -178,6 +178,8 @@ void Browser::connectAll()
             qOverload<const QString &, qint64, const QString &>(&Browser::setVideoUrl));
     connect(m_networkManager.get(), &NetworkAccessManagerProxy::sendUrl, this,
             qOverload<const QString &>(&Browser::setVideoUrl));
+    connect(m_networkManager.get(), &NetworkAccessManagerProxy::sizeUntold, this,
+            [this](const QString &url) { m_untoldSizes += url; });
     connect(m_networkManager.get(), &NetworkAccessManagerProxy::replyFinished, this,
             &Browser::replyFinished);
     // Queued: whoever ends the run may stand deep inside the engine, which does not survive that
@@ -554,13 +556,38 @@ void Browser::scan(const QWebElement &element,
     }
 }
 
+/// A probe may know how large a file is whose server did not tell it to the page.
+void Browser::askForUntoldSizes()
+{
+    const QSet<QString> addresses = m_untoldSizes;
+    for (const QString &address : addresses) {
+        const qint64 size =
+            m_isClosing || !m_result.contains(address) ? 0 : Downloader().getUrlFileSize(address);
+        if (size <= 0)
+            continue;
+        m_result.get(address)->nSize = size;
+        m_untoldSizes -= address;
+    }
+}
+
+/// What had come was good enough to find and to select the file by, but to the host it is no size.
+void Browser::forgetUntoldSizes()
+{
+    for (const QString &address : qAsConst(m_untoldSizes)) {
+        if (VideoFile *const file = m_result.get(address))
+            file->nSize = 0;
+    }
+}
+
 void Browser::download()
 {
     if (m_isDownloadStarted)
         return;
     m_isDownloadStarted = true;
     note(RunGuard::DownloadBegun);
+    askForUntoldSizes();
     const bool isSelected = CFilterVideo(&m_result).selectVideo();
+    forgetUntoldSizes();
     if (m_isClosing || !isSelected)
         return;
 

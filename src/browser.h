@@ -2,6 +2,7 @@
 #define BROWSER_H
 
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 
 #include "AdobeCookieJar.h"
@@ -124,6 +125,8 @@ private:
     void stopAnalysis();
     bool startF4f(const QString &url);
     void startHulu(const QString &url);
+    void askForUntoldSizes();
+    void forgetUntoldSizes();
     void later(const std::function<void()> &step);
     void scan(const QWebElement &element, const std::function<ParseData(NetDomManager &)> &scanner);
     void reportVideoResult(int state);
@@ -136,6 +139,7 @@ private:
     QWebPageProxy *m_page = nullptr; ///< child of the view
     std::unique_ptr<NetworkAccessManagerProxy> m_networkManager;
     CAdobeCookieJar m_cookieJar;
+    QSet<QString> m_untoldSizes; ///< addresses whose sizes are only what had come of them
     bool m_isLoadedOnce = false;
     bool m_isAnalysing = false;
     bool m_isDownloadStarted = false;

@@ -207,17 +207,73 @@ private slots:
         QCOMPARE(reply->error(), QNetworkReply::OperationCanceledError);
     }
 
-    void aReplyWithoutAnyLengthIsNotCut()
+    void withoutAnyLength_data()
     {
-        for (const char *const type : {"video/mp4", "image/png"}) {
-            HttpReply scripted = typedReply(type, 6000000);
-            scripted.withoutLength = true;
-            m_server.on("/lengthless", scripted);
-            NetworkAccessManagerProxy manager(nullptr);
-            const auto reply = get(manager, m_server.url("/lengthless"));
-            QTRY_VERIFY(reply->isFinished());
-            QCOMPARE(reply->error(), QNetworkReply::NoError);
-        }
+        QTest::addColumn<QByteArray>("contentType");
+        QTest::addColumn<int>("size");
+        QTest::addColumn<bool>("isCut");
+        QTest::newRow("one below") << QByteArray("video/mp4") << 5242879 << false;
+        QTest::newRow("the limit") << QByteArray("video/mp4") << 5242880 << true;
+        QTest::newRow("sound") << QByteArray("audio/mpeg") << 20000000 << true;
+        QTest::newRow("manifest") << QByteArray("video/f4m") << 6000000 << false;
+        QTest::newRow("picture") << QByteArray("image/png") << 6000000 << false;
+        QTest::newRow("anything else")
+            << QByteArray("application/octet-stream") << 20000000 << false;
+    }
+
+    /// What has come counts.
+    void withoutAnyLength()
+    {
+        QFETCH(QByteArray, contentType);
+        QFETCH(int, size);
+        QFETCH(bool, isCut);
+        HttpReply scripted = typedReply(contentType, size);
+        scripted.withoutLength = true;
+        scripted.holdAfterBytes = isCut ? size : -1; // a reply that is over is not cut any more
+        m_server.on("/lengthless", scripted);
+        NetworkAccessManagerProxy manager(nullptr);
+        QSignalSpy progress(&manager, &NetworkAccessManagerProxy::replyDownloadProgress);
+        const QSignalSpy untold(&manager, &NetworkAccessManagerProxy::sizeUntold);
+        const auto reply = get(manager, m_server.url("/lengthless"));
+        qint64 read = 0;
+        connect(reply.get(), &QNetworkReply::readyRead, this,
+                [&] { read += reply->readAll().size(); });
+        QTRY_VERIFY(reply->isFinished());
+        QCOMPARE(reply->error() == QNetworkReply::OperationCanceledError, isCut);
+        QVERIFY(isCut ? read >= 5242880 && read < 8000000 : read == size);
+        QVERIFY(!progress.isEmpty());
+        QCOMPARE(untold.count(), isCut ? 1 : 0);
+        if (isCut)
+            QCOMPARE(progress.last().at(1).toLongLong(), read);
+    }
+
+    /// A player that is paused, say: its reply goes on when it does.
+    void whatIsNotReadWaits()
+    {
+        constexpr int size = 90000000;
+        constexpr qint64 most = 64 << 20;
+        HttpReply scripted = typedReply("application/octet-stream", 0);
+        for (int i = 0; i < size / 4; ++i)
+            scripted.body.append(reinterpret_cast<const char *>(&i), 4);
+        m_server.on("/unread", scripted);
+        NetworkAccessManagerProxy manager(nullptr);
+        const auto reply = get(manager, m_server.url("/unread"));
+        QTRY_COMPARE_WITH_TIMEOUT(reply->bytesAvailable(), most, 20000);
+        QSignalSpy news(reply.get(), &QNetworkReply::readyRead);
+        QVERIFY(!news.wait(500));
+        QVERIFY(!reply->isFinished());
+        QCOMPARE(reply->bytesAvailable(), most);
+        QCOMPARE(static_cast<NetworkReplyProxy *>(reply.get())->receivedData().size(), 8 << 20);
+
+        QByteArray content = reply->readAll();
+        connect(reply.get(), &QNetworkReply::readyRead, this,
+                [&] { content += reply->read(70001); });
+        QTRY_VERIFY_WITH_TIMEOUT((content += reply->read(300000), reply->isFinished()), 20000);
+        content += reply->readAll();
+        QVERIFY(content == scripted.body);
+        QCOMPARE(reply->error(), QNetworkReply::NoError);
+        QCOMPARE(static_cast<NetworkReplyProxy *>(reply.get())->receivedData(),
+                 scripted.body.left(8 << 20));
     }
 
     void pictures_data()
