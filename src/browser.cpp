@@ -20,6 +20,7 @@
 #include <QScopedValueRollback>
 #include <QWebElement>
 #include <QWebFrame>
+#include <QWebSecurityOrigin>
 #include <QWebSettings>
 #include <QWebView>
 
@@ -40,6 +41,17 @@ constexpr int maxPaintedWidth = 8192;
 constexpr int maxPaintedPixels = 32 * 1024 * 1024;
 
 constexpr qint64 copyChunkBytes = 1 << 20;
+
+/// What the media framework, with all its plug-ins, opens by itself: files of this machine, and
+/// servers past the page's network and its proxy.
+constexpr const char *playerSchemes[] = {
+    "aws",   "bluray",    "cdda",     "dav",   "davs",          "dv",     "dvb",       "dvd",
+    "fd",    "hdv",       "icy",      "icyx",  "imagesequence", "iradio", "mms",       "mmsh",
+    "mmst",  "multifile", "nfs",      "pipe",  "pushfile",      "radio",  "resource",  "rfb",
+    "rist",  "rtmfp",     "rtmp",     "rtmpe", "rtmps",         "rtmpt",  "rtmpte",    "rtmpts",
+    "rtp",   "rtsp",      "rtsp-sdp", "rtsph", "rtsps",         "rtspsh", "rtspst",    "rtspsu",
+    "rtspt", "rtspu",     "sdp",      "sftp",  "shm",           "smb",    "splitfile", "splitmux",
+    "srt",   "tcp",       "testbin",  "udp",   "v4l2",          "vcd",    "webrtc"};
 
 const QLatin1String f4fFragmentPattern("([s|S]eg[0-9]{1,20}-[F|f]rag[0-9]{1,20})");
 
@@ -151,6 +163,10 @@ Browser::Browser(QObject *parent)
           QWebSettings::JavascriptEnabled, QWebSettings::PluginsEnabled,
           QWebSettings::JavascriptCanOpenWindows, QWebSettings::ZoomTextOnly})
         settings->setAttribute(attribute, true);
+
+    // The engine lets no page of the web play from a local scheme.
+    for (const char *const scheme : playerSchemes)
+        QWebSecurityOrigin::addLocalScheme(QLatin1String(scheme));
 
     connectAll();
 }

@@ -29,6 +29,9 @@ const Road embeddings[] = {
     {"video", "<video src='%1' autoplay></video>"},
     {"audio", "<audio src='%1' autoplay></audio>"},
     {"source", "<video autoplay><source src='%1' type='video/mp4'></video>"},
+    {"pushed-video", "<video src='push%1' autoplay></video>", false}, // schemes of the player's own
+    {"multi-video", "<video src='multi%1' autoplay></video>", false},
+    {"split-video", "<audio src='split%1' autoplay></audio>", false},
     {"poster", "<video poster='%1'></video>"},
     {"vector-image", "<svg><image xlink:href='%1' width='9' height='9'/></svg>"},
     {"request",
@@ -409,7 +412,8 @@ private slots:
         QByteArray page = QByteArray("<html><body>") + sendScript;
         for (const Road &road : embeddings) {
             const QString name = QString::fromLatin1(road.name);
-            if (name == option("video") || name == option("audio") || name == option("source"))
+            if (name.endsWith(option("video")) || name == option("audio")
+                || name == option("source"))
                 continue; // the player opens the files of a local page by itself
             page += filled(road.markup, m_private.address(name));
         }

@@ -4,6 +4,8 @@
 #include "PageRun.h"
 #include "TestMain.h"
 
+#include <QTcpServer>
+
 #include <iterator>
 
 namespace {
@@ -121,6 +123,26 @@ private slots:
                      + fixedLine("detach sharememory"));
         const QString name = option("tmp/") + pageHash(page) + option(".mp4");
         QVERIFY(run.fileContent(name) == m_video);
+    }
+
+    /// The player has protocols of its own, which would not go by the page's network.
+    void otherProtocols()
+    {
+        ScriptedServer server;
+        QTcpServer other;
+        QVERIFY(other.listen(QHostAddress::LocalHost));
+        QByteArray page;
+        for (const char *const scheme : {"rtsp", "rtspt", "rtsph", "rtmp", "icy", "mms", "tcp"})
+            page += playerOf(QByteArray(scheme)
+                             + "://127.0.0.1:" + QByteArray::number(other.serverPort()) + "/v");
+        server.on("/page", htmlReply(page));
+        ProgramRun run;
+        QVERIFY(run.run({option("--url"), server.address("/page"), option("--timeout"), option("6"),
+                         option("--nosandbox")}));
+        QVERIFY(!other.hasPendingConnections());
+        QCOMPARE(run.errorOutput(),
+                 parsingLine(server.address("/page")) + fixedLine("parse failed")
+                     + fixedLine("detach sharememory"));
     }
 };
 
