@@ -4,8 +4,10 @@
 usage: soak-runs.py program address folder runs jobs
 """
 
+import hashlib
 import os
 import pathlib
+import re
 import resource
 import statistics
 import subprocess
@@ -16,6 +18,7 @@ import time
 SUCCESS = "video download finished:success "
 FAILED = "video download finished:failed "
 NOTHING = "parse failed "
+PATIENCE = 60  # s, until a run that will be killed has begun
 
 # Name, page, options, the line before the last.
 KINDS = [
@@ -27,7 +30,22 @@ KINDS = [
     ("missing video", "/pages/gone.html", ["--timeout", "3"], FAILED),
     ("big page", "/pages/big.html", ["--log"], SUCCESS),
     ("stream", "/pages/stream.html", ["--f4f", "--log"], SUCCESS),
+    ("killed, and again", "/pages/nothing.html", ["--timeout", "2", "--log"], NOTHING),
 ]
+KILLED = "killed, and again"
+
+
+def flag_files(url):
+    """The names of the files that stand for the page's stop flag and its lock in the system."""
+    key = "SM_" + hashlib.md5(url.encode()).hexdigest().upper()
+    rest = re.sub("[^A-Za-z]", "", key) + hashlib.sha1(key.encode()).hexdigest()
+    return [("shm", f"qipc_sharedmemory_{rest}"), ("sem", f"qipc_systemsem_{rest}")]
+
+
+def system_key(path):
+    """What the toolkit makes of such a file: ftok() with "Q"."""
+    info = path.stat()
+    return (ord("Q") << 24) | ((info.st_dev & 0xFF) << 16) | (info.st_ino & 0xFFFF)
 
 
 class Soak:
@@ -59,6 +77,8 @@ class Soak:
         output = self.folder / f"run{number}"
         output.mkdir()
         url = f"{self.address}{page}?n={number}"
+        if name == KILLED:
+            self.kill_one(number, url, output)
         with open(output / "lines", "w+b") as lines:
             process = subprocess.Popen(
                 [self.program, "--url", url, *options], cwd=output, env=self.environment,
@@ -71,6 +91,28 @@ class Soak:
             self.peaks[name].append(usage.ru_maxrss)
             if process.returncode != 0 or text[-2:] != [end, "detach sharememory "]:
                 self.complaints.append(f"run {number} ({name}): {process.returncode} {text[-2:]}")
+
+    def kill_one(self, number, url, output):
+        """Kills a run of the page; complains unless the look at the end would see what is left."""
+        with open(output / "lines", "wb") as lines:
+            process = subprocess.Popen(
+                [self.program, "--url", url], cwd=output, env=self.environment,
+                stdin=subprocess.DEVNULL, stderr=lines)
+        end = time.monotonic() + PATIENCE
+        while b"parsing..." not in (output / "lines").read_bytes() and time.monotonic() < end:
+            time.sleep(0.01)
+        process.kill()
+        process.wait()
+        found = self.leftovers()
+        for kind, name in flag_files(url):
+            path = self.folder / "temp" / name
+            wanted = [f"temporary file {name}"]
+            if path.exists():
+                wanted.append(f"{kind} {system_key(path)} ")
+            for what in wanted:
+                if not any(line.startswith(what) for line in found):
+                    with self.lock:
+                        self.complaints.append(f"run {number}: the look misses {what}")
 
     def leftovers(self):
         found = [f"temporary file {path.name}" for path in (self.folder / "temp").iterdir()]

@@ -1,5 +1,7 @@
 #!/bin/bash
 # Runs the built program again and again over pages of all kinds and looks at what stays behind.
+# Some runs are killed; then the look must find what they left, and the next run of the page take
+# it away.
 # usage: scripts/soak.sh [runs [jobs]]      300 runs, 8 at a time
 # Ends with 1 when a run ends otherwise than it should or when anything is left: shared memory,
 # semaphores, temporary files, locks or processes. States the peak memory of the runs.

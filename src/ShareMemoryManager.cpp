@@ -8,11 +8,8 @@
 #include <QBuffer>
 #include <QDataStream>
 #include <QMutexLocker>
-#include <QSystemSemaphore>
 
 #include <cstring>
-
-#include <sys/shm.h>
 
 namespace {
 
@@ -27,8 +24,7 @@ ShareMemoryManager *ShareMemoryManager::GetInstance()
 }
 
 ShareMemoryManager::ShareMemoryManager()
-    : m_key(QStringLiteral("SM_%1").arg(CVideoPreference::instance()->GetPageUrlMD5()))
-    , m_memory(std::make_unique<QSharedMemory>(m_key))
+    : m_block(QStringLiteral("SM_%1").arg(CVideoPreference::instance()->GetPageUrlMD5()))
 {
     m_exitFlag = CVideoPreference::instance()->GetExitFlag();
 }
@@ -70,48 +66,19 @@ void ShareMemoryManager::DeleteShareMemData()
 bool ShareMemoryManager::RemoveShareMemData()
 {
     const QMutexLocker locker(&m_mutex);
-    if (!attach())
-        return false;
-    if (m_memory->lock()) {
-        std::memset(m_memory->data(), 0, static_cast<size_t>(m_memory->size()));
-        m_memory->unlock();
-    }
-    if (!detach())
-        leaveWithoutLock();
-    removeLock();
-    return true;
-}
-
-/// A lock that somebody has taken out of the system cannot be made anew by a confined run, and the
-/// toolkit leaves no block without its lock. This happens: the system's number of a lock comes from
-/// that of its key file, which the file system hands on as soon as another run has ended.
-void ShareMemoryManager::leaveWithoutLock()
-{
-    QSharedMemory withoutLock;
-    withoutLock.setNativeKey(m_memory->nativeKey());
-    ::shmdt(m_memory->data());
-    if (withoutLock.attach())
-        withoutLock.detach();
-}
-
-/// The toolkit leaves the lock to whoever made it, and that may be a run that was killed, or this
-/// one on its way out without destructors. Somebody who still uses it makes a new one.
-void ShareMemoryManager::removeLock()
-{
-    m_memory = std::make_unique<QSharedMemory>(m_key);
-    const QSystemSemaphore taken(m_key, 1, QSystemSemaphore::Create); // its owner now: gone with it
+    return m_block.remove();
 }
 
 bool ShareMemoryManager::attach()
 {
     const QMutexLocker locker(&m_mutex);
-    return m_memory->isAttached() || m_memory->attach(QSharedMemory::ReadWrite);
+    return m_block.attach();
 }
 
 bool ShareMemoryManager::detach()
 {
     const QMutexLocker locker(&m_mutex);
-    return m_memory->isAttached() && m_memory->detach();
+    return m_block.detach();
 }
 
 bool ShareMemoryManager::writeShareMemData()
@@ -122,26 +89,28 @@ bool ShareMemoryManager::writeShareMemData()
     QDataStream stream(&buffer);
     stream << m_exitFlag;
 
-    if (!attach() && !m_memory->create(static_cast<int>(buffer.size()), QSharedMemory::ReadWrite))
+    if (!m_block.attach() && !m_block.create(static_cast<int>(buffer.size())))
         return false;
-    if (!m_memory->lock())
+    QSharedMemory &memory = m_block.memory();
+    if (!memory.lock())
         return false;
-    std::memcpy(m_memory->data(), buffer.data().constData(),
-                static_cast<size_t>(qMin<qint64>(buffer.size(), m_memory->size())));
-    return m_memory->unlock();
+    std::memcpy(memory.data(), buffer.data().constData(),
+                static_cast<size_t>(qMin<qint64>(buffer.size(), memory.size())));
+    return memory.unlock();
 }
 
 bool ShareMemoryManager::readShareMemData()
 {
     const QMutexLocker locker(&m_mutex);
-    if (!attach())
+    if (!m_block.attach())
         return false;
+    QSharedMemory &memory = m_block.memory();
     // The lock goes with the process that made it. The byte can be read without it all the same, so
     // that a run stays within reach.
-    const bool isLocked = m_memory->lock();
-    QByteArray content(static_cast<const char *>(m_memory->constData()), m_memory->size());
+    const bool isLocked = memory.lock();
+    QByteArray content(static_cast<const char *>(memory.constData()), memory.size());
     if (isLocked)
-        m_memory->unlock();
+        memory.unlock();
 
     QBuffer buffer(&content);
     buffer.open(QIODevice::ReadOnly);

@@ -1,10 +1,9 @@
 #ifndef SHAREMEMORYMANAGER_H
 #define SHAREMEMORYMANAGER_H
 
-#include <QMutex>
-#include <QSharedMemory>
+#include "StopBlock.h"
 
-#include <memory>
+#include <QMutex>
 
 /// The stop flag of a page's run: one byte of shared memory that the host, or a second run of the
 /// program, sets to 1. Its key is made from the page address, so every process that was started
@@ -45,13 +44,9 @@ private:
     ~ShareMemoryManager() = default;
     Q_DISABLE_COPY(ShareMemoryManager)
 
-    void leaveWithoutLock();
-    void removeLock();
-
-    const QString m_key;
     QMutex m_mutex{QMutex::Recursive}; // guards the members below
     bool m_exitFlag = false;
-    std::unique_ptr<QSharedMemory> m_memory; // never null
+    StopBlock m_block;
 };
 
 #endif
