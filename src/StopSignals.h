@@ -2,7 +2,8 @@
 #define STOPSIGNALS_H
 
 /// The signals by which a terminal or a service manager asks the program to stop. After install()
-/// the first SIGINT or SIGTERM is only noted; a second one ends the process as usual.
+/// the first SIGINT, SIGTERM or SIGHUP is only noted; a second SIGINT or SIGTERM ends the
+/// process as usual. A SIGHUP that is ignored already stays ignored.
 class StopSignals final
 {
 public:

@@ -38,6 +38,7 @@ private slots:
         QTest::addColumn<int>("number");
         QTest::newRow("interrupt") << SIGINT;
         QTest::newRow("terminate") << SIGTERM;
+        QTest::newRow("hang up") << SIGHUP;
     }
 
     void theFirstSignalIsNoted()
@@ -49,6 +50,32 @@ private slots:
                 return false;
             std::raise(number);
             return StopSignals::areReceived() && ShareMemoryManager::GetInstance()->GetExitFlag();
+        };
+        QCOMPARE(signalThatEnds(steps), 0);
+    }
+
+    void anIgnoredHangUpStaysIgnored()
+    {
+        const auto steps = [] {
+            std::signal(SIGHUP, SIG_IGN);
+            StopSignals::install();
+            std::raise(SIGHUP);
+            if (StopSignals::areReceived())
+                return false;
+            StopSignals::uninstall();
+            std::raise(SIGHUP);
+            return true;
+        };
+        QCOMPARE(signalThatEnds(steps), 0);
+    }
+
+    void aTerminalMayGoTwice()
+    {
+        const auto steps = [] {
+            StopSignals::install();
+            std::raise(SIGHUP);
+            std::raise(SIGHUP);
+            return StopSignals::areReceived();
         };
         QCOMPARE(signalThatEnds(steps), 0);
     }

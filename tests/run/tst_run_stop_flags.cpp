@@ -3,6 +3,8 @@
 
 #include <QSharedMemory>
 
+#include <csignal>
+
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
@@ -93,6 +95,43 @@ private slots:
         QCOMPARE(::semctl(lock, 0, GETVAL), -1);
         QVERIFY(!QFile::exists(blockFile(page)));
         QVERIFY(!QFile::exists(lockFile(page)));
+    }
+
+    void theTerminalsEndIsARequestToStop()
+    {
+        ScriptedServer server;
+        server.hold("/page");
+        const QString page = server.address("/page");
+        ProgramRun run;
+        run.start({option("--url"), page, option("--log")});
+        QVERIFY(run.waitForOutput("parsing..."));
+        QCOMPARE(::kill(static_cast<pid_t>(run.process().processId()), SIGHUP), 0);
+        QVERIFY(run.waitForEnd(20000));
+        QVERIFY(run.endedNormally());
+        QCOMPARE(run.exitCode(), 0);
+        QCOMPARE(run.errorOutput(),
+                 parsingLine(page) + fixedLine("exiting...") + fixedLine("detach sharememory"));
+        QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
+    }
+
+    void aRunThatIsToOutliveTheTerminalDoes()
+    {
+        ScriptedServer server;
+        server.hold("/page");
+        const QString page = server.address("/page");
+        ProgramRun run;
+        run.setLauncher(
+            {option("sh"), option("-c"), option("trap '' HUP; exec \"$@\""), option("nohup")});
+        run.start({option("--url"), page});
+        QVERIFY(run.waitForOutput("parsing..."));
+        QFile status(QStringLiteral("/proc/%1/status").arg(run.process().processId()));
+        QVERIFY(status.open(QIODevice::ReadOnly));
+        const QRegularExpression ignored(option("SigIgn:\\s*([0-9a-f]+)"));
+        const QString mask = ignored.match(QString::fromLatin1(status.readAll())).captured(1);
+        QVERIFY(mask.toULongLong(nullptr, 16) & (1U << (SIGHUP - 1)));
+        QVERIFY(askToExit(page));
+        QVERIFY(run.waitForEnd(20000));
+        QVERIFY(run.endedNormally());
     }
 };
 
