@@ -74,6 +74,22 @@ private slots:
             "{\"videoUrl\":\"http://h/v.mp4\",\"width\":0}");
         row("mark after mark", "http://u:http://p@h/", "http://u:http://h/");
         row("cut", "http://u:p@", "http://");
+        const auto kept = [row](const char *text) { row(text, text, text); };
+        kept("Win at http:// now - follow us @clip");
+        kept("Win at http://h.example now - follow us @clip");
+        kept("Win at http://h.example now: follow me@i.example");
+        kept("Win at http://h.example:80 now - follow us @clip");
+        kept("Win at http://localhost now - follow us @clip");
+        kept("http://\t@clip");
+        row("credentials before a mention", "http://u:p@h now @clip", "http://clip");
+        row("user before a mention", "http://u@h now @clip", "http://h now @clip");
+        row("text, then credentials", "at http:// now http://u:p@h/", "at http:// now http://h/");
+        row("blank behind the colon", "http://u: p@h/", "http://h/");
+        row("blank in the user's name", "http://u v:p@h/", "http://h/");
+        row("several blanks in the password", "http://u:p q  r@h/", "http://h/");
+        row("blank at the password's end", "http://u:p @h/", "http://h/");
+        row("password that might be a port", "http://u:80 p@h/", "http://h/");
+        row("user with a point", "http://u.v:p q@h/", "http://h/");
         row("mark at the end", "http://", "http://");
         row("mark alone", "://u@", "://");
     }
