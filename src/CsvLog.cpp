@@ -1,14 +1,18 @@
 #include "CsvLog.h"
 
+#include "FolderLock.h"
 #include "HostLine.h"
 #include "VideoPreference.h"
 #include "WebAddress.h"
 
 #include <QDir>
 #include <QFile>
-#include <QTemporaryFile>
 
 #include <algorithm>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -29,18 +33,21 @@ QString onOneLine(QString text)
     return text;
 }
 
-/// Puts a file that holds just the header in place, unless another run has been faster. The header
-/// stays the first line whatever runs end at the same moment.
-void createWithHeader(const QString &path, const QByteArray &header)
+constexpr int lockPatienceMs = 500;
+
+/// Adds the row to the table, which others may be adding to at the same moment, and the header to
+/// one that is empty. Of what finds no room on the disk nothing stays.
+void appendRow(int fd, const QByteArray &header, const QByteArray &row)
 {
-    QTemporaryFile file(path + QLatin1String(".XXXXXX"));
-    if (!file.open() || file.write(header) != header.size())
+    (void)FolderLock::take(fd, lockPatienceMs); // without it the row goes out all the same
+    struct stat info = {};
+    if (::fstat(fd, &info) != 0)
         return;
-    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup
-                        | QFileDevice::ReadOther);
-    file.close();
-    if (file.rename(path)) // fails when the path exists by now
-        file.setAutoRemove(false);
+    const bool isNewTable = S_ISREG(info.st_mode) && info.st_size == 0;
+    const QByteArray bytes = isNewTable ? header + row : row;
+    const ssize_t written = ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
+    if (written > 0 && written < bytes.size() && ::ftruncate(fd, info.st_size) != 0)
+        qWarning("the result row of this run is cut");
 }
 
 } // namespace
@@ -90,9 +97,10 @@ void CsvLog::saveDownloadResult()
     if (!preference->GetLog())
         return;
     const QString path = preference->GetCsvFullPath(QStringLiteral("csv"));
-    if (!QFile::exists(path))
-        createWithHeader(path, GetCsvHeader().toUtf8() + '\n');
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
-        file.write(GetLogMessage().toUtf8() + '\n'); // one write: rows of several runs never mix
+    const int fd = ::open(QFile::encodeName(path).constData(),
+                          O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+    if (fd < 0)
+        return;
+    appendRow(fd, GetCsvHeader().toUtf8() + '\n', GetLogMessage().toUtf8() + '\n');
+    ::close(fd);
 }

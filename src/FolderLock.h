@@ -13,12 +13,16 @@ public:
     ~FolderLock();
     Q_DISABLE_COPY(FolderLock)
 
+    /// Takes such a lock on an open file or folder, which keeps it until it is closed. Returns
+    /// false when it is not to be had in so many milliseconds.
+    [[nodiscard]] static bool take(int fd, int patienceMs);
+
     /// False when the folder cannot be opened or somebody keeps it.
     [[nodiscard]] bool isHeld() const { return m_isHeld; }
 
 private:
     const int m_fd;
-    bool m_isHeld = false;
+    const bool m_isHeld;
 };
 
 #endif

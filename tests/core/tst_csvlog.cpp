@@ -7,8 +7,11 @@
 #include <QDir>
 #include <QTextCodec>
 
+#include <csignal>
 #include <vector>
 
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -211,15 +214,72 @@ private slots:
         QVERIFY(exists(before) || exists(after));
     }
 
-    void theFileIsReadableByOthers()
+    void theCallersMaskDecidesWhoMayReadTheFile_data()
+    {
+        QTest::addColumn<unsigned>("mask");
+        QTest::addColumn<unsigned>("mode");
+        QTest::newRow("usual") << 0022U << 0644U;
+        QTest::newRow("private") << 0077U << 0600U;
+        QTest::newRow("for a group") << 0007U << 0660U;
+        QTest::newRow("none") << 0U << 0666U;
+    }
+
+    void theCallersMaskDecidesWhoMayReadTheFile()
+    {
+        QFETCH(unsigned, mask);
+        QFETCH(unsigned, mode);
+        const TemporaryWorkFolder work;
+        setOptions(work);
+        const mode_t before = ::umask(static_cast<mode_t>(mask));
+        save(foundRecord(QString()));
+        ::umask(before);
+        const QDir logs(work.path(QStringLiteral("out/logs")));
+        struct stat info = {};
+        const QString path = logs.filePath(logs.entryList(QDir::Files).value(0));
+        QCOMPARE(::stat(QFile::encodeName(path).constData(), &info), 0);
+        QCOMPARE(static_cast<unsigned>(info.st_mode & 0777U), mode);
+    }
+
+    void aLinkThatLeadsNowhereGetsTheHeaderToo()
     {
         const TemporaryWorkFolder work;
         setOptions(work);
-        save(foundRecord(QString()));
-        const QDir logs(work.path(QStringLiteral("out/logs")));
-        const QFileInfo info(logs.filePath(logs.entryList(QDir::Files).value(0)));
-        QVERIFY(info.permission(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
-        QVERIFY(!info.permission(QFile::WriteOther));
+        const QString target = work.path(QStringLiteral("elsewhere.csv"));
+        const QString path = CVideoPreference::instance()->GetCsvFullPath(QStringLiteral("csv"));
+        QVERIFY(QFile::link(target, path));
+        save(foundRecord(QStringLiteral("T")));
+        QVERIFY(readFile(target).startsWith(header + md5));
+        QVERIFY(QFileInfo(path).isSymLink());
+    }
+
+    void aFifoThatNobodyReadsDoesNotHoldUpTheEnd()
+    {
+        const TemporaryWorkFolder work;
+        setOptions(work);
+        const QString path = CVideoPreference::instance()->GetCsvFullPath(QStringLiteral("csv"));
+        QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+        save(foundRecord(QString())); // and comes back
+        QVERIFY(QFileInfo::exists(path));
+    }
+
+    void aRowThatFindsNoRoomLeavesNothing()
+    {
+        const TemporaryWorkFolder work;
+        setOptions(work);
+        save(foundRecord(QStringLiteral("T")));
+        const QByteArray before = csvIn(work);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            const rlimit limit{static_cast<rlim_t>(before.size() + 10), RLIM_INFINITY};
+            std::signal(SIGXFSZ, SIG_IGN);
+            const bool isLimited = ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+            save(foundRecord(QStringLiteral("T")));
+            ::_exit(isLimited ? 0 : 1);
+        }
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        QCOMPARE(status, 0);
+        QCOMPARE(csvIn(work), before);
     }
 
     void anExistingFileGetsNoHeader()
