@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr std::array<const char *, 23> mediaExtensions{
+constexpr std::array<const char *, 24> mediaExtensions{
     "flv",  "ram", "mpg", "mpeg",  "avi", "rm",   "wmv", "mov", "asf", "mp3", "rar", "movie",
-    "divx", "rbs", "mp4", "mpeg4", "mpg", "mpeg", "avi", "rm",  "wmv", "mov", "flv"};
+    "divx", "rbs", "mp4", "mpeg4", "mpg", "mpeg", "avi", "rm",  "wmv", "mov", "flv", "mp3"};
 constexpr std::array<const char *, 3> pictureExtensions{"jpg", "gif", "png"};
 constexpr int longestExtension = 5;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 
 #include <QEventLoop>
 #include <QRegExp>
@@ -30,22 +31,51 @@ bool isDecimalDigit(QChar c)
     return c >= QLatin1Char('0') && c <= QLatin1Char('9');
 }
 
-/// Appends the character that the digits name; the digits are all hexadecimal.
-void appendCharacter(QString &result, const QStringRef &digits, bool isHex)
+/// The number that the digits spell, which are all hexadecimal; 0 when they are no decimal number,
+/// and more than any character has when it does not fit.
+uint referencedCode(const QStringRef &digits, bool isHex)
 {
-    if (!isHex && !std::all_of(digits.cbegin(), digits.cend(), isDecimalDigit)) {
-        result += QChar(0);
-        return;
-    }
+    if (!isHex && !std::all_of(digits.cbegin(), digits.cend(), isDecimalDigit))
+        return 0;
     bool fits = false;
     const uint code = digits.toUInt(&fits, isHex ? 16 : 10);
-    if (!fits || code > QChar::LastValidCodePoint || QChar::isSurrogate(code))
-        result += QChar(QChar::ReplacementCharacter);
-    else if (QChar::requiresSurrogates(code))
-        result.append(QChar(QChar::highSurrogate(code))).append(QChar(QChar::lowSurrogate(code)));
-    else
-        result += QChar(code);
+    return fits ? code : std::numeric_limits<uint>::max();
 }
+
+/// Appends the characters of references, one after the other.
+class ReferencedText final
+{
+public:
+    explicit ReferencedText(QString &result)
+        : m_result(result)
+    {
+    }
+
+    void append(uint code)
+    {
+        // Both halves of a character may have a reference of their own.
+        const bool isSecondHalf = m_firstHalf != 0 && m_result.size() == m_firstHalfEnd
+            && code <= QChar::LastValidCodePoint && QChar::isLowSurrogate(code);
+        if (isSecondHalf) {
+            m_result.chop(1);
+            m_result.append(QChar(m_firstHalf)).append(QChar(code));
+        } else if (code > QChar::LastValidCodePoint || QChar::isSurrogate(code)) {
+            m_result += QChar(QChar::ReplacementCharacter);
+        } else if (QChar::requiresSurrogates(code)) {
+            m_result.append(QChar(QChar::highSurrogate(code)));
+            m_result.append(QChar(QChar::lowSurrogate(code)));
+        } else {
+            m_result += QChar(code);
+        }
+        m_firstHalf = QChar::isHighSurrogate(code) ? code : 0;
+        m_firstHalfEnd = m_result.size();
+    }
+
+private:
+    QString &m_result;
+    uint m_firstHalf = 0; ///< 0 when the last reference was none
+    int m_firstHalfEnd = 0;
+};
 
 /// The first string for which the two markers are found; shared by text and bytes.
 template <typename Text, typename Marker>
@@ -91,6 +121,7 @@ QString decodeHtmlNumber(const QString &text)
 {
     QString result;
     result.reserve(text.size());
+    ReferencedText references(result);
     int copiedTo = 0;
     int at = text.indexOf(QLatin1String("&#"));
     while (at >= 0) {
@@ -103,7 +134,7 @@ QString decodeHtmlNumber(const QString &text)
             ++end;
         if (end > digitsAt && end < text.size() && text.at(end) == QLatin1Char(';')) {
             result += text.midRef(copiedTo, at - copiedTo);
-            appendCharacter(result, text.midRef(digitsAt, end - digitsAt), isHex);
+            references.append(referencedCode(text.midRef(digitsAt, end - digitsAt), isHex));
             copiedTo = end + 1;
             end = copiedTo;
         }

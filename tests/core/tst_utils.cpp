@@ -411,6 +411,19 @@ void tst_Utils::decodeHtmlNumber_data()
     QTest::newRow("last before the surrogates") << u("&#xD7FF;") << u("\xed\x9f\xbf");
     QTest::newRow("first surrogate") << u("&#xD800;") << u("\xef\xbf\xbd");
     QTest::newRow("last surrogate") << u("&#xDFFF;") << u("\xef\xbf\xbd");
+    QTest::newRow("two halves") << u("&#xD83D;&#xDE00;") << u("\xf0\x9f\x98\x80");
+    QTest::newRow("two halves, decimal") << u("a&#55357;&#56832;b")
+                                         << u("a\xf0\x9f\x98\x80"
+                                              "b");
+    QTest::newRow("two characters in halves")
+        << u("&#xD83D;&#xDE00;&#xD83D;&#xDE01;") << u("\xf0\x9f\x98\x80\xf0\x9f\x98\x81");
+    QTest::newRow("halves the wrong way round")
+        << u("&#xDE00;&#xD83D;") << u("\xef\xbf\xbd\xef\xbf\xbd");
+    QTest::newRow("halves apart") << u("&#xD83D; &#xDE00;") << u("\xef\xbf\xbd \xef\xbf\xbd");
+    QTest::newRow("first half twice")
+        << u("&#xD83D;&#xD83D;&#xDE00;") << u("\xef\xbf\xbd\xf0\x9f\x98\x80");
+    QTest::newRow("second half twice")
+        << u("&#xD83D;&#xDE00;&#xDE00;") << u("\xf0\x9f\x98\x80\xef\xbf\xbd");
     QTest::newRow("first after the surrogates") << u("&#xE000;") << u("\xee\x80\x80");
     QTest::newRow("leading zeros") << u("&#x0000000000041;") << u("A");
     QTest::newRow("none") << u("abc") << u("abc");
