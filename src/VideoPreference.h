@@ -35,7 +35,7 @@ public:
     [[nodiscard]] int GetOptionValue(const QString &key, int defaultValue) const;
 
     [[nodiscard]] QString GetPageUrl() const;
-    [[nodiscard]] int GetTimeOut() const; ///< seconds
+    [[nodiscard]] int GetTimeOut() const; ///< seconds; negative for no limit
     [[nodiscard]] int GetStall() const; ///< seconds of silence that end a request; 0 for no limit
     [[nodiscard]] int GetDeadline() const; ///< seconds from the start to the end of the run; 0 for
                                            ///< no limit

@@ -61,9 +61,13 @@ bool isMedia(const QString &contentType)
         || contentType.contains(QLatin1String("audio/"));
 }
 
-int timerInterval(qint64 ms)
+constexpr int noLimitMs = std::numeric_limits<int>::max();
+
+/// The time that the search may take. A negative number of seconds sets no limit.
+int searchLimitMs(int seconds)
 {
-    return static_cast<int>(qBound<qint64>(0, ms, std::numeric_limits<int>::max()));
+    return seconds < 0 ? noLimitMs
+                       : static_cast<int>(qMin<qint64>(seconds * qint64(1000), noLimitMs));
 }
 
 bool isExitAsked()
@@ -233,7 +237,7 @@ void Browser::loadPage()
     const auto *const preference = CVideoPreference::instance();
     const QString pageUrl = preference->GetPageUrl();
 
-    const int timeoutMs = timerInterval(preference->GetTimeOut() * qint64(1000));
+    const int timeoutMs = searchLimitMs(preference->GetTimeOut());
     m_result.startTime = QDateTime::currentDateTime();
     // Before the first line, which a host that does not read may hold up.
     m_guard = std::make_unique<RunGuard>(timeoutMs, preference->GetMemoryLimit(), [this] {
@@ -249,8 +253,10 @@ void Browser::loadPage()
     for (QTimer *const timer : {&m_analysisTimer, &m_firstTerminateTimer, &m_secondTerminateTimer})
         timer->setTimerType(Qt::PreciseTimer);
     m_analysisTimer.start(runTimes().analysisTick);
-    m_firstTerminateTimer.start(timeoutMs);
-    m_secondTerminateTimer.start(timeoutMs);
+    if (timeoutMs != noLimitMs) {
+        m_firstTerminateTimer.start(timeoutMs);
+        m_secondTerminateTimer.start(timeoutMs);
+    }
     m_watchTimer.start(watchIntervalMs);
 
     m_isHuluPage = !Utils::RegexString(pageUrl, m_siteSettings.huluPagePattern).isEmpty();

@@ -285,17 +285,43 @@ private slots:
         QVERIFY(!browser->m_result.endTime.isNull());
     }
 
-    void anAbsurdTimeOutIsClamped()
+    void theTimeOutBoundsTheSearch_data()
     {
-        setOptions({text("--timeout"), text("2147483647")});
-        Browser patient;
-        patient.loadPage();
-        QCOMPARE(patient.m_firstTerminateTimer.interval(), std::numeric_limits<int>::max());
-        patient.endRun();
-        setOptions({text("--timeout"), text("-5")});
-        Browser hasty;
-        hasty.loadPage();
-        QTRY_VERIFY(hasty.isEnded());
+        QTest::addColumn<QString>("timeout");
+        QTest::addColumn<bool>("isBounded");
+        QTest::addColumn<int>("intervalMs");
+        QTest::newRow("given") << text("2000000") << true << 2000000000;
+        QTest::newRow("longer than a timer takes") << text("2147483647") << false << 0;
+        QTest::newRow("negative") << text("-1") << false << 0;
+        QTest::newRow("most negative") << text("-2147483648") << false << 0;
+    }
+
+    void theTimeOutBoundsTheSearch()
+    {
+        QFETCH(QString, timeout);
+        QFETCH(bool, isBounded);
+        QFETCH(int, intervalMs);
+        setOptions({text("--timeout"), timeout});
+        Browser browser;
+        browser.loadPage();
+        for (const QTimer *const timer :
+             {&browser.m_firstTerminateTimer, &browser.m_secondTerminateTimer}) {
+            QCOMPARE(timer->isActive(), isBounded);
+            if (isBounded)
+                QCOMPARE(timer->interval(), intervalMs);
+        }
+        browser.endRun();
+    }
+
+    void aSearchWithoutALimitEndsByItselfOnceThePageIsQuiet()
+    {
+        setOptions({text("--timeout"), text("-1")});
+        Browser browser;
+        browser.loadPage();
+        browser.loadFinished(true);
+        QCOMPARE(browser.m_secondTerminateTimer.interval(), 20000);
+        QVERIFY(browser.m_secondTerminateTimer.isActive());
+        browser.endRun();
     }
 
     void analysisEndsWithABlankPageAndNoTraffic()
