@@ -17,9 +17,10 @@
 
 namespace {
 
+/// Options are looked for in the whole argument list, the program's path included.
 bool isExitRequest(int argc, char *argv[])
 {
-    for (int i = 1; i < argc; ++i) {
+    for (int i = 0; i < argc; ++i) {
         if (CVideoPreference::instance()->isSameOptionKey(QString::fromLocal8Bit(argv[i]),
                                                           QStringLiteral("exit")))
             return true;

@@ -142,6 +142,27 @@ private slots:
         QCOMPARE(run.exitCode(), 0);
     }
 
+    void theProgramsPathIsLookedAtToo_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QByteArray>("line");
+        QTest::newRow("exit") << option("/exit") << fixedLine("set ExitFlag");
+        QTest::newRow("info") << option("/Info")
+                              << QByteArray("You have Flash player 0.0.0 installed\n");
+    }
+
+    void theProgramsPathIsLookedAtToo()
+    {
+        QFETCH(QString, path);
+        QFETCH(QByteArray, line);
+        ProgramRun run;
+        run.setLauncher({option("bash"), option("-c"), option("exec -a \"$0\" \"$@\""), path});
+        QVERIFY(run.run({option("--url"), option("http://127.0.0.1:1/path")}));
+        QCOMPARE(run.exitCode(), 0);
+        if (run.errorOutput() != "You have Flash player  installed\n") // not said in time
+            QCOMPARE(run.errorOutput(), line);
+    }
+
     void defaultFolderIsMadeInTheWorkingFolder()
     {
         ProgramRun run;
