@@ -156,6 +156,12 @@ void Sandbox::allowLinkTarget(const QString &path)
         m_linkTargets += path;
 }
 
+void Sandbox::allowReading(const QString &path)
+{
+    if (QFileInfo(path).isFile())
+        m_readableFiles += path;
+}
+
 void Sandbox::allowSound()
 {
     m_mayPlaySound = true;
@@ -230,6 +236,8 @@ void Sandbox::addRules(Landlock &rules) const
     rules.allow(m_outputFolder, Access::Write);
     for (const QString &link : m_linkTargets)
         rules.allow(link, Access::Write);
+    for (const QString &file : m_readableFiles)
+        rules.allow(file, Access::Read);
     if (!m_cacheFolder.isEmpty())
         rules.allow(m_cacheFolder, Access::Write);
     const QFileInfo cookieFile(m_cookieFile);

@@ -22,6 +22,9 @@ public:
     /// Names a file or folder of the output folder, which may be a link that leads out of it.
     void allowLinkTarget(const QString &path);
 
+    /// Names one file that may be read, wherever it lies. A folder is none.
+    void allowReading(const QString &path);
+
     /// Lets the run be heard; without this its sound goes nowhere.
     void allowSound();
 
@@ -48,6 +51,7 @@ private:
     const bool m_usesDisplay;
     QStringList m_linkTargets;
     QVector<quint16> m_ports; ///< that may be connected to; empty for all
+    QStringList m_readableFiles;
     bool m_mayPlaySound = false;
     QString m_cacheFolder; ///< empty when it cannot be made
     QString m_cookieFile;

@@ -18,6 +18,7 @@
 #include <QNetworkProxyFactory>
 #include <QTextCodec>
 #include <QTimer>
+#include <QUrl>
 
 #include <cstddef>
 
@@ -89,6 +90,9 @@ void confine(bool usesDisplay)
     const QNetworkProxy proxy = preference->GetProxy().toNetworkProxy();
     if (proxy.type() != QNetworkProxy::NoProxy)
         sandbox.confineToProxy(proxy.port());
+    const QUrl page(preference->GetPageUrl());
+    if (page.isLocalFile())
+        sandbox.allowReading(page.toLocalFile());
     const QStringList gaps = sandbox.confine();
     for (const QString &gap : gaps)
         qWarning("the page run is confined in part only: %s", qUtf8Printable(gap));

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <thread>
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -109,6 +110,23 @@ void sayThreads()
                 .toStdString());
 }
 
+/// What becomes of reading the one file that may be read, what lies beside it, and of changing it.
+void sayNeighbours()
+{
+    const QByteArray file = qgetenv("SANDBOX_READABLE");
+    const QByteArray other = file + ".other";
+    const QByteArray folder = file.left(file.lastIndexOf('/'));
+    const auto attempt = [](const char *name, const QByteArray &path, int flags) {
+        errno = 0;
+        ::open(path.constData(), flags | O_CLOEXEC);
+        say(std::string(name) + ' ' + std::to_string(errno) + '\n');
+    };
+    attempt("read", file, O_RDONLY);
+    attempt("write", file, O_WRONLY);
+    attempt("other", other, O_RDONLY);
+    attempt("folder", folder, O_RDONLY | O_DIRECTORY);
+}
+
 int playChild(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
@@ -128,10 +146,13 @@ int playChild(int argc, char *argv[])
         if (qEnvironmentVariableIsSet("SANDBOX_PROXY"))
             sandbox.confineToProxy(
                 static_cast<quint16>(qEnvironmentVariableIntValue("SANDBOX_PROXY")));
+        sandbox.allowReading(qEnvironmentVariable("SANDBOX_READABLE"));
         const QStringList gaps = sandbox.confine();
         for (const QString &gap : gaps)
             say("gap: " + gap.toStdString() + '\n');
     }
+    if (words.contains(u("neighbours")))
+        sayNeighbours();
     if (words.contains(u("attempts")))
         say(runAttempts("child"));
     if (words.contains(u("thread")))
@@ -168,6 +189,8 @@ private slots:
     void wideFolders_data();
     void wideFolders();
     void linksOfTheOutputFolder();
+    void oneFileThatMayBeRead_data();
+    void oneFileThatMayBeRead();
     void foldersThatAreMissing();
     void cookieFileThatIsADevice();
 
@@ -253,6 +276,31 @@ void tst_Sandbox::attemptsOutside()
 {
     const QByteArray output = runChild("free attempts");
     QCOMPARE(differences(attemptsIn(output), expectedErrors(0, false)), QByteArray());
+}
+
+void tst_Sandbox::oneFileThatMayBeRead_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("readError");
+    QTest::newRow("a file") << u("page/file") << 0;
+    QTest::newRow("a folder") << u("page") << EACCES;
+}
+
+void tst_Sandbox::oneFileThatMayBeRead()
+{
+    QFETCH(QString, name);
+    QFETCH(int, readError);
+    if (Landlock::offeredVersion() == 0)
+        QSKIP("this kernel has no walls for files");
+    const QString path = m_places->path("outside/") + name;
+    QVERIFY(QDir().mkpath(m_places->path("outside/page")));
+    writeFile(m_places->path("outside/page/file"), "file");
+    writeFile(path + u(".other"), "other");
+    const Errors errors = attemptsIn(runChild("neighbours", {{u("SANDBOX_READABLE"), path}}));
+    QCOMPARE(errors.value("read"), readError);
+    QCOMPARE(errors.value("write"), readError == 0 ? EACCES : EISDIR);
+    QCOMPARE(errors.value("other"), EACCES);
+    QCOMPARE(errors.value("folder"), EACCES);
 }
 
 void tst_Sandbox::systemCalls()
