@@ -1,5 +1,6 @@
 #include "program.h"
 
+#include "DisplayProbe.h"
 #include "EndTimer.h"
 #include "FlashVersion.h"
 #include "HostLine.h"
@@ -20,6 +21,7 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <algorithm>
 #include <cstddef>
 
 namespace {
@@ -46,6 +48,15 @@ QByteArray chosenPlatform(int argc, char *argv[])
     return platform;
 }
 
+/// Whether the page shall be shown; asked before there is an application object.
+bool isPageShown(int argc, char *argv[])
+{
+    return std::any_of(argv, argv + argc, [](const char *argument) {
+        return CVideoPreference::instance()->isSameOptionKey(QString::fromLocal8Bit(argument),
+                                                             QStringLiteral("show"));
+    });
+}
+
 /// What must stand before the application object is made.
 void prepareProcess(int argc, char *argv[])
 {
@@ -54,7 +65,9 @@ void prepareProcess(int argc, char *argv[])
     QNetworkProxyFactory::setUseSystemConfiguration(false);
     const bool hasDisplay =
         !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
-    if (!hasDisplay && chosenPlatform(argc, argv).isEmpty())
+    // A hidden page needs no display, and one that is named may not be there.
+    const bool wantsDisplay = hasDisplay && isPageShown(argc, argv);
+    if (!wantsDisplay && chosenPlatform(argc, argv).isEmpty())
         qputenv("QT_QPA_PLATFORM", "offscreen");
 }
 
@@ -67,6 +80,25 @@ template <std::size_t count> void leaveOut(const char *const (&elements)[count])
     qputenv(elementRanks, ranks);
 }
 
+bool usesDisplay(int argc, char *argv[])
+{
+    const QByteArray platform = chosenPlatform(argc, argv);
+    return !platform.startsWith("offscreen") && !platform.startsWith("minimal");
+}
+
+/// What is left of a run that the toolkit cannot start for, up to its exit code.
+int endWithoutDisplay(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    const auto *const preference = CVideoPreference::instance();
+    if (!preference->GetInfoFlag() && preference->GetPageUrl().isEmpty())
+        return NoPageUrl;
+    if (!MessageLog::open() && !preference->GetInfoFlag())
+        return NoOutputFolder;
+    HostLine::sendText(QStringLiteral("no display can be reached"));
+    return NoDisplay;
+}
+
 /// Nobody hears a page that is not shown, and looking for somewhere to play its sound leaves
 /// folders and shared memory of the sound servers behind.
 void prepareMediaFramework()
@@ -77,11 +109,11 @@ void prepareMediaFramework()
 }
 
 /// Puts the walls up around the calling thread and all that it starts; the log tells of gaps.
-void confine(bool usesDisplay)
+void confine(bool hasDisplay)
 {
     const auto *const preference = CVideoPreference::instance();
     const QString folder = preference->GetOutDir();
-    Sandbox sandbox(folder, usesDisplay);
+    Sandbox sandbox(folder, hasDisplay);
     for (const QString &path : {preference->GetVideoFullPath(), preference->GetThumbFullPath(),
                                 folder + QLatin1String("/logs"), folder + QLatin1String("/f4ftmp")})
         sandbox.allowLinkTarget(path);
@@ -114,10 +146,8 @@ bool preparePageRun(int argc, char *argv[])
     RunLimits::install();
     ShareMemoryManager::GetInstance()->CreateShareMemData();
     prepareMediaFramework();
-    if (!preference->GetNoSandbox()) {
-        const QByteArray platform = chosenPlatform(argc, argv);
-        confine(!platform.startsWith("offscreen") && !platform.startsWith("minimal"));
-    }
+    if (!preference->GetNoSandbox())
+        confine(usesDisplay(argc, argv));
     MessageLog::close(); // what the toolkit says while it starts is no part of the run
     return true;
 }
@@ -168,6 +198,8 @@ int runProgram(int argc, char *argv[])
 {
     RunLimits::noteStart();
     prepareProcess(argc, argv);
+    if (usesDisplay(argc, argv) && !DisplayProbe::isUsable(argc, argv))
+        return endWithoutDisplay(argc, argv);
     const bool isPrepared = argc > 1 && preparePageRun(argc, argv);
     QApplication application(argc, argv);
     if (argc < 2) { // what there was, was the toolkit's
