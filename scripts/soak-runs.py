@@ -120,6 +120,8 @@ class Soak:
             for path in self.folder.rglob(pattern):
                 if path.name.endswith(".lock") or path.parent.name in ("f4ftmp", "logs"):
                     found.append(f"file {path}")
+        for path in (self.folder / "home").rglob("clipweir-??????"):
+            found.append(f"file {path}")
         for kind in ("shm", "sem"):
             for line in pathlib.Path(f"/proc/sysvipc/{kind}").read_text().splitlines()[1:]:
                 found.append(f"{kind} {' '.join(line.split())}")

@@ -4,6 +4,7 @@
 #include "EndTimer.h"
 #include "FlashVersion.h"
 #include "HostLine.h"
+#include "LeftFiles.h"
 #include "MessageLog.h"
 #include "ProcessMemory.h"
 #include "RunLimits.h"
@@ -146,6 +147,7 @@ bool preparePageRun(int argc, char *argv[])
     RunLimits::install();
     ShareMemoryManager::GetInstance()->CreateShareMemData();
     prepareMediaFramework();
+    LeftFiles::removeAll();
     if (!preference->GetNoSandbox())
         confine(usesDisplay(argc, argv));
     MessageLog::close(); // what the toolkit says while it starts is no part of the run
