@@ -167,6 +167,9 @@ Browser::Browser(QObject *parent)
           QWebSettings::JavascriptEnabled, QWebSettings::PluginsEnabled,
           QWebSettings::JavascriptCanOpenWindows, QWebSettings::ZoomTextOnly})
         settings->setAttribute(attribute, true);
+    // A page's databases would be kept in the working folder, beyond the run.
+    settings->setAttribute(QWebSettings::OfflineStorageDatabaseEnabled, false);
+    settings->setOfflineStorageDefaultQuota(0);
 
     // The engine lets no page of the web play from a local scheme.
     for (const char *const scheme : playerSchemes)
