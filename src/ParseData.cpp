@@ -1,5 +1,6 @@
 #include "ParseData.h"
 
+#include "HostLine.h"
 #include "PageText.h"
 #include "VideoPreference.h"
 #include "utils.h"
@@ -25,6 +26,14 @@ QString fittingFileName(QString name, const QString &ext)
     if (!name.isEmpty() && name.at(name.size() - 1).isHighSurrogate())
         name.chop(1);
     return QStringLiteral("%1.%2").arg(name, ext);
+}
+
+/// The name without what a terminal takes for a command, or some reader for the end of a line.
+QString withoutControls(QString name)
+{
+    const auto end = std::remove_if(name.begin(), name.end(), HostLine::breaksLine);
+    name.truncate(static_cast<int>(end - name.begin()));
+    return name;
 }
 
 /// The text as a JSON string.
@@ -133,7 +142,7 @@ QString ParseData::getCanonicalUrl() const
 
 QString ParseData::getSmartVideoFullPath() const
 {
-    const QString name = Utils::SafeFileName(getHtmlTitle(), QLatin1Char('_'));
+    const QString name = withoutControls(Utils::SafeFileName(getHtmlTitle(), QLatin1Char('_')));
     if (name.isEmpty() || selectedVideo < 0)
         return {};
     const QString format = fileList.at(selectedVideo).strFormat;

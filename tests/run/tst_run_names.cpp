@@ -65,7 +65,7 @@ private slots:
             {QByteArray(5000, 'n'), QString(251, QLatin1Char('n')) + option(".mp4")},
             {QByteArray("\xe4\xb8\xad").repeated(500),
              QString::fromUtf8("\xe4\xb8\xad").repeated(83) + option(".mp4")},
-            {"a&#10;b", option("a\nb.mp4")},
+            {"a&#10;&#27;[2Jb", option("a[2Jb.mp4")},
             {"%2e%2e%2fevil", option("%2e%2e%2fevil.mp4")},
         };
         ScriptedServer server;
