@@ -131,6 +131,25 @@ void confine(bool hasDisplay)
         qWarning("the page run is confined in part only: %s", qUtf8Printable(gap));
 }
 
+/// Whether the path that the video shall get can be taken for text. Bytes that cannot would make
+/// another path, which the caller would look for in vain.
+bool isSavePathReadable(int argc, char *argv[])
+{
+    const auto *const preference = CVideoPreference::instance();
+    const auto isKey = [preference](const char *argument) {
+        return preference->isSameOptionKey(QString::fromLocal8Bit(argument),
+                                           QStringLiteral("saveto"));
+    };
+    char **const end = argv + argc;
+    char **const key = std::find_if(argv, end, isKey);
+    if (key == end || key + 1 == end)
+        return true;
+    QTextCodec::ConverterState state;
+    const char *const path = *(key + 1);
+    QTextCodec::codecForName("UTF-8")->toUnicode(path, static_cast<int>(qstrlen(path)), &state);
+    return state.invalidChars == 0 && state.remainingChars == 0;
+}
+
 /// Makes ready for a page run, if that is what the arguments ask for: makes the stop flag and puts
 /// the walls up. Returns whether it did.
 ///
@@ -141,7 +160,7 @@ bool preparePageRun(int argc, char *argv[])
     const QCoreApplication application(argc, argv);
     const auto *const preference = CVideoPreference::instance();
     if (preference->GetExitFlag() || preference->GetInfoFlag() || preference->GetPageUrl().isEmpty()
-        || !MessageLog::open())
+        || !isSavePathReadable(argc, argv) || !MessageLog::open())
         return false;
     StopSignals::install();
     RunLimits::install();
@@ -218,6 +237,10 @@ int runProgram(int argc, char *argv[])
     }
     if (preference->GetPageUrl().isEmpty())
         return NoPageUrl;
+    if (!isSavePathReadable(argc, argv)) {
+        HostLine::sendText(QStringLiteral("the path of --saveto is not UTF-8"));
+        return NoOutputFolder;
+    }
     if (!MessageLog::open() || !isPrepared)
         return NoOutputFolder;
 

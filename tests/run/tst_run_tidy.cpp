@@ -2,6 +2,12 @@
 #include "TestFiles.h"
 #include "TestMain.h"
 
+namespace {
+
+constexpr int noOutputFolder = 13;
+
+} // namespace
+
 /// What runs find and leave on the disk beside their files.
 class tst_RunTidy : public QObject
 {
@@ -55,6 +61,33 @@ private slots:
         const QStringList files = folder.entryList(QDir::Files | QDir::Hidden);
         QVERIFY2(files.filter(QRegularExpression(option("\\.(db|localstorage)"))).isEmpty(),
                  qPrintable(files.join(QLatin1Char(' '))));
+    }
+
+    void aPathThatIsNoUtf8IsRefused_data()
+    {
+        QTest::addColumn<QString>("word"); // as printf writes it
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("a byte that begins nothing") << option("./v\\377.mp4") << noOutputFolder;
+        QTest::newRow("half a character") << option("./v\\303") << noOutputFolder;
+        QTest::newRow("half of a pair") << option("./v\\355\\240\\200") << noOutputFolder;
+        QTest::newRow("a character") << option("./v\\303\\251.mp4") << 0;
+        QTest::newRow("the replacement character") << option("./v\\357\\277\\275.mp4") << 0;
+    }
+
+    void aPathThatIsNoUtf8IsRefused()
+    {
+        QFETCH(QString, word);
+        QFETCH(int, exitCode);
+        const QString page = option("http://127.0.0.1:1/bytes");
+        ProgramRun run;
+        run.setLauncher({option("bash"), option("-c"),
+                         option("exec \"$@\" -SaveTo \"$(printf \"$0\")\""), word});
+        QVERIFY(run.run({option("--url"), page, option("--timeout"), option("0")}));
+        QCOMPARE(run.exitCode(), exitCode);
+        if (exitCode == 0)
+            return;
+        QCOMPARE(run.errorOutput(), fixedLine("the path of --saveto is not UTF-8"));
+        QCOMPARE(QDir(run.folder()).entryList({option("v*"), option("tmp")}), QStringList());
     }
 };
 
