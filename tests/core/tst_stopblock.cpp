@@ -13,10 +13,14 @@
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
 bool isNumberWeak = true;
+constexpr int usualBits = 12;
+int weakBits = usualBits;
 
 /// The system's own way, for files of which there may be 65536.
 key_t fullNumber(const struct stat &info, int projectId)
@@ -25,7 +29,7 @@ key_t fullNumber(const struct stat &info, int projectId)
                               | ((info.st_dev & 0xffU) << 16) | (info.st_ino & 0xffffU));
 }
 
-/// One of 4096 numbers, in no order.
+/// One of a few numbers, in no order.
 key_t weakNumber(const struct stat &info)
 {
     quint64 mixed = info.st_ino; // numbers in a row must not come out evenly spread
@@ -33,7 +37,7 @@ key_t weakNumber(const struct stat &info)
         mixed = (mixed ^ (mixed >> 31)) * Q_UINT64_C(0xBF58476D1CE4E5B9);
         mixed ^= mixed >> 27;
     }
-    return static_cast<key_t>(0x62000000U | (mixed >> 52));
+    return static_cast<key_t>(0x62000000U | (mixed >> (64 - weakBits)));
 }
 
 } // namespace
@@ -90,6 +94,22 @@ int readByHost(const QString &key)
     return memory.attach() ? readNumber(memory) : -1;
 }
 
+/// What a process does that makes a block as soon as the start's pipe closes, says so, and keeps it
+/// until the end's does.
+bool holdBlock(int i, int start, int made, int end)
+{
+    char byte = 0;
+    const bool hasStarted = ::read(start, &byte, 1) == 0;
+    StopBlock block(keyOf(i));
+    byte = hasStarted && block.create(sizeof(int)) ? 1 : 0;
+    if (byte == 1)
+        writeNumber(block.memory(), i);
+    const bool isSaid = ::write(made, &byte, 1) == 1;
+    char rest = 0;
+    const bool isOver = ::read(end, &rest, 1) == 0;
+    return isSaid && isOver && byte == 1 && block.remove();
+}
+
 bool writeFile(const QString &path, const QByteArray &content)
 {
     QFile file(path);
@@ -135,6 +155,7 @@ private slots:
     void init()
     {
         isNumberWeak = true;
+        weakBits = usualBits;
         // In memory, if there is such a folder: the search looks at every file, and these are many.
         m_folder = std::make_unique<QTemporaryDir>(QStringLiteral("/dev/shm/tst_stopblock-XXXXXX"));
         if (!m_folder->isValid())
@@ -196,6 +217,48 @@ private slots:
         QCOMPARE(locks.size(), count);
         for (const auto &block : blocks)
             QVERIFY(block->remove());
+        QCOMPARE(files(), QStringList());
+    }
+
+    void processesThatSetOffAtOnceGetBlocksOfTheirOwn()
+    {
+        constexpr int count = 30;
+        weakBits = 6; // 64 numbers
+        int start[2];
+        int end[2];
+        int made[2];
+        QVERIFY(::pipe(start) == 0 && ::pipe(end) == 0 && ::pipe(made) == 0);
+        std::vector<pid_t> children;
+        for (int i = 0; i < count; ++i) {
+            const pid_t child = ::fork();
+            if (child == 0) {
+                ::close(start[1]);
+                ::close(end[1]);
+                ::_exit(holdBlock(i, start[0], made[1], end[0]) ? 0 : 1);
+            }
+            children.push_back(child);
+        }
+        ::close(start[1]); // they all wait for this
+        char bytes[count];
+        int madeCount = 0;
+        for (int i = 0; i < count; ++i)
+            madeCount += ::read(made[0], bytes, 1) == 1 && bytes[0] == 1 ? 1 : 0;
+        QList<int> seen;
+        QList<int> expected;
+        for (int i = 0; i < count; ++i) {
+            seen += readByHost(keyOf(i));
+            expected += i;
+        }
+        ::close(end[1]);
+        for (const pid_t child : children) {
+            int status = -1;
+            ::waitpid(child, &status, 0);
+            QCOMPARE(status, 0);
+        }
+        for (const int fd : {start[0], end[0], made[0], made[1]})
+            ::close(fd);
+        QCOMPARE(madeCount, count);
+        QCOMPARE(seen, expected);
         QCOMPARE(files(), QStringList());
     }
 
