@@ -1,5 +1,6 @@
 #include "NetworkReplyProxy.h"
 
+#include "NetworkProxy.h"
 #include "ShareMemoryManager.h"
 #include "StallWatch.h"
 #include "SynchronousRequest.h"
@@ -94,7 +95,7 @@ NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetwor
     if (m_reply->isFinished())
         takeOverFinishedReply();
     else
-        connectReply();
+        connectReply(*manager);
 }
 
 /// Notes, while it lives, that a signal of the real reply is being passed on.
@@ -128,9 +129,9 @@ NetworkReplyProxy::~NetworkReplyProxy()
     m_reply.release()->deleteLater(); // one of its signals has led here
 }
 
-void NetworkReplyProxy::connectReply()
+void NetworkReplyProxy::connectReply(const QNetworkAccessManager &manager)
 {
-    m_reply->setReadBufferSize(readBufferBytes);
+    NetworkProxy::limitUnread(*m_reply, manager, readBufferBytes);
     connect(m_reply.get(), &QNetworkReply::metaDataChanged, this,
             &NetworkReplyProxy::applyMetaData);
     connect(m_reply.get(), &QNetworkReply::readyRead, this, &NetworkReplyProxy::readInternal);

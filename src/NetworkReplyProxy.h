@@ -92,7 +92,7 @@ protected:
 private:
     class Report;
 
-    void connectReply();
+    void connectReply(const QNetworkAccessManager &manager);
     void finishInternal();
     void takeOverFinishedReply();
     void copyMetaData();

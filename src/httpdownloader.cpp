@@ -1,6 +1,7 @@
 #include "httpdownloader.h"
 
 #include "AdobeUtils.h"
+#include "NetworkProxy.h"
 #include "StallWatch.h"
 #include "VideoPreference.h"
 #include "WebAddress.h"
@@ -150,7 +151,7 @@ void HttpDownloader::send(const QUrl &url)
         setRange(request);
 
     m_reply = m_manager.get(request);
-    m_reply->setReadBufferSize(readBufferBytes);
+    NetworkProxy::limitUnread(*m_reply, m_manager, readBufferBytes);
     watchForSilence(m_reply, transferSilenceMs());
     connect(m_reply, &QNetworkReply::finished, this, &HttpDownloader::httpFinished);
     connect(m_reply, &QNetworkReply::readyRead, this, &HttpDownloader::httpReadyRead);
@@ -417,7 +418,7 @@ qint64 HttpDownloader::GetFileSize(QUrl url)
     QNetworkAccessManager manager;
     manager.setProxy(m_manager.proxy());
     const std::unique_ptr<QNetworkReply> reply(manager.get(makeRequest(url)));
-    reply->setReadBufferSize(probeBufferBytes);
+    NetworkProxy::limitUnread(*reply, manager, probeBufferBytes);
     watchForSilence(reply.get(), StallWatch::limitOf(CVideoPreference::instance()->GetStall()));
 
     QEventLoop loop;

@@ -15,7 +15,8 @@ class QNetworkRequest;
 ///
 /// Redirects are followed within http and https, never from https to http, with the range kept;
 /// every hop gets the cookies of its own address. No other scheme is ever fetched.
-/// Memory use does not grow with the file. One request at a time; main thread.
+/// Memory use does not grow with the file, but for what waits unread behind a SOCKS 5 proxy (see
+/// NetworkProxy::limitUnread()). One request at a time; main thread.
 class HttpDownloader final : public QObject
 {
     Q_OBJECT

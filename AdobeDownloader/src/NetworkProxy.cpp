@@ -1,5 +1,8 @@
 #include "NetworkProxy.h"
 
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
 #include <limits>
 
 namespace {
@@ -28,4 +31,11 @@ QNetworkProxy NetworkProxy::fromSetting(int type, const QString &host, int port)
 {
     const bool isPort = port >= 0 && port <= std::numeric_limits<quint16>::max();
     return QNetworkProxy(typeOf(type, host), host, static_cast<quint16>(isPort ? port : 0));
+}
+
+void NetworkProxy::limitUnread(QNetworkReply &reply, const QNetworkAccessManager &manager,
+                               qint64 bytes)
+{
+    if (manager.proxy().type() != QNetworkProxy::Socks5Proxy)
+        reply.setReadBufferSize(bytes);
 }
