@@ -81,7 +81,12 @@ void Downloader::downloadThumb(const QString &url)
     const auto *const preference = CVideoPreference::instance();
     const QString path = preference->GetThumbFullPath();
     if (preference->GetResume() && QFile::exists(path)) {
-        emit finished(0, Thumb, Succeeded);
+        if (OutputFile::isBeingWritten(path)) {
+            qWarning("%s is not taken as it is: another run is writing it", qUtf8Printable(path));
+            emit finished(0, Thumb, Failed);
+        } else {
+            emit finished(0, Thumb, Succeeded);
+        }
         return;
     }
     m_downloader.disconnect(this);

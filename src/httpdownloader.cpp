@@ -198,12 +198,11 @@ void HttpDownloader::setRange(QNetworkRequest &request) const
 
 bool HttpDownloader::openFile()
 {
-    m_file.close();
-    m_file.setFileName(m_filePath);
-    QIODevice::OpenMode mode = QIODevice::WriteOnly | QIODevice::Unbuffered;
-    if (m_append)
-        mode |= QIODevice::Append;
-    return m_file.open(mode);
+    if (m_file.open(m_filePath, m_append ? OutputFile::Mode::Append : OutputFile::Mode::Replace))
+        return true;
+    qWarning("%s cannot be written: %s", qUtf8Printable(m_filePath),
+             qUtf8Printable(m_file.errorString()));
+    return false;
 }
 
 void HttpDownloader::releaseReply()
@@ -264,8 +263,7 @@ void HttpDownloader::checkAnswer()
         // The server ignored the range: appending would glue a second beginning to the first.
         // What is there is overwritten with the same bytes, so that none are lost to a cut.
         m_rangeStart = 0;
-        m_file.close();
-        m_isOverwriting = m_file.open(QIODevice::ReadWrite | QIODevice::Unbuffered);
+        m_isOverwriting = m_file.rewind();
         m_hasWriteFailed = !m_isOverwriting;
         if (m_hasWriteFailed)
             endReplySoon();
@@ -318,7 +316,7 @@ void HttpDownloader::saveReadable()
         if (count <= 0)
             return;
         m_receivedBytes += count;
-        if (m_file.write(m_chunk.constData(), count) != count) {
+        if (!m_file.write(m_chunk.constData(), count)) {
             m_hasWriteFailed = true;
             m_reply->abort(); // ends in httpFinished()
             return;

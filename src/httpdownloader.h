@@ -1,12 +1,12 @@
 #ifndef HTTPDOWNLOADER_H
 #define HTTPDOWNLOADER_H
 
-#include <QFile>
 #include <QNetworkAccessManager>
 #include <QObject>
 #include <QUrl>
 
 #include "AdobeCookieJar.h"
+#include "OutputFile.h"
 
 class QNetworkReply;
 class QNetworkRequest;
@@ -91,7 +91,7 @@ private:
     QString m_filePath;
     QString m_url;
     QNetworkReply *m_reply = nullptr;
-    QFile m_file;
+    OutputFile m_file;
     QNetworkAccessManager m_manager;
     qint64 m_rangeStart = 0;
     qint64 m_rangeEnd = -1;

@@ -162,7 +162,7 @@ int CAdobeOutputFile::WriteFlvFile()
         if (!readBack(m_nextFragment))
             break;
         if ((!m_file.isOpen() && !openFile()) || !writeFragment(m_nextFragment)) {
-            qWarning("%s cannot be written: %s", qUtf8Printable(m_file.fileName()),
+            qWarning("%s cannot be written: %s", qUtf8Printable(m_file.path()),
                      qUtf8Printable(m_file.errorString()));
             m_hasFailed = true;
             return -1;
@@ -177,9 +177,7 @@ int CAdobeOutputFile::WriteFlvFile()
 
 bool CAdobeOutputFile::openFile()
 {
-    m_file.setFileName(FilePath());
-    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate)
-        || !write(GetFlvHeader(true, true)))
+    if (!m_file.open(FilePath(), OutputFile::Mode::Replace) || !write(GetFlvHeader(true, true)))
         return false;
     return !option("metadata").toBool() || WriteMetadata();
 }
@@ -216,7 +214,7 @@ QByteArray CAdobeOutputFile::TakeSpare()
 
 bool CAdobeOutputFile::write(const QByteArray &data)
 {
-    return m_file.write(data) == data.size() && m_file.flush();
+    return m_file.write(data.constData(), data.size());
 }
 
 bool CAdobeOutputFile::HasMedia() const

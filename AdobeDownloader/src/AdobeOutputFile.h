@@ -2,9 +2,9 @@
 #define ADOBEOUTPUTFILE_H
 
 #include "FlvTimeline.h"
+#include "OutputFile.h"
 
 #include <QByteArray>
-#include <QFile>
 #include <QMap>
 #include <QString>
 #include <QVariantMap>
@@ -129,7 +129,7 @@ private:
     std::unique_ptr<FlvTimeline> m_timeline;
     QByteArray m_tags; // of the fragment written last: its memory serves the next one
     std::vector<QByteArray> m_spares;
-    QFile m_file;
+    OutputFile m_file;
     std::function<bool()> m_goOn;
     bool m_hasFailed = false;
     bool m_hasWarned = false;

@@ -144,11 +144,14 @@ void FileCell::serve()
         serveHeld("/t.jpg", mediaReply(testBytes(100000), "image/jpeg"));
         m_server.onRaw("/v.mp4", [this](const HttpRequest &request, QTcpSocket *socket) {
             const HttpReply reply = mediaReply(video());
-            socket->write(ScriptedServer::headOf(reply) + reply.body);
-            if (isFromDownloader(request))
+            const QByteArray bytes = ScriptedServer::headOf(reply) + reply.body;
+            if (isFromDownloader(request)) {
+                socket->write(bytes.left(bytes.size() - 1)); // ends when the thumbnail has
                 m_video = socket;
-            else
+            } else {
+                socket->write(bytes);
                 socket->disconnectFromHost();
+            }
         });
     }
 }
@@ -257,6 +260,7 @@ bool FileCell::watch()
         release();
     }
     if (m_video && m_run.program().errorOutput().contains("thumb download finished")) {
+        m_video->write(video().right(1));
         m_video->disconnectFromHost();
         m_video.clear();
     }
@@ -274,7 +278,9 @@ QString FileCell::outcome() const
         return result;
     if (!m_run.leftovers().isEmpty())
         return option("BROKEN: it leaves ") + m_run.leftovers();
-    if (m_fault == UnwritableFile && readFile(file()) != m_before)
+    // A thumbnail and a stream are begun anew, and what is removed need not be writable.
+    const bool isReplaced = m_target == Thumbnail || m_target == Stream;
+    if (m_fault == UnwritableFile && !isReplaced && readFile(file()) != m_before)
         return option("BROKEN: what was there is lost");
     return judgeVideo(result);
 }
