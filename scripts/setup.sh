@@ -17,7 +17,7 @@ system='libseccomp-dev'
 engine='gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav'
 engine="$engine fonts-dejavu-core ca-certificates"
 # What the tests and the demonstration serve, make, fetch and compare with.
-tools='nginx microsocks libnginx-mod-rtmp libnginx-mod-http-echo libbenchmark-dev ffmpeg rtmpdump curl python3 procps'
+tools='nginx microsocks libnginx-mod-rtmp libnginx-mod-http-echo libbenchmark-dev ffmpeg rtmpdump curl openssl python3 procps'
 # Plug-ins that the program has to do well beside, too: they fetch by themselves what playlists name.
 tools="$tools gstreamer1.0-plugins-bad"
 packaging='dpkg-dev file'

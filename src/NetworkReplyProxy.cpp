@@ -4,6 +4,7 @@
 #include "ShareMemoryManager.h"
 #include "StallWatch.h"
 #include "SynchronousRequest.h"
+#include "TlsTrust.h"
 #include "VideoPreference.h"
 #include "WebAddress.h"
 
@@ -69,9 +70,13 @@ QNetworkReply *NetworkAccessManagerProxy::createRequest(Operation operation,
 
     // By itself the toolkit waits for a synchronous request without end.
     const qint64 stallMs = stallLimitMs();
-    QNetworkReply *const reply = stallMs > 0 && SynchronousRequest::isOne(request)
-        ? SynchronousRequest::run(operation, request, outgoingData, proxy(), stallMs).release()
-        : QNetworkAccessManager::createRequest(operation, request, outgoingData);
+    if (stallMs > 0 && SynchronousRequest::isOne(request)) {
+        auto reply = SynchronousRequest::run(operation, request, outgoingData, proxy(), stallMs);
+        return new NetworkReplyProxy(this, reply.release());
+    }
+    QNetworkReply *const reply =
+        QNetworkAccessManager::createRequest(operation, request, outgoingData);
+    TlsTrust::reportRefusal(reply);
     return new NetworkReplyProxy(this, reply);
 }
 

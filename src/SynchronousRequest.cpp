@@ -3,6 +3,7 @@
 #include "AdobeCookieJar.h"
 #include "ShareMemoryManager.h"
 #include "StallWatch.h"
+#include "TlsTrust.h"
 
 #include <QBuffer>
 #include <QEventLoop>
@@ -102,6 +103,7 @@ Outcome collect(QNetworkReply &reply, qint64 stallMs)
     Outcome outcome;
     QEventLoop loop;
     bool isStalled = false;
+    TlsTrust::reportRefusal(&reply);
     const StallWatch watch(&reply, stallMs);
     QObject::connect(&watch, &StallWatch::stalled, &loop, [&] {
         isStalled = true;

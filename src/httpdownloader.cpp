@@ -3,6 +3,7 @@
 #include "AdobeUtils.h"
 #include "NetworkProxy.h"
 #include "StallWatch.h"
+#include "TlsTrust.h"
 #include "VideoPreference.h"
 #include "WebAddress.h"
 
@@ -151,6 +152,7 @@ void HttpDownloader::send(const QUrl &url)
         setRange(request);
 
     m_reply = m_manager.get(request);
+    TlsTrust::reportRefusal(m_reply);
     NetworkProxy::limitUnread(*m_reply, m_manager, readBufferBytes);
     watchForSilence(m_reply, transferSilenceMs());
     connect(m_reply, &QNetworkReply::finished, this, &HttpDownloader::httpFinished);
@@ -416,6 +418,7 @@ qint64 HttpDownloader::GetFileSize(QUrl url)
     QNetworkAccessManager manager;
     manager.setProxy(m_manager.proxy());
     const std::unique_ptr<QNetworkReply> reply(manager.get(makeRequest(url)));
+    TlsTrust::reportRefusal(reply.get());
     NetworkProxy::limitUnread(*reply, manager, probeBufferBytes);
     watchForSilence(reply.get(), StallWatch::limitOf(CVideoPreference::instance()->GetStall()));
 

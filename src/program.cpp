@@ -11,6 +11,7 @@
 #include "Sandbox.h"
 #include "ShareMemoryManager.h"
 #include "StopSignals.h"
+#include "TlsTrust.h"
 #include "Usage.h"
 #include "VideoPreference.h"
 #include "browser.h"
@@ -244,6 +245,7 @@ int runProgram(int argc, char *argv[])
     if (!MessageLog::open() || !isPrepared)
         return NoOutputFolder;
 
+    TlsTrust::useEnvironment();
     const int result = exec(&application);
     const bool isEndAsked = ShareMemoryManager::GetInstance()->GetExitFlag();
     ShareMemoryManager::GetInstance()->DeleteShareMemData();

@@ -7,6 +7,7 @@
 #include "HostLine.h"
 #include "NetworkProxy.h"
 #include "StallWatch.h"
+#include "TlsTrust.h"
 #include "WebAddress.h"
 
 #include <QNetworkRequest>
@@ -131,6 +132,7 @@ bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteA
     }
     connect(m_reply.data(), &QNetworkReply::readyRead, this, &CAdobeBrowser::httpReadyRead);
     connect(m_reply.data(), &QNetworkReply::finished, this, &CAdobeBrowser::httpFinished);
+    TlsTrust::reportRefusal(m_reply.data());
     const auto *const stallWatch = new StallWatch(m_reply.data(), m_stallTimeoutMs);
     connect(stallWatch, &StallWatch::stalled, m_reply.data(), &QNetworkReply::abort);
     m_watch.start();
