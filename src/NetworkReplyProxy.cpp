@@ -1,5 +1,6 @@
 #include "NetworkReplyProxy.h"
 
+#include "InterimAnswer.h"
 #include "NetworkProxy.h"
 #include "ShareMemoryManager.h"
 #include "StallWatch.h"
@@ -20,6 +21,7 @@ constexpr qint64 longMediaBytes = 5242880; // from here on a media reply is cut 
 constexpr qint64 longMediaStartBytes = 102400; // ... once so much of it has arrived
 constexpr int maxKeptBytes = 8 << 20; // above what is cut, so that all of a cut reply is kept
 constexpr int maxUnreadBytes = 64 << 20; // a paused player leaves everything unread
+constexpr int maxUnpackedBytes = 64 << 20; // of what arrives at one time
 constexpr int compactFromBytes = 1 << 20;
 constexpr qint64 readBufferBytes = 1 << 20; // a fast server waits until the proxy has looked
 constexpr int lastCopiedAttribute = 7; // QNetworkRequest::DoNotBufferUploadDataAttribute
@@ -75,9 +77,27 @@ QNetworkReply *NetworkAccessManagerProxy::createRequest(Operation operation,
         return new NetworkReplyProxy(this, reply.release());
     }
     QNetworkReply *const reply =
-        QNetworkAccessManager::createRequest(operation, request, outgoingData);
+        QNetworkAccessManager::createRequest(operation, onFreshConnection(request), outgoingData);
     TlsTrust::reportRefusal(reply);
     return new NetworkReplyProxy(this, reply);
+}
+
+void NetworkAccessManagerProxy::leaveConnectionsTo(const QUrl &url)
+{
+    ++m_interimAnswers[url.host()];
+}
+
+/// The toolkit shares connections between requests with the same name to verify. Without TLS it
+/// verifies none, so that every name will do; with TLS there is only the host's own.
+QNetworkRequest NetworkAccessManagerProxy::onFreshConnection(QNetworkRequest request) const
+{
+    const QUrl url = request.url();
+    const int count = m_interimAnswers.value(url.host());
+    if (count > 0) {
+        const bool isPlain = url.scheme() == QLatin1String("http");
+        request.setPeerVerifyName(isPlain ? QString::number(count) : url.host());
+    }
+    return request;
 }
 
 NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetworkReply *reply)
@@ -95,6 +115,9 @@ NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetwor
     connect(this, &QNetworkReply::finished, manager, &NetworkAccessManagerProxy::replyFinished);
     connect(this, &NetworkReplyProxy::replyError, manager,
             &NetworkAccessManagerProxy::replyFinished);
+
+    connect(this, &NetworkReplyProxy::interimAnswer, manager,
+            &NetworkAccessManagerProxy::leaveConnectionsTo);
 
     open(QIODevice::ReadOnly);
     if (m_reply->isFinished())
@@ -165,6 +188,8 @@ void NetworkReplyProxy::takeOverFinishedReply()
     takeOverData(m_reply->bytesAvailable());
     if (m_reply->error() != NoError)
         takeOverError();
+    else if (InterimAnswer::isIn(*m_reply))
+        setError(ProtocolFailure, InterimAnswer::errorText());
     setFinished(true);
     QTimer::singleShot(0, this, [this] {
         const QPointer<NetworkReplyProxy> self(this);
@@ -186,12 +211,19 @@ QByteArray NetworkReplyProxy::receivedData() const
 void NetworkReplyProxy::copyMetaData()
 {
     const auto rawHeaders = m_reply->rawHeaderPairs();
-    for (const auto &header : rawHeaders)
-        setRawHeader(header.first, header.second);
-    for (const auto known : {QNetworkRequest::ContentTypeHeader,
-                             QNetworkRequest::ContentLengthHeader, QNetworkRequest::LocationHeader,
-                             QNetworkRequest::LastModifiedHeader, QNetworkRequest::SetCookieHeader})
-        setHeader(known, m_reply->header(known));
+    const bool isPacked = XGzip::isIn(*m_reply); // its body is passed on unpacked
+    for (const auto &header : rawHeaders) {
+        const QByteArray name = header.first.toLower();
+        if (!isPacked || (name != "content-encoding" && name != "content-length"))
+            setRawHeader(header.first, header.second);
+    }
+    for (const auto known :
+         {QNetworkRequest::ContentTypeHeader, QNetworkRequest::ContentLengthHeader,
+          QNetworkRequest::LocationHeader, QNetworkRequest::LastModifiedHeader,
+          QNetworkRequest::SetCookieHeader}) {
+        if (!isPacked || known != QNetworkRequest::ContentLengthHeader)
+            setHeader(known, m_reply->header(known));
+    }
     for (int i = 0; i <= lastCopiedAttribute; ++i) {
         const auto attributeCode = static_cast<QNetworkRequest::Attribute>(i);
         setAttribute(attributeCode, m_reply->attribute(attributeCode));
@@ -205,10 +237,29 @@ void NetworkReplyProxy::applyMetaData()
     emit metaDataChanged();
 }
 
+/// What the next bytes of the body unpack to. A body that is none such, or that swells beyond all
+/// measure, ends with the last piece that is in order.
+QByteArray NetworkReplyProxy::unpacked(const QByteArray &received)
+{
+    QByteArray result;
+    if (!m_unpacker)
+        m_unpacker = std::make_unique<XGzip>();
+    const bool isTaken = m_unpacker->unpack(received.constData(), received.size(),
+                                            [&result](const char *data, qint64 bytes) {
+                                                result.append(data, static_cast<int>(bytes));
+                                                return result.size() <= maxUnpackedBytes;
+                                            });
+    if (!isTaken && !m_reply->isFinished())
+        QMetaObject::invokeMethod(m_reply.get(), &QNetworkReply::abort, Qt::QueuedConnection);
+    return result;
+}
+
 void NetworkReplyProxy::takeOverData(qint64 maxBytes)
 {
-    const QByteArray received = m_reply->read(maxBytes);
+    QByteArray received = m_reply->read(maxBytes);
     m_receivedBytes += received.size();
+    if (!received.isEmpty() && XGzip::isIn(*m_reply))
+        received = unpacked(received);
     m_data += received.left(maxKeptBytes - m_data.size());
     if (m_bufferPos >= compactFromBytes && m_bufferPos >= m_buffer.size() / 2) {
         m_buffer.remove(0, m_bufferPos);
@@ -255,14 +306,21 @@ void NetworkReplyProxy::failAsStalled()
     if (m_hasError || m_isHeldBack) // the engine's silence is not the server's
         return;
     const Report report(this);
-    m_hasError = true;
-    setError(TimeoutError, StallWatch::errorText());
     const QPointer<NetworkReplyProxy> self(this);
-    emit errorOccurred(TimeoutError);
-    if (self)
-        emit replyError();
+    failAs(TimeoutError, StallWatch::errorText());
     if (self)
         m_reply->abort(); // ends in finishInternal()
+}
+
+/// Tells the page of an error that the real reply does not have.
+void NetworkReplyProxy::failAs(NetworkError error, const QString &text)
+{
+    m_hasError = true;
+    setError(error, text);
+    const QPointer<NetworkReplyProxy> self(this);
+    emit errorOccurred(error);
+    if (self)
+        emit replyError();
 }
 
 void NetworkReplyProxy::errorInternal(QNetworkReply::NetworkError code)
@@ -283,8 +341,13 @@ void NetworkReplyProxy::finishInternal()
         return;
     const Report report(this);
     const QPointer<NetworkReplyProxy> self(this);
+    InterimAnswer::report(*m_reply);
+    if (InterimAnswer::isIn(*m_reply))
+        emit interimAnswer(url());
     if (m_reply->error() != NoError)
         errorInternal(m_reply->error());
+    else if (InterimAnswer::isIn(*m_reply))
+        failAs(ProtocolFailure, InterimAnswer::errorText());
     if (self && m_isHeldBack && m_reply->isOpen()) {
         takeOverData(m_reply->bytesAvailable());
         emit readyRead();

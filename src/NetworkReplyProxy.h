@@ -1,8 +1,11 @@
 #ifndef NETWORKREPLYPROXY_H
 #define NETWORKREPLYPROXY_H
 
+#include <QHash>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+
+#include "XGzip.h"
 
 #include <memory>
 
@@ -22,6 +25,10 @@ public:
 
     /// From now on no request reaches the network. There is no way back.
     void disable();
+
+    /// Keeps later requests off the connections to a host, on one of which an answer comes that
+    /// belongs to no request any more.
+    void leaveConnectionsTo(const QUrl &url);
 
 signals:
     /// A request is about to be made or refused. Emitted from inside the engine's loading code:
@@ -43,7 +50,10 @@ protected:
                                  QIODevice *outgoingData) override;
 
 private:
+    [[nodiscard]] QNetworkRequest onFreshConnection(QNetworkRequest request) const;
+
     bool m_isDisabled = false;
+    QHash<QString, int> m_interimAnswers; ///< how many each host has sent, that are no answers
 };
 
 /// A reply of the page: passes the real reply through, reports its progress with size and content
@@ -80,6 +90,9 @@ signals:
     void sizeUntold(const QString &url);
     void replyError();
 
+    /// The reply has ended with an answer that only announces another one.
+    void interimAnswer(const QUrl &url);
+
 public slots:
     void applyMetaData();
     void readInternal();
@@ -97,9 +110,11 @@ private:
     void takeOverFinishedReply();
     void copyMetaData();
     void takeOverData(qint64 maxBytes);
+    [[nodiscard]] QByteArray unpacked(const QByteArray &received);
     void readOn();
     void takeOverError();
     void failAsStalled();
+    void failAs(NetworkError error, const QString &text);
     [[nodiscard]] bool isLongMedia(qint64 received, qint64 size) const;
     [[nodiscard]] bool isCutImage(qint64 received, qint64 size) const;
     [[nodiscard]] qint64 declaredSize() const; ///< by the header; 0 without one
@@ -116,6 +131,7 @@ private:
     bool m_isHeldBack = false; ///< bytes are left with the real reply
     bool m_isUntold = false; ///< sizeUntold() has been emitted
     bool m_hasError = false;
+    std::unique_ptr<XGzip> m_unpacker; ///< of a body that takes one
     int m_openReports = 0;
 };
 

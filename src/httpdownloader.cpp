@@ -1,6 +1,7 @@
 #include "httpdownloader.h"
 
 #include "AdobeUtils.h"
+#include "InterimAnswer.h"
 #include "NetworkProxy.h"
 #include "StallWatch.h"
 #include "TlsTrust.h"
@@ -151,6 +152,7 @@ void HttpDownloader::send(const QUrl &url)
     if (isFileMode())
         setRange(request);
 
+    m_unpacker.reset();
     m_reply = m_manager.get(request);
     TlsTrust::reportRefusal(m_reply);
     NetworkProxy::limitUnread(*m_reply, m_manager, readBufferBytes);
@@ -303,9 +305,30 @@ qint64 HttpDownloader::declaredLength() const
 
 void HttpDownloader::collectReadable()
 {
-    m_content += m_reply->readAll();
-    if (m_content.size() > maxContentBytes)
+    const QByteArray arrived = m_reply->readAll();
+    if (!takeBytes(arrived.constData(), arrived.size()))
         m_reply->abort();
+}
+
+/// Stores bytes of the body, unpacked if need be. Returns false when that cannot be.
+bool HttpDownloader::takeBytes(const char *data, qint64 bytes)
+{
+    if (!m_unpacker && XGzip::isIn(*m_reply))
+        m_unpacker = std::make_unique<XGzip>();
+    if (!m_unpacker)
+        return store(data, bytes);
+    return m_unpacker->unpack(data, bytes, [this](const char *piece, qint64 pieceBytes) {
+        return store(piece, pieceBytes);
+    });
+}
+
+bool HttpDownloader::store(const char *data, qint64 bytes)
+{
+    if (isFileMode())
+        return m_file.write(data, bytes);
+    const qint64 room = maxContentBytes - m_content.size();
+    m_content.append(data, static_cast<int>(qMin(bytes, room)));
+    return bytes <= room;
 }
 
 void HttpDownloader::saveReadable()
@@ -318,7 +341,7 @@ void HttpDownloader::saveReadable()
         if (count <= 0)
             return;
         m_receivedBytes += count;
-        if (!m_file.write(m_chunk.constData(), count)) {
+        if (!takeBytes(m_chunk.constData(), count)) {
             m_hasWriteFailed = true;
             m_reply->abort(); // ends in httpFinished()
             return;
@@ -330,7 +353,7 @@ void HttpDownloader::updateDataReadProgress(qint64 bytesReceived, qint64 bytesTo
 {
     if (bytesTotal == 0 || isRedirect(*m_reply))
         return;
-    if (m_expectedLength == 0)
+    if (m_expectedLength == 0 && !XGzip::isIn(*m_reply)) // that is the packed length
         m_expectedLength = bytesTotal;
 
     const qint64 received = boundedSum(m_rangeStart, bytesReceived);
@@ -344,6 +367,9 @@ void HttpDownloader::updateDataReadProgress(qint64 bytesReceived, qint64 bytesTo
 void HttpDownloader::httpFinished()
 {
     m_reply->disconnect(this); // nothing is reported after the end
+    InterimAnswer::report(*m_reply);
+    if (InterimAnswer::isIn(*m_reply))
+        m_manager.clearConnectionCache(); // the answer itself is still to come on this one
     if (followRedirect())
         return;
     if (isFileMode()) {
@@ -351,7 +377,7 @@ void HttpDownloader::httpFinished()
         return;
     }
     if (m_reply->isOpen()) // not after an abort
-        m_content += m_reply->readAll().left(maxContentBytes);
+        collectReadable();
     emit downFinished(m_rangeNo);
 }
 
@@ -366,8 +392,8 @@ void HttpDownloader::finishFile()
         saveReadable();
     const qint64 fileSize = m_isOverwriting ? m_file.pos() : m_file.size();
     // The toolkit misses a cut that arrives together with the last bytes before it.
-    const bool isWhole =
-        m_receivedBytes >= declaredLength() && fileSize >= m_expectedLength && reachesRangeEnd();
+    const bool isWhole = m_receivedBytes >= declaredLength() && fileSize >= m_expectedLength
+        && reachesRangeEnd() && (!m_unpacker || m_unpacker->isWhole());
     bool isSaved = isUsable && !m_hasWriteFailed && isWhole;
     if (isSaved && m_isOverwriting)
         isSaved = m_file.resize(fileSize);
@@ -433,5 +459,10 @@ qint64 HttpDownloader::GetFileSize(QUrl url)
 
     if (isRedirect(*reply))
         return 0; // the length of a redirect's own body says nothing of the file
+    InterimAnswer::report(*reply);
+    if (InterimAnswer::isIn(*reply))
+        return 0;
+    if (XGzip::isIn(*reply))
+        return 0; // as for other packed bodies: the length is not the file's
     return reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
 }

@@ -7,6 +7,7 @@
 
 #include "AdobeCookieJar.h"
 #include "OutputFile.h"
+#include "XGzip.h"
 
 class QNetworkReply;
 class QNetworkRequest;
@@ -85,6 +86,8 @@ private:
     [[nodiscard]] bool reachesRangeEnd() const;
     [[nodiscard]] qint64 declaredLength() const;
     void saveReadable();
+    [[nodiscard]] bool store(const char *data, qint64 bytes);
+    [[nodiscard]] bool takeBytes(const char *data, qint64 bytes);
     void collectReadable();
     void finishFile();
 
@@ -107,6 +110,7 @@ private:
     int m_redirectCount = 0;
     bool m_isCancelled = false; ///< a redirect that is under way is not followed any more
     QByteArray m_chunk; ///< carries bytes from the reply to the file
+    std::unique_ptr<XGzip> m_unpacker; ///< of the running answer, if it takes one
 };
 
 #endif

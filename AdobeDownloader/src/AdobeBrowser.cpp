@@ -5,15 +5,19 @@
 #include "AdobeUtils.h"
 #include "ConnectionPool.h"
 #include "HostLine.h"
+#include "InterimAnswer.h"
 #include "NetworkProxy.h"
 #include "StallWatch.h"
 #include "TlsTrust.h"
 #include "WebAddress.h"
+#include "XGzip.h"
 
 #include <QNetworkRequest>
 #include <QRegExp>
 #include <QSaveFile>
 #include <QTextCodec>
+
+#include <utility>
 
 namespace {
 
@@ -117,6 +121,8 @@ bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteA
     QNetworkRequest request = requestOfOptions(address);
     dropReply();
     m_content.resize(0);
+    m_packedBytes = -1;
+    m_isDamaged = false;
     switch (method) {
     case Method::Get:
         m_reply = m_manager->get(request);
@@ -181,11 +187,27 @@ void CAdobeBrowser::takeArrived()
     m_content.resize(size + static_cast<int>(qMax(qint64(0), read)));
 }
 
+void CAdobeBrowser::unpack()
+{
+    const QByteArray packed = std::exchange(m_content, QByteArray());
+    XGzip unpacker;
+    const bool isTaken =
+        unpacker.unpack(packed.constData(), packed.size(), [this](const char *data, qint64 bytes) {
+            m_content.append(data, static_cast<int>(bytes));
+            return m_content.size() <= m_maxContentBytes;
+        });
+    m_packedBytes = packed.size();
+    m_isDamaged = !isTaken || !unpacker.isWhole();
+}
+
 void CAdobeBrowser::httpFinished()
 {
     m_watch.stop();
+    InterimAnswer::report(*m_reply);
     if (m_reply->isOpen())
         takeArrived();
+    if (XGzip::isIn(*m_reply))
+        unpack();
     const QString target = redirectUrl();
     if (target.isEmpty()) {
         emit finished(0);
@@ -203,9 +225,11 @@ void CAdobeBrowser::httpFinished()
 
 bool CAdobeBrowser::success() const
 {
-    return m_reply && m_reply->isFinished() && m_reply->error() == QNetworkReply::NoError
+    const qint64 arrived = m_packedBytes >= 0 ? m_packedBytes : m_content.size();
+    return !m_isDamaged && m_reply && m_reply->isFinished()
+        && m_reply->error() == QNetworkReply::NoError
         && m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == statusOk
-        && (m_method == Method::Head || !isLengthKnown() || m_content.size() == announcedLength());
+        && (m_method == Method::Head || !isLengthKnown() || arrived == announcedLength());
 }
 
 bool CAdobeBrowser::isLengthKnown() const

@@ -103,6 +103,7 @@ private:
     bool startRequest(const QString &url, Method method, const QByteArray &data = QByteArray());
     void begin(const QString &url, Method method, bool wait, const QByteArray &data = QByteArray());
     void takeArrived();
+    void unpack();
     void dropReply();
     void watchWait();
     [[nodiscard]] QString contentType() const;
@@ -120,6 +121,8 @@ private:
     qint64 m_stallTimeoutMs;
     int m_maxRedirect = 5;
     int m_redirectCount = 0;
+    qint64 m_packedBytes = -1; ///< of a body that has been unpacked; -1 for any other
+    bool m_isDamaged = false; ///< the body could not be unpacked
     bool m_exit = false;
 };
 
