@@ -15,7 +15,7 @@ namespace {
 
 constexpr int videoBytes = 6000000;
 constexpr int smallBytes = 2000000;
-constexpr int longPauseMs = 6000; // more than deadline and patience of the runs below together
+constexpr int longPauseMs = 8000; // more than limit and patience of the runs below together
 
 bool isBlockThere(const QString &page)
 {
@@ -111,11 +111,11 @@ class tst_RunGuard : public QObject
             + fixedLine("video download finished:failed") + fixedLine("detach sharememory");
     }
 
-    static void pauseProcess(const ProgramRun &run)
+    static void pauseProcess(ProgramRun &run, int pauseMs = longPauseMs)
     {
-        const auto pid = static_cast<pid_t>(const_cast<ProgramRun &>(run).process().processId());
+        const auto pid = static_cast<pid_t>(run.process().processId());
         QCOMPARE(::kill(pid, SIGSTOP), 0);
-        QTest::qWait(longPauseMs);
+        QTest::qWait(pauseMs);
         QCOMPARE(::kill(pid, SIGCONT), 0);
     }
 
@@ -140,7 +140,7 @@ private slots:
             return reply;
         });
         ProgramRun run;
-        run.start({option("--url"), page, option("--timeout"), option("3")});
+        run.start({option("--url"), page, option("--timeout"), option("5")});
         QVERIFY(run.waitForOutput("start download video"));
         pauseProcess(run);
         QVERIFY(run.waitForEnd());
@@ -153,7 +153,7 @@ private slots:
         const QString page =
             servePage(server, m_video, [this](const HttpRequest &) { return mediaReply(m_video); });
         ProgramRun run;
-        run.start({option("--url"), page, option("--timeout"), option("3")});
+        run.start({option("--url"), page, option("--timeout"), option("5")});
         QTRY_VERIFY_WITH_TIMEOUT(!server.requestsFor("/v.mp4").isEmpty(), 30000);
         pauseProcess(run);
         QVERIFY(run.waitForEnd());
@@ -166,9 +166,9 @@ private slots:
         server.hold("/page");
         const QString page = server.address("/page");
         ProgramRun run;
-        run.start({option("--url"), page, option("--log"), option("--deadline"), option("1")});
+        run.start({option("--url"), page, option("--log"), option("--deadline"), option("4")});
         QTRY_VERIFY_WITH_TIMEOUT(!server.requestsFor("/page").isEmpty(), 30000);
-        pauseProcess(run);
+        pauseProcess(run, 10000); // beyond the last resort, too
         QVERIFY(run.waitForEnd());
         QCOMPARE(run.errorOutput(),
                  parsingLine(page) + fixedLine("exiting...") + fixedLine("detach sharememory"));
@@ -184,7 +184,7 @@ private slots:
         run.setEnvironment(option("LD_PRELOAD"), option(SLOW_DISK));
         run.setEnvironment(option("SLOW_DISK_SECONDS"), QString::number(longPauseMs / 1000));
         run.setEnvironment(option("ASAN_OPTIONS"), option("verify_asan_link_order=0"));
-        QVERIFY(run.run({option("--url"), page, option("--timeout"), option("3")}));
+        QVERIFY(run.run({option("--url"), page, option("--timeout"), option("5")}));
         QCOMPARE(withoutProgress(run.errorOutput()), successLines(server, page));
         QVERIFY(run.fileContent(option("tmp/") + pageHash(page) + option(".mp4")) == m_video);
     }
@@ -197,7 +197,7 @@ private slots:
         ProgramRun run;
         NarrowPipe pipe(run.path(option("pipe")));
         run.setLauncher({option("/bin/sh"), option("-c"), option("\"$@\" 2>pipe"), option("host")});
-        run.start({option("--url"), page, option("--timeout"), option("3")});
+        run.start({option("--url"), page, option("--timeout"), option("5")});
         QTRY_COMPARE_WITH_TIMEOUT(pipe.read(), parsingLine(page), 30000);
         pipe.fill(); // what comes next is the record
         QTest::qWait(longPauseMs);

@@ -17,8 +17,8 @@ private slots:
     void temporaryFilesOfEarlierRunsAreRemoved_data()
     {
         QTest::addColumn<QString>("folder");
-        QTest::newRow("of runs within walls") << option("cache/clipweir/");
-        QTest::newRow("of runs without") << option("cache/");
+        QTest::newRow("of runs within walls") << option("clipweir/");
+        QTest::newRow("of runs without") << QString();
     }
 
     void temporaryFilesOfEarlierRunsAreRemoved()
@@ -26,8 +26,8 @@ private slots:
         QFETCH(QString, folder);
         const QString page = option("http://127.0.0.1:1/left");
         ProgramRun run;
-        const QString left = run.path(folder + option("clipweir-A1B2C3"));
-        QVERIFY(QDir().mkpath(run.path(folder)));
+        const QString left = run.cachePath(folder + option("clipweir-A1B2C3"));
+        QVERIFY(QDir().mkpath(run.cachePath(folder)));
         writeFile(left, "left");
         QVERIFY(run.run({option("--url"), page, option("--timeout"), option("0")}));
         QCOMPARE(run.exitCode(), 0);

@@ -73,7 +73,7 @@ void ProgramRun::takeRegistry() const
     for (const QString &file : files) {
         const QString name = file.mid(shared.fileName().size());
         for (const char *const owner : {"", "clipweir/"}) {
-            const QString folder = m_cacheFolder.filePath(QLatin1String(owner) + registryFolder);
+            const QString folder = cachePath(QLatin1String(owner) + registryFolder);
             if (QDir().mkpath(folder))
                 share(shared.dir().filePath(file), folder + QLatin1Char('/') + name);
         }
@@ -82,11 +82,11 @@ void ProgramRun::takeRegistry() const
 
 void ProgramRun::giveRegistry() const
 {
-    const QDir folder(m_cacheFolder.filePath(QLatin1String("clipweir/") + registryFolder));
+    const QDir folder(cachePath(QLatin1String("clipweir/") + registryFolder));
     const QStringList names = folder.entryList({QStringLiteral("registry.*.bin")}, QDir::Files);
     for (const QString &name : names) {
         const QString target = sharedRegistry(name);
-        const QString whole = m_cacheFolder.filePath(QStringLiteral("registry"));
+        const QString whole = cachePath(QStringLiteral("registry"));
         if (!QFile::exists(target) && QFile::copy(folder.filePath(name), whole)) {
             share(whole, target); // fails when another run has been faster
             QFile::remove(whole);
@@ -194,6 +194,11 @@ QString ProgramRun::folder() const
 QString ProgramRun::path(const QString &relative) const
 {
     return m_folder.path() + QLatin1Char('/') + relative;
+}
+
+QString ProgramRun::cachePath(const QString &relative) const
+{
+    return m_cacheFolder.filePath(relative);
 }
 
 QByteArray ProgramRun::fileContent(const QString &relative) const

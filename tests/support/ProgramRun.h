@@ -6,7 +6,8 @@
 #include <QTemporaryDir>
 
 /// One run of the built program, as a host sees it: arguments in, standard error and exit code
-/// out. Its working folder, home and cookie file are in a temporary folder of its own. The stop
+/// out. Its working folder, home and cookie file are in a temporary folder of its own, and so is its
+/// cache folder, which knows the media framework's plug-ins from an earlier run. The stop
 /// flag that a killed run leaves is removed: a later run would find it if its server got the same
 /// port.
 class ProgramRun final
@@ -51,6 +52,7 @@ public:
 
     [[nodiscard]] QString folder() const; ///< the working folder
     [[nodiscard]] QString path(const QString &relative) const; ///< a path in the working folder
+    [[nodiscard]] QString cachePath(const QString &relative) const; ///< a path in the cache folder
     [[nodiscard]] QByteArray fileContent(const QString &relative) const;
 
     QProcess &process();
