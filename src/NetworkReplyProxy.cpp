@@ -70,6 +70,7 @@ QNetworkReply *NetworkAccessManagerProxy::createRequest(Operation operation,
     if (m_isDisabled || !mayLoad(request.url()) || ShareMemoryManager::GetInstance()->GetExitFlag())
         return QNetworkAccessManager::createRequest(GetOperation, QNetworkRequest(QUrl()), nullptr);
 
+    TlsTrust::prepareFor(request.url());
     // By itself the toolkit waits for a synchronous request without end.
     const qint64 stallMs = stallLimitMs();
     if (stallMs > 0 && SynchronousRequest::isOne(request)) {

@@ -153,6 +153,7 @@ void HttpDownloader::send(const QUrl &url)
         setRange(request);
 
     m_unpacker.reset();
+    TlsTrust::prepareFor(url);
     m_reply = m_manager.get(request);
     TlsTrust::reportRefusal(m_reply);
     NetworkProxy::limitUnread(*m_reply, m_manager, readBufferBytes);
@@ -441,6 +442,7 @@ void HttpDownloader::setProxy()
 
 qint64 HttpDownloader::GetFileSize(QUrl url)
 {
+    TlsTrust::prepare();
     QNetworkAccessManager manager;
     manager.setProxy(m_manager.proxy());
     const std::unique_ptr<QNetworkReply> reply(manager.get(makeRequest(url)));

@@ -11,7 +11,6 @@
 #include "Sandbox.h"
 #include "ShareMemoryManager.h"
 #include "StopSignals.h"
-#include "TlsTrust.h"
 #include "Usage.h"
 #include "VideoPreference.h"
 #include "browser.h"
@@ -245,7 +244,6 @@ int runProgram(int argc, char *argv[])
     if (!MessageLog::open() || !isPrepared)
         return NoOutputFolder;
 
-    TlsTrust::useEnvironment();
     const int result = exec(&application);
     const bool isEndAsked = ShareMemoryManager::GetInstance()->GetExitFlag();
     ShareMemoryManager::GetInstance()->DeleteShareMemData();

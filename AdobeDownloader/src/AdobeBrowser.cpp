@@ -117,6 +117,7 @@ bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteA
     if (m_exit || m_stop.isRaised() || !WebAddress::isWeb(address))
         return false;
 
+    TlsTrust::prepareFor(address);
     m_manager->setProxy(proxyOfOptions());
     QNetworkRequest request = requestOfOptions(address);
     dropReply();

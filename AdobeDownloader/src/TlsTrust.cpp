@@ -3,12 +3,15 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QNetworkReply>
+#include <QSet>
 #include <QSslCertificate>
 #include <QSslConfiguration>
 #include <QSslError>
 #include <QStringList>
+#include <QUrl>
 
 #include <memory>
+#include <mutex>
 
 namespace {
 
@@ -26,13 +29,17 @@ QList<QSslCertificate> certificatesOf(const char *variable, const QString &path)
     return certificates;
 }
 
-/// The certificates of all files in a folder, whatever the files are called.
+/// The certificates of all files in a folder, whatever the files are called: most are there under
+/// several names.
 QList<QSslCertificate> certificatesIn(const char *variable, const QString &folder)
 {
-    QList<QSslCertificate> certificates;
+    QSet<QString> paths;
     const auto files = QDir(folder).entryInfoList(QDir::Files);
     for (const QFileInfo &file : files)
-        certificates += QSslCertificate::fromPath(file.filePath());
+        paths += file.canonicalFilePath();
+    QList<QSslCertificate> certificates;
+    for (const QString &path : qAsConst(paths))
+        certificates += QSslCertificate::fromPath(path);
     if (certificates.isEmpty())
         qWarning("%s names no certificates: %s", variable, qUtf8Printable(folder));
     return certificates;
@@ -92,6 +99,18 @@ void TlsTrust::useEnvironment()
     QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
     configuration.setCaCertificates(certificates);
     QSslConfiguration::setDefaultConfiguration(configuration);
+}
+
+void TlsTrust::prepareFor(const QUrl &url)
+{
+    if (url.scheme() == QLatin1String("https"))
+        prepare();
+}
+
+void TlsTrust::prepare()
+{
+    static std::once_flag isDone;
+    std::call_once(isDone, useEnvironment);
 }
 
 void TlsTrust::reportRefusal(QNetworkReply *reply)

@@ -2,6 +2,7 @@
 #define TLSTRUST_H
 
 class QNetworkReply;
+class QUrl;
 
 /// Whom the run takes for who he says he is, over TLS, and what the log tells when it does not.
 /// What is refused stays refused.
@@ -12,9 +13,17 @@ public:
 
     /// Believes the certificates that SSL_CERT_FILE and SSL_CERT_DIR name (a file of several, and
     /// folders with colons between them), which the toolkit does not look at by itself. Those of
-    /// the folders replace the system's; those of the file are added. To be called once, before the
-    /// first request and before other threads make any.
+    /// the folders replace the system's; those of the file are added. For requests that are made
+    /// afterwards.
     static void useEnvironment();
+
+    /// useEnvironment(), once, and only if the address is asked for over TLS: reading all
+    /// certificates takes longer than starting the engine. To be called before each request whose
+    /// redirects are requests of their own. Safe on any thread.
+    static void prepareFor(const QUrl &url);
+
+    /// As prepareFor(), for requests that the toolkit itself may redirect to TLS.
+    static void prepare();
 
     /// Writes a warning when the reply, which has just been asked for, ends for want of trust:
     /// which host, which certificate (name and issuer) and why. On the reply's thread.
