@@ -162,7 +162,7 @@ bool RunGuard::isStopIgnored(Clock::time_point now) const
 
 bool RunGuard::isAnalysisOverdue(Clock::time_point now) const
 {
-    if (m_isMemoryFull && now - m_memoryFullAt > memoryGrace)
+    if (m_isMemoryFull && !has(MemoryHeeded) && now - m_memoryFullAt > memoryGrace)
         return true;
     return isSilent(now) && now - m_deadline > runTimes().stuckGrace;
 }

@@ -26,7 +26,13 @@ class RunGuard final
 public:
     /// What the main thread has done, so that it need not be done in its place. A stream has no
     /// record that could be sent, which is as good as having sent it.
-    enum Step { DownloadBegun = 1, RecordSent = 2, LastLineSent = 4, RowWritten = 8 };
+    enum Step {
+        MemoryHeeded = 1, ///< the analysis is being ended over its memory
+        DownloadBegun = 2,
+        RecordSent = 4,
+        LastLineSent = 8,
+        RowWritten = 16
+    };
 
     /// @param deadlineMs time of the run's analysis deadline, from now
     /// @param memoryBytes what the process may take while it analyses; 0 or less for no limit

@@ -331,8 +331,10 @@ void Browser::note(RunGuard::Step step)
 /// The page takes more memory than it may: the run goes on with what it has found.
 void Browser::onMemoryFull()
 {
-    if (m_isAnalysing)
-        onTerminateTimerTimeOut();
+    if (!m_isAnalysing)
+        return;
+    note(RunGuard::MemoryHeeded); // to let go of that much may take a while
+    onTerminateTimerTimeOut();
 }
 
 void Browser::onWatchTimerTimeOut()

@@ -29,13 +29,6 @@ constexpr qint64 probeBufferBytes = 64 * 1024; // only the header of a probe's a
 constexpr int maxContentBytes = 64 * 1024 * 1024; // documents kept in memory are small
 constexpr qint64 partialBytes = 10240;
 
-/// The limit for silence of a transfer. A probe has none unless the caller sets one.
-qint64 transferSilenceMs()
-{
-    const qint64 limitMs = StallWatch::limitOf(CVideoPreference::instance()->GetStall());
-    return limitMs > 0 ? limitMs : defaultSilenceMs;
-}
-
 /// Ends the reply when it falls silent.
 void watchForSilence(QNetworkReply *reply, qint64 limitMs)
 {
@@ -106,6 +99,12 @@ HttpDownloader::HttpDownloader(QObject *parent)
     setProxy();
 }
 
+qint64 HttpDownloader::silenceLimitMs()
+{
+    const qint64 limitMs = StallWatch::limitOf(CVideoPreference::instance()->GetStall());
+    return limitMs > 0 ? limitMs : defaultSilenceMs;
+}
+
 HttpDownloader::~HttpDownloader()
 {
     releaseReply();
@@ -157,7 +156,7 @@ void HttpDownloader::send(const QUrl &url)
     m_reply = m_manager.get(request);
     TlsTrust::reportRefusal(m_reply);
     NetworkProxy::limitUnread(*m_reply, m_manager, readBufferBytes);
-    watchForSilence(m_reply, transferSilenceMs());
+    watchForSilence(m_reply, silenceLimitMs());
     connect(m_reply, &QNetworkReply::finished, this, &HttpDownloader::httpFinished);
     connect(m_reply, &QNetworkReply::readyRead, this, &HttpDownloader::httpReadyRead);
     connect(m_reply, &QNetworkReply::metaDataChanged, this, &HttpDownloader::checkAnswer);

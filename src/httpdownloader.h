@@ -57,6 +57,10 @@ public:
     /// for silence has passed; without one there is no time-out.
     [[nodiscard]] qint64 GetFileSize(QUrl url);
 
+    /// How long a transfer may bring nothing, in milliseconds: the caller's limit, or a minute. A
+    /// probe has none unless the caller sets one.
+    [[nodiscard]] static qint64 silenceLimitMs();
+
 signals:
     void readShareMemory(int rangeNo);
 

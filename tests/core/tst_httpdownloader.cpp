@@ -132,6 +132,13 @@ private slots:
         m_path = m_folder.filePath(QString::number(++m_fileCount));
     }
 
+    void silenceIsBoundedByAMinuteOrTheCaller()
+    {
+        QCOMPARE(HttpDownloader::silenceLimitMs(), qint64(60000));
+        setCommandLine(QStringLiteral("--stall 2"));
+        QCOMPARE(HttpDownloader::silenceLimitMs(), qint64(2000));
+    }
+
     void rangeHeader_data()
     {
         QTest::addColumn<qint64>("start");
