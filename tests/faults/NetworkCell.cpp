@@ -99,11 +99,12 @@ void NetworkCell::servePage()
             "<meta property=\"og:image\" content=\"" + m_server.address("/t.jpg").toUtf8() + "\">";
     if (m_stage == Probe)
         head = "<meta content='" + m_server.address("/probe.mp4").toUtf8() + "'>";
-    // What makes it a page of interest comes last, so that a cut page has nothing of it.
+    // What makes it a page of interest ends with the last byte, so that a cut page has nothing of
+    // it, however much of it the engine reads before it hears of the cut.
     const HttpReply page =
         htmlReply(isStream() ? padding() + "<script>new Image().src = '/s/m.f4m';</script>"
                              : "<html><head>" + head + "</head><body>" + padding()
-                          + "<video src=\"/v.mp4\" autoplay></video></body></html>");
+                          + "<video src=\"/v.mp4\" autoplay>");
     if (m_stage == Page)
         serveFaulty("/page", page);
     else
