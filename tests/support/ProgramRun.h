@@ -6,10 +6,9 @@
 #include <QTemporaryDir>
 
 /// One run of the built program, as a host sees it: arguments in, standard error and exit code
-/// out. Its working folder, home and cookie file are in a temporary folder of its own, and so is its
-/// cache folder, which knows the media framework's plug-ins from an earlier run. The stop
-/// flag that a killed run leaves is removed: a later run would find it if its server got the same
-/// port.
+/// out. Its working folder, home and cookie file are in a temporary folder of its own, and so is
+/// its cache folder, which knows the media framework's plug-ins from an earlier run. The stop flag
+/// that a killed run leaves is removed: a later run would find it if its server got the same port.
 class ProgramRun final
 {
 public:
