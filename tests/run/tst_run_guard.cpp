@@ -1,8 +1,7 @@
+#include "LostVideo.h"
 #include "PageRun.h"
 #include "TestMain.h"
 
-#include <QElapsedTimer>
-#include <QSharedMemory>
 
 #include <array>
 #include <csignal>
@@ -14,34 +13,7 @@
 namespace {
 
 constexpr int videoBytes = 6000000;
-constexpr int smallBytes = 2000000;
 constexpr int longPauseMs = 8000; // more than limit and patience of the runs below together
-
-bool isBlockThere(const QString &page)
-{
-    return QSharedMemory(QStringLiteral("SM_") + pageHash(page)).attach();
-}
-
-/// A page with a video too small to end the analysis, which runs the script once the video has been
-/// under way for a while.
-QString serveSmallVideo(ScriptedServer &server, const QByteArray &video, const QByteArray &script)
-{
-    const QString page =
-        servePage(server, video, [video](const HttpRequest &) { return mediaReply(video); });
-    server.on("/ready", [&server](const HttpRequest &) {
-        const bool isSeen = !server.requestsFor("/v.mp4").isEmpty();
-        return htmlReply(isSeen && server.requestsFor("/ready").size() > 5 ? "yes" : "no");
-    });
-    server.on("/page",
-              htmlReply("<body><video src='/v.mp4' autoplay></video><script>"
-                        "function look() { var x = new XMLHttpRequest(); x.open('GET', '/ready');"
-                        " x.onload = function() {"
-                        " if (x.responseText == 'yes') run(); else setTimeout(look, 100); };"
-                        " x.send(); }"
-                        "function run() { "
-                        + script + " } look();</script></body>"));
-    return page;
-}
 
 /// A pipe as some hosts give it: a name in the run's folder, with room for little.
 class NarrowPipe final
@@ -87,14 +59,13 @@ private:
 
 } // namespace
 
-/// What becomes of a run whose main thread stands still, whose page takes all the memory, or which
-/// crashes.
+/// What becomes of a run whose main thread stands still, or whose page takes all the memory.
 class tst_RunGuard : public QObject
 {
     Q_OBJECT
 
     const QByteArray m_video = testBytes(videoBytes);
-    const QByteArray m_smallVideo = m_video.left(smallBytes);
+    const QByteArray m_smallVideo = m_video.left(lost::smallBytes);
 
     QByteArray successLines(const ScriptedServer &server, const QString &page) const
     {
@@ -103,31 +74,12 @@ class tst_RunGuard : public QObject
             + fixedLine("detach sharememory");
     }
 
-    /// What the guard says of a video that was found and is not there.
-    static QByteArray lostLines(const ScriptedServer &server)
-    {
-        return recordLine(server.address("/v.mp4"), smallBytes, "mp4")
-                   .replace("\"selectedVideo\":0", "\"selectedVideo\":-1")
-            + fixedLine("video download finished:failed") + fixedLine("detach sharememory");
-    }
-
     static void pauseProcess(ProgramRun &run, int pauseMs = longPauseMs)
     {
         const auto pid = static_cast<pid_t>(run.process().processId());
         QCOMPARE(::kill(pid, SIGSTOP), 0);
         QTest::qWait(pauseMs);
         QCOMPARE(::kill(pid, SIGCONT), 0);
-    }
-
-    /// Waits for the end of a run that crashes. Nobody but the run itself has tidied up by then.
-    static void verifyCrash(ProgramRun &run, const QString &page, const QByteArray &lines)
-    {
-        QTRY_COMPARE_WITH_TIMEOUT(run.process().state(), QProcess::NotRunning, 30000);
-        QVERIFY(!isBlockThere(page));
-        QVERIFY(!run.endedNormally());
-        QCOMPARE(withoutProgress(run.errorOutput()), lines);
-        QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
-        QVERIFY(run.fileContent(csvPath()).contains(",N,"));
     }
 
 private slots:
@@ -209,11 +161,11 @@ private slots:
     void aFoundVideoIsNoFailedParse()
     {
         ScriptedServer server;
-        const QString page = serveSmallVideo(server, m_smallVideo, "for (;;) { }");
+        const QString page = lost::serveSmallVideo(server, m_smallVideo, "for (;;) { }");
         ProgramRun run;
         QVERIFY(
             run.run({option("--url"), page, option("--timeout"), option("2"), option("--log")}));
-        QCOMPARE(run.errorOutput(), parsingLine(page) + lostLines(server));
+        QCOMPARE(run.errorOutput(), parsingLine(page) + lost::lines(server));
         QCOMPARE(run.exitCode(), 0);
         QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
     }
@@ -234,7 +186,7 @@ private slots:
         QFETCH(QByteArray, script);
         QFETCH(QByteArray, end);
         ScriptedServer server;
-        const QString page = serveSmallVideo(server, m_smallVideo, script);
+        const QString page = lost::serveSmallVideo(server, m_smallVideo, script);
         ProgramRun run;
         QVERIFY(
             run.run({option("--url"), page, option("--memory"), option("700"), option("--log")}));
@@ -244,66 +196,6 @@ private slots:
         QVERIFY(run.fileContent(option("tmp/logs/") + pageHash(page) + option(".log"))
                     .contains("the page takes more than 700 MiB of memory"));
     }
-
-#ifndef CLIPWEIR_SANITIZED // which reports the crash in its own way
-    void aCrashOfTheEngineEndsInOrder_data()
-    {
-        QTest::addColumn<bool>("isFound");
-        QTest::newRow("before anything is found") << false;
-        QTest::newRow("with a video") << true;
-    }
-
-    void aCrashOfTheEngineEndsInOrder()
-    {
-        QFETCH(bool, isFound);
-        // More elements inside each other than the engine has stack for.
-        const QByteArray nest = "var root = document.createElement('div');"
-                                " for (var i = 0, e = root; i < 200000; ++i)"
-                                " e = e.appendChild(document.createElement('b'));"
-                                " document.body.appendChild(root); root.innerHTML;";
-        ScriptedServer server;
-        const QString page = serveSmallVideo(server, m_smallVideo, nest);
-        if (!isFound)
-            server.on("/page", htmlReply("<body><script>" + nest + "</script>"));
-        ProgramRun run;
-        run.start({option("--url"), page, option("--log")});
-        verifyCrash(run, page,
-                    parsingLine(page)
-                        + (isFound ? lostLines(server)
-                                   : fixedLine("parse failed") + fixedLine("detach sharememory")));
-        QCOMPARE(run.exitCode(), SIGSEGV);
-    }
-
-    void aCrashDuringTheDownloadEndsInOrder_data()
-    {
-        QTest::addColumn<int>("signalNumber");
-        QTest::newRow("SIGABRT") << SIGABRT;
-        QTest::newRow("SIGBUS") << SIGBUS;
-    }
-
-    void aCrashDuringTheDownloadEndsInOrder()
-    {
-        QFETCH(int, signalNumber);
-        ScriptedServer server;
-        const QString page = servePage(server, m_video, [this](const HttpRequest &) {
-            HttpReply reply = mediaReply(m_video);
-            reply.holdAfterBytes = 300000;
-            return reply;
-        });
-        ProgramRun run;
-        run.start({option("--url"), page, option("--log")});
-        const QString path = option("tmp/") + pageHash(page) + option(".mp4");
-        QTRY_COMPARE_WITH_TIMEOUT(run.fileContent(path).size(), 300000, 30000);
-        QCOMPARE(::kill(static_cast<pid_t>(run.process().processId()), signalNumber), 0);
-        verifyCrash(run, page,
-                    parsingLine(page) + recordLine(server.address("/v.mp4"), videoBytes, "mp4")
-                        + fixedLine("start download video ...")
-                        + fixedLine("video download finished:failed")
-                        + fixedLine("detach sharememory"));
-        QCOMPARE(run.exitCode(), signalNumber);
-        QVERIFY(run.fileContent(path) == m_video.left(300000));
-    }
-#endif
 };
 
 CLIPWEIR_TEST_MAIN(tst_RunGuard)
