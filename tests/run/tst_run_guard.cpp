@@ -2,7 +2,6 @@
 #include "PageRun.h"
 #include "TestMain.h"
 
-
 #include <array>
 #include <csignal>
 
