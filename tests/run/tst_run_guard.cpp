@@ -163,7 +163,7 @@ private slots:
         const QString page = lost::serveSmallVideo(server, m_smallVideo, "for (;;) { }");
         ProgramRun run;
         QVERIFY(
-            run.run({option("--url"), page, option("--timeout"), option("2"), option("--log")}));
+            run.run({option("--url"), page, option("--timeout"), option("8"), option("--log")}));
         QCOMPARE(run.errorOutput(), parsingLine(page) + lost::lines(server));
         QCOMPARE(run.exitCode(), 0);
         QCOMPARE(run.fileContent(csvPath()).count('\n'), 2);
