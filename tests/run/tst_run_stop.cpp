@@ -293,7 +293,7 @@ private slots:
         server.on("/page", htmlReply("<p title='" + server.address("/held.mp4").toUtf8() + "'>"));
         const QString page = server.address("/page");
         ProgramRun run;
-        QVERIFY(run.run({option("--url"), page, option("--timeout"), option("3")}));
+        QVERIFY(run.run({option("--url"), page, option("--timeout"), option("5")}));
         QCOMPARE(server.requestsFor("/held.mp4").size(), 1);
         QCOMPARE(run.errorOutput(),
                  parsingLine(page) + fixedLine("parse failed") + fixedLine("detach sharememory"));
@@ -310,7 +310,7 @@ private slots:
                   htmlReply(videoPage("/v.mp4") + "<p title='"
                             + server.address("/held.mp4").toUtf8() + "'>"));
         ProgramRun run;
-        QVERIFY(run.run({option("--url"), page, option("--timeout"), option("3")}));
+        QVERIFY(run.run({option("--url"), page, option("--timeout"), option("5")}));
         QCOMPARE(server.requestsFor("/held.mp4").size(), 1);
         QCOMPARE(withoutProgress(run.errorOutput()),
                  parsingLine(page) + recordLine(server.address("/v.mp4"), video.size(), "mp4")
