@@ -18,6 +18,6 @@ cmake --preset "$preset"
 cmake --build "$folder"
 
 # Most tests wait for timers and servers rather than compute.
-jobs=$(($(nproc) * 3))
-[ "$jobs" -ge 6 ] || jobs=6
+jobs=$(($(nproc) * 4))
+[ "$jobs" -ge 8 ] || jobs=8
 ctest --test-dir "$folder" --output-on-failure --parallel "$jobs" "$@"

@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QSharedMemory>
 #include <QTest>
 
@@ -15,16 +14,13 @@ namespace {
 /// Where the media framework keeps what it knows of its plug-ins, in a cache folder.
 const QLatin1String registryFolder("gstreamer-1.0");
 
+/// What a first run has learnt of them, for all others.
+const QLatin1String sharedFolder(CLIPWEIR_MEDIA_REGISTRY);
+
 /// A link or, on another file system, a copy.
 bool share(const QString &from, const QString &to)
 {
     return ::link(qPrintable(from), qPrintable(to)) == 0 || QFile::copy(from, to);
-}
-
-/// A file of the build that runs with no cache of their own begin with.
-QString sharedRegistry(const QString &name)
-{
-    return QStringLiteral(CLIPWEIR_QUICK_PROGRAM) + QLatin1String(".media-") + name;
 }
 
 } // namespace
@@ -64,34 +60,45 @@ void ProgramRun::setLauncher(const QStringList &launcher)
     m_launcher = launcher;
 }
 
+QString ProgramRun::cacheFolder() const
+{
+    const QString folder = m_environment.value(QStringLiteral("XDG_CACHE_HOME"));
+    if (QDir::isAbsolutePath(folder))
+        return folder + QLatin1Char('/');
+    return m_environment.value(QStringLiteral("HOME")) + QStringLiteral("/.cache/");
+}
+
 /// Looking at all plug-ins takes several times as long as the rest of a run. The framework replaces
 /// the file when it is out of date.
 void ProgramRun::takeRegistry() const
 {
-    const QFileInfo shared(sharedRegistry(QString()));
-    const QStringList files = shared.dir().entryList({shared.fileName() + QLatin1Char('*')});
+    if (!m_knowsPlugins)
+        return;
+    const QDir shared(sharedFolder);
+    const QStringList files = shared.entryList(QDir::Files);
     for (const QString &file : files) {
-        const QString name = file.mid(shared.fileName().size());
         for (const char *const owner : {"", "clipweir/"}) {
-            const QString folder = cachePath(QLatin1String(owner) + registryFolder);
+            const QString folder = cacheFolder() + QLatin1String(owner) + registryFolder;
             if (QDir().mkpath(folder))
-                share(shared.dir().filePath(file), folder + QLatin1Char('/') + name);
+                share(shared.filePath(file), folder + QLatin1Char('/') + file);
         }
     }
 }
 
-void ProgramRun::giveRegistry() const
+bool ProgramRun::shareRegistry() const
 {
-    const QDir folder(cachePath(QLatin1String("clipweir/") + registryFolder));
-    const QStringList names = folder.entryList({QStringLiteral("registry.*.bin")}, QDir::Files);
-    for (const QString &name : names) {
-        const QString target = sharedRegistry(name);
-        const QString whole = cachePath(QStringLiteral("registry"));
-        if (!QFile::exists(target) && QFile::copy(folder.filePath(name), whole)) {
-            share(whole, target); // fails when another run has been faster
-            QFile::remove(whole);
-        }
-    }
+    const QDir learnt(cacheFolder() + QLatin1String("clipweir/") + registryFolder);
+    const QStringList files = learnt.entryList({QStringLiteral("registry.*.bin")}, QDir::Files);
+    if (files.size() != 1 || !QDir().mkpath(sharedFolder))
+        return false;
+    const QString target = sharedFolder + QLatin1Char('/') + files.constFirst();
+    QFile::remove(target);
+    return share(learnt.filePath(files.constFirst()), target);
+}
+
+void ProgramRun::forgetPlugins()
+{
+    m_knowsPlugins = false;
 }
 
 void ProgramRun::start(const QStringList &arguments)
@@ -125,8 +132,6 @@ bool ProgramRun::waitForEnd(int timeoutMs)
         kill();
     else if (!endedNormally())
         removeStopFlag();
-    else
-        giveRegistry();
     m_errorOutput += m_process.readAllStandardError();
     return hasEnded;
 }

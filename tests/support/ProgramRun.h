@@ -7,7 +7,8 @@
 
 /// One run of the built program, as a host sees it: arguments in, standard error and exit code
 /// out. Its working folder, home and cookie file are in a temporary folder of its own, and so is
-/// its cache folder, which knows the media framework's plug-ins from an earlier run. The stop flag
+/// its cache folder, which knows the media framework's plug-ins from the first run of the build,
+/// whatever folder the environment names. The stop flag
 /// that a killed run leaves is removed: a later run would find it if its server got the same port.
 class ProgramRun final
 {
@@ -26,6 +27,12 @@ public:
     /// Lets runs that are started afterwards be started by another program: its name and its
     /// arguments, which the program's path and arguments follow.
     void setLauncher(const QStringList &launcher);
+
+    /// Lets runs that are started afterwards look at all plug-ins themselves.
+    void forgetPlugins();
+
+    /// Gives what the run has learnt of plug-ins to all later runs of the build.
+    [[nodiscard]] bool shareRegistry() const;
 
     void start(const QStringList &arguments);
 
@@ -60,13 +67,14 @@ private:
     void kill();
     void removeStopFlag() const;
     void takeRegistry() const;
-    void giveRegistry() const;
+    [[nodiscard]] QString cacheFolder() const; ///< of the environment, with a last slash
 
     QTemporaryDir m_folder;
     QTemporaryDir m_cacheFolder;
     QProcessEnvironment m_environment;
     QStringList m_launcher;
     QProcess m_process;
+    bool m_knowsPlugins = true;
     QString m_pageAddress;
     QByteArray m_errorOutput;
 };
