@@ -42,11 +42,14 @@ public:
             if (!isDone && m_kills < killsInARow && m_sinceStart.hasExpired(m_killAtMs)) {
                 m_run.program().process().kill();
                 m_run.program().process().waitForFinished();
+                m_isKilled = true;
                 ++m_kills;
             }
             return false;
         }
-        const bool isDone = m_run.program().errorOutput().contains("finished:success");
+        // The kill may have come right after the success of which nobody had read yet.
+        const bool isDone =
+            !m_isKilled && m_run.program().errorOutput().contains("finished:success");
         if (isDone || m_starts >= maxStarts)
             return true;
         startAgain();
@@ -80,6 +83,7 @@ private:
     void startAgain()
     {
         ++m_starts;
+        m_isKilled = false;
         m_killAtMs = m_random.bounded(lastMomentMs);
         m_sinceStart.start();
         m_run.start(arguments());
@@ -88,6 +92,7 @@ private:
     QRandomGenerator m_random;
     QElapsedTimer m_sinceStart;
     int m_killAtMs = 0;
+    bool m_isKilled = false;
     int m_kills = 0;
     int m_starts = 0;
 };
