@@ -1,13 +1,13 @@
 # Language level, warnings and instrumentation shared by every target.
-add_library(clipweir_options INTERFACE)
+add_library(clipweir_flags INTERFACE)
 
-target_compile_features(clipweir_options INTERFACE cxx_std_17)
+target_compile_features(clipweir_flags INTERFACE cxx_std_17)
 
-target_compile_options(clipweir_options INTERFACE
+target_compile_options(clipweir_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual
     $<$<BOOL:${CLIPWEIR_WERROR}>:-Werror>)
 
-target_compile_definitions(clipweir_options INTERFACE
+target_compile_definitions(clipweir_flags INTERFACE
     QT_NO_CAST_FROM_ASCII
     QT_NO_CAST_TO_ASCII
     QT_NO_URL_CAST_FROM_STRING
@@ -18,16 +18,16 @@ target_compile_definitions(clipweir_options INTERFACE
     $<$<OR:$<BOOL:${BUILD_TESTING}>,$<BOOL:${CLIPWEIR_FUZZ}>>:_GLIBCXX_ASSERTIONS>)
 
 if(CLIPWEIR_SANITIZE)
-    target_compile_options(clipweir_options INTERFACE
+    target_compile_options(clipweir_flags INTERFACE
         -fsanitize=${CLIPWEIR_SANITIZE} -fno-omit-frame-pointer)
     if(CLIPWEIR_SANITIZE MATCHES "undefined")
-        target_compile_options(clipweir_options INTERFACE -fno-sanitize-recover=undefined)
+        target_compile_options(clipweir_flags INTERFACE -fno-sanitize-recover=undefined)
     endif()
-    target_link_options(clipweir_options INTERFACE -fsanitize=${CLIPWEIR_SANITIZE})
+    target_link_options(clipweir_flags INTERFACE -fsanitize=${CLIPWEIR_SANITIZE})
 endif()
 
 if(CLIPWEIR_FUZZ)
     # The coverage that libFuzzer is led by, without its main(): that is for the targets alone.
-    target_compile_options(clipweir_options INTERFACE -fsanitize=fuzzer-no-link)
-    target_link_options(clipweir_options INTERFACE -fsanitize=fuzzer-no-link)
+    target_compile_options(clipweir_flags INTERFACE -fsanitize=fuzzer-no-link)
+    target_link_options(clipweir_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()

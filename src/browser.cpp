@@ -7,9 +7,11 @@
 #include "NetDomManager.h"
 #include "PageText.h"
 #include "QWebPageProxy.h"
+#include "RecordReport.h"
 #include "RunTimes.h"
 #include "ShareMemoryManager.h"
 #include "VideoPreference.h"
+#include "WebkitSnapshot.h"
 #include "httpdownloader.h"
 #include "utils.h"
 
@@ -18,7 +20,6 @@
 #include <QImage>
 #include <QPainter>
 #include <QScopedValueRollback>
-#include <QWebElement>
 #include <QWebFrame>
 #include <QWebSecurityOrigin>
 #include <QWebSettings>
@@ -246,7 +247,7 @@ void Browser::loadPage()
     m_guard = std::make_unique<RunGuard>(timeoutMs, preference->GetMemoryLimit(), [this] {
         QMetaObject::invokeMethod(this, &Browser::onMemoryFull, Qt::QueuedConnection);
     });
-    m_guard->beat(m_result);
+    m_guard->beat(std::make_shared<RecordReport>(m_result));
 
     setProxy();
     m_view->setVisible(preference->GetShow());
@@ -319,7 +320,7 @@ bool Browser::exitIfAsked()
 void Browser::showLife()
 {
     if (m_guard)
-        m_guard->beat(m_result);
+        m_guard->beat(std::make_shared<RecordReport>(m_result));
 }
 
 void Browser::note(RunGuard::Step step)
@@ -547,29 +548,28 @@ bool Browser::isVideoFounded() const
 void Browser::findMedia()
 {
     const QScopedValueRollback<bool> scanning(m_isScanning, true);
-    QWebElement element = m_page->mainFrame()->documentElement();
-    const QString html = m_page->mainFrame()->toHtml();
-    if (!html.isEmpty())
-        m_result.pageSource = html;
-    if (element.hasAttributes())
-        parseDomParam(element);
-    if (!html.isEmpty() && m_isAnalysing && !m_isClosing)
-        scan(element, &NetDomManager::getPageSourceVideoInfo);
+    const PageSnapshot snapshot = WebkitSnapshot::of(*m_page->mainFrame());
+    if (!snapshot.source.isEmpty())
+        m_result.pageSource = snapshot.source;
+    if (snapshot.hasRootAttributes)
+        parseDomParam(snapshot);
+    if (!snapshot.source.isEmpty() && m_isAnalysing && !m_isClosing)
+        scan(snapshot, &NetDomManager::getPageSourceVideoInfo);
 }
 
-int Browser::parseDomParam(QWebElement &element)
+int Browser::parseDomParam(const PageSnapshot &snapshot)
 {
-    scan(element, &NetDomManager::getDomVideoInfo);
+    scan(snapshot, &NetDomManager::getDomVideoInfo);
     return m_result.fileList.size();
 }
 
 /// Runs a scanner over a copy of the record and takes over what it added. The record itself may
 /// grow while the scanner waits; once analysis is over, it stays as it was selected from.
-void Browser::scan(const QWebElement &element,
+void Browser::scan(const PageSnapshot &snapshot,
                    const std::function<ParseData(NetDomManager &)> &scanner)
 {
     NetDomManager manager;
-    manager.setDomInfo(element);
+    manager.setDomInfo(snapshot);
     manager.setParseInfo(m_result);
     manager.setStopCheck([this] { return m_isClosing || !m_isAnalysing; });
     const int knownFiles = m_result.fileList.size();

@@ -17,7 +17,7 @@
 #include <memory>
 
 class NetDomManager;
-class QWebElement;
+struct PageSnapshot;
 class QWebPageProxy;
 class QWebView;
 
@@ -53,8 +53,8 @@ public:
     /// Scans the document and the page source for further candidates.
     void findMedia();
 
-    /// Scans the "param" elements below an element. Returns the number of all candidates.
-    int parseDomParam(QWebElement &element);
+    /// Scans the "param" elements of the document. Returns the number of all candidates.
+    int parseDomParam(const PageSnapshot &snapshot);
 
     /// Selects a candidate and starts the downloads, once.
     void download();
@@ -128,7 +128,7 @@ private:
     void askForUntoldSizes();
     void forgetUntoldSizes();
     void later(const std::function<void()> &step);
-    void scan(const QWebElement &element, const std::function<ParseData(NetDomManager &)> &scanner);
+    void scan(const PageSnapshot &snapshot, const std::function<ParseData(NetDomManager &)> &scanner);
     void reportVideoResult(int state);
 
     std::unique_ptr<RunGuard> m_guard; ///< first, to watch over the end of all others

@@ -1,14 +1,13 @@
 #include "httpdownloader.h"
 
-#include "AdobeUtils.h"
 #include "InterimAnswer.h"
 #include "NetworkProxy.h"
+#include "SizeProbe.h"
 #include "StallWatch.h"
 #include "TlsTrust.h"
 #include "VideoPreference.h"
 #include "WebAddress.h"
 
-#include <QEventLoop>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPointer>
@@ -25,7 +24,6 @@ constexpr int maxRedirects = 10;
 constexpr qint64 defaultSilenceMs = 60000;
 constexpr int chunkBytes = 256 * 1024;
 constexpr qint64 readBufferBytes = 4 * 1024 * 1024;
-constexpr qint64 probeBufferBytes = 64 * 1024; // only the header of a probe's answer is wanted
 constexpr int maxContentBytes = 64 * 1024 * 1024; // documents kept in memory are small
 constexpr qint64 partialBytes = 10240;
 
@@ -399,7 +397,7 @@ void HttpDownloader::finishFile()
         isSaved = m_file.resize(fileSize);
     m_file.close();
     // Somebody may have removed or replaced the file while it was being written.
-    if (isSaved && CAdobeUtils::IsFileInPlace(m_filePath, fileSize))
+    if (isSaved && OutputFile::isInPlace(m_filePath, fileSize))
         emit downFinished(m_rangeNo);
     else
         emit downerror(m_rangeNo);
@@ -441,29 +439,6 @@ void HttpDownloader::setProxy()
 
 qint64 HttpDownloader::GetFileSize(QUrl url)
 {
-    TlsTrust::prepare();
-    QNetworkAccessManager manager;
-    manager.setProxy(m_manager.proxy());
-    const std::unique_ptr<QNetworkReply> reply(manager.get(makeRequest(url)));
-    TlsTrust::reportRefusal(reply.get());
-    NetworkProxy::limitUnread(*reply, manager, probeBufferBytes);
-    watchForSilence(reply.get(), StallWatch::limitOf(CVideoPreference::instance()->GetStall()));
-
-    QEventLoop loop;
-    connect(reply.get(), &QNetworkReply::metaDataChanged, &loop, [&reply, &loop] {
-        if (!isRedirect(*reply))
-            loop.quit(); // the answer is known; its body may never come
-    });
-    connect(reply.get(), &QNetworkReply::readyRead, &loop, &QEventLoop::quit);
-    connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    loop.exec();
-
-    if (isRedirect(*reply))
-        return 0; // the length of a redirect's own body says nothing of the file
-    InterimAnswer::report(*reply);
-    if (InterimAnswer::isIn(*reply))
-        return 0;
-    if (XGzip::isIn(*reply))
-        return 0; // as for other packed bodies: the length is not the file's
-    return reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+    const int stallS = CVideoPreference::instance()->GetStall();
+    return SizeProbe({m_manager.proxy(), StallWatch::limitOf(stallS)}).sizeOf(url);
 }

@@ -5,7 +5,7 @@
 #include <QObject>
 #include <QUrl>
 
-#include "AdobeCookieJar.h"
+#include "CookieJar.h"
 #include "OutputFile.h"
 #include "XGzip.h"
 
@@ -106,7 +106,7 @@ private:
     bool m_append = false;
     QByteArray m_content;
     qint64 m_expectedLength = 0;
-    CAdobeCookieJar m_cookieJar;
+    CookieJar m_cookieJar;
     qint64 m_receivedBytes = 0; ///< of the running answer's body
     bool m_hasWriteFailed = false;
     bool m_isOverwriting = false; // the file from its beginning, instead of adding to it

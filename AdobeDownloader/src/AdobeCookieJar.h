@@ -1,12 +1,10 @@
 #ifndef ADOBECOOKIEJAR_H
 #define ADOBECOOKIEJAR_H
 
-#include <QNetworkCookieJar>
+#include "CookieJar.h"
 
-/// A cookie jar over the process-wide CookieStore: every jar of a process holds the same cookies,
-/// so a download carries the session of its page. A jar belongs to one thread; jars of different
-/// threads may be used at the same time.
-class CAdobeCookieJar final : public QNetworkCookieJar
+/// A cookie jar that can also be listed, saved and loaded as a whole.
+class CAdobeCookieJar final : public CookieJar
 {
     Q_OBJECT
 
@@ -22,13 +20,6 @@ public:
 
     /// Takes over cookies that other processes saved. Returns false when the file cannot be read.
     bool load();
-
-    QList<QNetworkCookie> cookiesForUrl(const QUrl &url) const override;
-    bool insertCookie(const QNetworkCookie &cookie) override;
-    bool deleteCookie(const QNetworkCookie &cookie) override;
-
-protected:
-    bool validateCookie(const QNetworkCookie &cookie, const QUrl &url) const override;
 };
 
 #endif

@@ -229,7 +229,7 @@ CAdobeOutputFile::Losses CAdobeOutputFile::GetLosses() const
 
 bool CAdobeOutputFile::IsInPlace() const
 {
-    return CAdobeUtils::IsFileInPlace(FilePath(), m_file.size());
+    return OutputFile::isInPlace(FilePath(), m_file.size());
 }
 
 void CAdobeOutputFile::OutProgress() const

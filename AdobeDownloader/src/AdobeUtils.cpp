@@ -177,12 +177,6 @@ QByteArray CAdobeUtils::ReadWholeFile(const QString &path, qint64 bytes)
     return content.size() == bytes ? content : QByteArray(); // a disk may fail midway
 }
 
-bool CAdobeUtils::IsFileInPlace(const QString &path, qint64 bytes)
-{
-    const QFileInfo info(path);
-    return info.exists() && !info.isDir() && info.size() >= bytes;
-}
-
 bool CAdobeUtils::WriteFileContent(const QString &path, const QByteArray &data, bool append)
 {
     QFile file(path);

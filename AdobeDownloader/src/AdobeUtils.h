@@ -70,9 +70,6 @@ public:
     /// Never waits, as opening a pipe may.
     [[nodiscard]] static QByteArray ReadWholeFile(const QString &path, qint64 bytes);
 
-    /// Whether a file stands under that path with at least so many bytes.
-    [[nodiscard]] static bool IsFileInPlace(const QString &path, qint64 bytes);
-
     /// Writes the file afresh, or at its end when `append` is set. Returns whether it could be
     /// opened; what happens after that is not reported.
     static bool WriteFileContent(const QString &path, const QByteArray &data, bool append);

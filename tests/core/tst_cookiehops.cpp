@@ -1,4 +1,5 @@
 #include "AdobeBrowser.h"
+#include "AdobeCookieJar.h"
 #include "AdobePreference.h"
 #include "CookieStore.h"
 #include "NetworkReplyProxy.h"

@@ -3,8 +3,8 @@
 #include "ScriptedServer.h"
 #include "TestFiles.h"
 #include "TestMain.h"
+#include "WebkitSnapshot.h"
 
-#include <QWebElement>
 #include <QWebFrame>
 #include <QWebPage>
 
@@ -84,7 +84,7 @@ private:
         page.mainFrame()->setHtml(QStringLiteral("<html><body><object>") + QString::fromUtf8(body)
                                   + QStringLiteral("</object></body></html>"));
         NetDomManager manager;
-        manager.setDomInfo(page.mainFrame()->documentElement());
+        manager.setDomInfo(WebkitSnapshot::of(*page.mainFrame()));
         manager.setParseInfo(known);
         return manager.getDomVideoInfo();
     }
@@ -437,7 +437,7 @@ private slots:
         page.mainFrame()->setHtml(
             QString::fromUtf8(paramElement(descriptionOf(parameter("sd", address)))));
         NetDomManager manager;
-        manager.setDomInfo(page.mainFrame()->documentElement());
+        manager.setDomInfo(WebkitSnapshot::of(*page.mainFrame()));
         ParseData data;
         data.pageSource = QStringLiteral("'%1'").arg(address);
         manager.setParseInfo(data);
@@ -466,7 +466,7 @@ private slots:
         page.mainFrame()->setHtml(QString::fromUtf8(paramElement(descriptionOf(
             parameter("hd720", a) + ',' + parameter("sd", b) + ',' + parameter("ld", c)))));
         NetDomManager manager;
-        manager.setDomInfo(page.mainFrame()->documentElement());
+        manager.setDomInfo(WebkitSnapshot::of(*page.mainFrame()));
         ParseData data;
         data.pageSource = QStringLiteral("'%1' '%2' '%3'").arg(a, b, c);
         manager.setParseInfo(data);

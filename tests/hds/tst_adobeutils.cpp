@@ -1,4 +1,5 @@
 #include "AdobeUtils.h"
+#include "OutputFile.h"
 #include "MessageCatcher.h"
 #include "TestMain.h"
 
@@ -151,13 +152,13 @@ private slots:
         QCOMPARE(CAdobeUtils::ReadFileContent(path), QByteArray("onetwo"));
         QVERIFY(CAdobeUtils::WriteFileContent(path, "three", false));
         QCOMPARE(CAdobeUtils::ReadFileContent(path), QByteArray("three"));
-        QVERIFY(CAdobeUtils::IsFileInPlace(path, 5));
-        QVERIFY(!CAdobeUtils::IsFileInPlace(path, 6));
-        QVERIFY(!CAdobeUtils::IsFileInPlace(folder.path(), 0));
+        QVERIFY(OutputFile::isInPlace(path, 5));
+        QVERIFY(!OutputFile::isInPlace(path, 6));
+        QVERIFY(!OutputFile::isInPlace(folder.path(), 0));
         const QString nowhere = folder.filePath(QStringLiteral("no/f"));
         QVERIFY(!CAdobeUtils::WriteFileContent(nowhere, "x", false));
         QVERIFY(!CAdobeUtils::WriteFileContent(nowhere, "x", true));
-        QVERIFY(!CAdobeUtils::IsFileInPlace(nowhere, 0));
+        QVERIFY(!OutputFile::isInPlace(nowhere, 0));
     }
 
     void waitForASignal()

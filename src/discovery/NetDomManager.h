@@ -2,9 +2,10 @@
 #define NETDOMMANAGER_H
 
 #include <QPair>
-#include <QWebElement>
 
+#include "PageSnapshot.h"
 #include "ParseData.h"
+#include "SizeProbe.h"
 
 #include <functional>
 
@@ -14,13 +15,15 @@
 class NetDomManager final
 {
 public:
-    void setDomInfo(const QWebElement &element);
+    NetDomManager();
+
+    void setDomInfo(const PageSnapshot &snapshot);
     void setParseInfo(const ParseData &data);
 
     /// Ends a scan early: asked after every wait.
     void setStopCheck(const std::function<bool()> &isStopped);
 
-    /// Scans the "param" elements below the element. Returns the record with what was added.
+    /// Scans the "param" elements of the document. Returns the record with what was added.
     ParseData getDomVideoInfo();
 
     /// Scans the record's pageSource. Returns the record with what was added.
@@ -36,7 +39,8 @@ private:
     void append(const VideoFile &file);
     [[nodiscard]] bool isStopped() const;
 
-    QWebElement m_element;
+    SizeProbe m_sizeProbe;
+    PageSnapshot m_snapshot;
     ParseData m_data;
     std::function<bool()> m_isStopped;
 };

@@ -1,7 +1,6 @@
 #include "RunGuard.h"
 
 #include "CrashSignals.h"
-#include "CsvLog.h"
 #include "EndTimer.h"
 #include "HostLine.h"
 #include "MessageLog.h"
@@ -56,11 +55,11 @@ RunGuard::~RunGuard()
         m_thread.join();
 }
 
-void RunGuard::beat(const ParseData &record)
+void RunGuard::beat(std::shared_ptr<const RunReport> report)
 {
     const QMutexLocker locker(&m_mutex);
     m_lastBeat = Clock::now();
-    m_record = record;
+    m_report.swap(report);
 }
 
 void RunGuard::note(Step step)
@@ -180,11 +179,12 @@ QStringList RunGuard::lastLines() const
         return {};
     if (m_isEndAsked)
         return {HostLine().text(QStringLiteral("exiting...")).toString()};
-    if (m_record.fileList.isEmpty() && !has(DownloadBegun))
+    const bool hasCandidates = m_report && m_report->hasCandidates();
+    if (!hasCandidates && !has(DownloadBegun))
         return {HostLine().text(QStringLiteral("parse failed")).toString()};
     QStringList lines;
-    if (!has(RecordSent))
-        lines += HostLine().quoted(QString::fromUtf8(m_record.toJson())).toString();
+    if (m_report && !has(RecordSent))
+        lines += HostLine().quoted(QString::fromUtf8(m_report->record())).toString();
     lines += HostLine().text(QStringLiteral("video download finished:failed")).toString();
     return lines;
 }
@@ -193,13 +193,13 @@ void RunGuard::endProcess(QMutexLocker &locker)
 {
     const QStringList lines = lastLines();
     m_state = State::ForcingEnd;
-    ParseData record = m_record;
+    const std::shared_ptr<const RunReport> report = m_report;
     const bool hasRow = has(RowWritten);
     locker.unlock();
 
     const bool hasCrashed = CrashSignals::received() != 0;
-    if (!hasRow)
-        CsvLog(record).saveDownloadResult();
+    if (report && !hasRow)
+        report->writeRow();
     if (!hasCrashed) // whose own patience bounds this
         EndTimer::endWithin(lineGrace, EXIT_SUCCESS);
     const bool hadBlock = ShareMemoryManager::GetInstance()->RemoveShareMemData();

@@ -53,6 +53,9 @@ public:
     /// Whether another run, or another object of this one, is writing the file.
     [[nodiscard]] static bool isBeingWritten(const QString &path);
 
+    /// Whether a file stands under that path with at least so many bytes.
+    [[nodiscard]] static bool isInPlace(const QString &path, qint64 bytes);
+
 private:
     QFile m_file;
     QString m_openError;

@@ -5,10 +5,11 @@
 #include <QStringList>
 #include <QWaitCondition>
 
-#include "ParseData.h"
+#include "RunReport.h"
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <thread>
 
 /// Ends the process when the main thread no longer can: a page's script that never ends, or a
@@ -43,7 +44,7 @@ public:
     Q_DISABLE_COPY(RunGuard)
 
     /// Shows that the main thread is alive, and what the run has found so far.
-    void beat(const ParseData &record);
+    void beat(std::shared_ptr<const RunReport> report);
 
     /// Notes that the main thread has done something.
     void note(Step step);
@@ -91,7 +92,7 @@ private:
     Clock::time_point m_lastBeat;
     Clock::time_point m_lastHeldUp; // by a host that does not read
     Clock::time_point m_deadline;
-    ParseData m_record;
+    std::shared_ptr<const RunReport> m_report; ///< null before the first beat
     std::thread m_thread;
 };
 

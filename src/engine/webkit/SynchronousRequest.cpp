@@ -1,6 +1,6 @@
 #include "SynchronousRequest.h"
 
-#include "AdobeCookieJar.h"
+#include "CookieJar.h"
 #include "ShareMemoryManager.h"
 #include "StallWatch.h"
 #include "TlsTrust.h"
@@ -154,7 +154,7 @@ std::unique_ptr<QNetworkReply> SynchronousRequest::run(QNetworkAccessManager::Op
     const std::unique_ptr<QThread> thread(QThread::create([&] {
         QNetworkAccessManager manager;
         manager.setProxy(proxy);
-        manager.setCookieJar(new CAdobeCookieJar(&manager));
+        manager.setCookieJar(new CookieJar(&manager));
         QBuffer device;
         device.setData(body);
         device.open(QIODevice::ReadOnly);

@@ -1,5 +1,7 @@
 #include "OutputFile.h"
 
+#include <QFileInfo>
+
 #include <QByteArray>
 
 #include <array>
@@ -254,4 +256,10 @@ bool OutputFile::isBeingWritten(const QString &path)
     // Two that only ask are not in each other's way.
     return attempt.file.isOpen() && ::flock(attempt.file.get(), LOCK_SH | LOCK_NB) != 0
         && errno == EWOULDBLOCK;
+}
+
+bool OutputFile::isInPlace(const QString &path, qint64 bytes)
+{
+    const QFileInfo info(path);
+    return info.exists() && !info.isDir() && info.size() >= bytes;
 }

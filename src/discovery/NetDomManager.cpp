@@ -3,11 +3,9 @@
 #include "HostLine.h"
 #include "PageText.h"
 #include "PlayerDescription.h"
+#include "RunOptions.h"
 #include "VideoPreference.h"
-#include "downloader.h"
 #include "utils.h"
-
-#include <QWebElementCollection>
 
 namespace {
 
@@ -15,25 +13,28 @@ constexpr qint64 smallestSourceFileBytes = 1048576;
 
 /// The pieces of the player description that one "param" element carries. The rule is one of
 /// position: what follows the attribute that says "flashvars" holds them.
-QByteArray descriptionIn(const QWebElement &param)
+QByteArray descriptionIn(const PageSnapshot::Attributes &param)
 {
     QByteArray description;
     bool isFlashVarsNext = false;
-    const QStringList names = param.attributeNames();
-    for (const QString &name : names) {
-        const QString value = param.attribute(name);
+    for (const auto &attribute : param) {
         if (isFlashVarsNext)
-            description += PlayerDescription::piecesIn(value);
-        isFlashVarsNext = value == QLatin1String("flashvars");
+            description += PlayerDescription::piecesIn(attribute.second);
+        isFlashVarsNext = attribute.second == QLatin1String("flashvars");
     }
     return description;
 }
 
 } // namespace
 
-void NetDomManager::setDomInfo(const QWebElement &element)
+NetDomManager::NetDomManager()
+    : m_sizeProbe(RunOptions::ofCommandLine().netSettings())
 {
-    m_element = element;
+}
+
+void NetDomManager::setDomInfo(const PageSnapshot &snapshot)
+{
+    m_snapshot = snapshot;
 }
 
 void NetDomManager::setParseInfo(const ParseData &data)
@@ -83,7 +84,7 @@ void NetDomManager::addSourceAddress(const QString &address)
 {
     VideoFile file = VideoFile::fromAddress(address);
     if (file.urlType == QLatin1String("http")) {
-        file.nSize = Downloader().getUrlFileSize(address);
+        file.nSize = m_sizeProbe.sizeOf(address);
         if (file.nSize < smallestSourceFileBytes)
             return;
     }
@@ -93,8 +94,7 @@ void NetDomManager::addSourceAddress(const QString &address)
 QByteArray NetDomManager::playerDescription() const
 {
     QByteArray description;
-    const QWebElementCollection params = m_element.findAll(QStringLiteral("param"));
-    for (const QWebElement &param : params)
+    for (const PageSnapshot::Attributes &param : m_snapshot.params)
         description += descriptionIn(param);
     return description;
 }
@@ -120,7 +120,7 @@ void NetDomManager::addStream(const QString &address, const QString &quality)
     file.width = solution.first;
     file.height = solution.second;
     if (file.urlType == QLatin1String("http"))
-        file.nSize = Downloader().getUrlFileSize(address);
+        file.nSize = m_sizeProbe.sizeOf(address);
     append(file);
 }
 

@@ -1,8 +1,9 @@
 #include "FilterVideo.h"
 
 #include "ParseData.h"
+#include "RunOptions.h"
+#include "SizeProbe.h"
 #include "VideoPreference.h"
-#include "downloader.h"
 
 #include <algorithm>
 
@@ -38,10 +39,11 @@ bool CFilterVideo::selectVideo()
 void CFilterVideo::selectAllVideos()
 {
     m_candidates.clear();
+    const SizeProbe probe(RunOptions::ofCommandLine().netSettings());
     for (int i = 0; i < m_data->fileList.size(); ++i) {
         if (m_data->fileList.at(i).nSize == 0) {
             // The list may move in memory during the wait: look it up again afterwards.
-            const qint64 size = Downloader().getUrlFileSize(m_data->fileList.at(i).address());
+            const qint64 size = probe.sizeOf(m_data->fileList.at(i).address());
             m_data->fileList[i].nSize = size;
         }
         m_candidates += i;

@@ -1,0 +1,36 @@
+#include "RunOptions.h"
+
+#include "StallWatch.h"
+
+RunOptions RunOptions::ofCommandLine()
+{
+    const auto *const preference = CVideoPreference::instance();
+    RunOptions options;
+    options.pageUrl = preference->GetPageUrl();
+    options.timeoutS = preference->GetTimeOut();
+    options.stallS = preference->GetStall();
+    options.memoryBytes = preference->GetMemoryLimit();
+    options.format = preference->GetVideoFormat();
+    options.quality = preference->GetQuality();
+    options.resumes = preference->GetResume();
+    options.expectedBytes = options.resumes ? qMax(qint64(0), preference->GetTotalSize()) : 0;
+    options.proxy = preference->GetProxy();
+    options.isProxyNamed =
+        !preference->GetOptionString(QStringLiteral("proxy"), QString()).isEmpty();
+    options.wantsThumb = preference->GetThumb();
+    options.wantsBeginningOnly = preference->GetPartialDown();
+    options.usesSmartName = preference->GetSmartName();
+    options.isLogged = preference->GetLog();
+    options.isShown = preference->GetShow();
+    options.followsStreams = preference->GetSupportF4f();
+    return options;
+}
+
+NetSettings RunOptions::netSettings() const
+{
+    NetSettings settings;
+    if (proxy.type != QNetworkProxy::NoProxy && !proxy.host.isEmpty())
+        settings.proxy = proxy.toNetworkProxy();
+    settings.stallMs = StallWatch::limitOf(stallS);
+    return settings;
+}

@@ -1,0 +1,37 @@
+#ifndef RUNOPTIONS_H
+#define RUNOPTIONS_H
+
+#include "NetSettings.h"
+#include "VideoPreference.h"
+
+/// What the caller wants of a page run. Read once, when the run begins, and passed on: whoever needs
+/// an option holds these, so that nothing changes while the run goes on. Safe to copy and to read on
+/// any thread.
+struct RunOptions
+{
+    QString pageUrl;
+    int timeoutS = 0; ///< negative for no limit
+    int stallS = 0; ///< seconds of silence that end a request; 0 for no limit
+    qint64 memoryBytes = 0; ///< that an analysis may take; 0 for no limit
+    int format = CVideoPreference::AnyFormat; ///< an EFormat, or any other number as given
+    int quality = 0; ///< picture height; 0 for no wish
+    /// The bytes that the video has in all, of which a run before may have brought some; 0 when that
+    /// is not known or nothing shall be resumed.
+    qint64 expectedBytes = 0;
+    ProxySetting proxy;
+    bool isProxyNamed = false; ///< whether there is a setting at all, however useless
+    bool wantsThumb = false;
+    bool wantsBeginningOnly = false;
+    bool usesSmartName = false;
+    bool resumes = true;
+    bool isLogged = false;
+    bool isShown = false;
+    bool followsStreams = false; ///< those of HTTP Dynamic Streaming
+
+    /// The options of this process's command line. An application object must exist.
+    [[nodiscard]] static RunOptions ofCommandLine();
+
+    [[nodiscard]] NetSettings netSettings() const;
+};
+
+#endif
