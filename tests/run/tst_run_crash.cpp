@@ -76,11 +76,7 @@ private slots:
     {
         QFETCH(int, signalNumber);
         ScriptedServer server;
-        const QString page = servePage(server, m_video, [this](const HttpRequest &) {
-            HttpReply reply = mediaReply(m_video);
-            reply.holdAfterBytes = 300000;
-            return reply;
-        });
+        const QString page = serveStalling(server, m_video, 300000);
         ProgramRun run;
         run.start({option("--url"), page, option("--log")});
         const QString path = option("tmp/") + pageHash(page) + option(".mp4");

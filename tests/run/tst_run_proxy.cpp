@@ -213,17 +213,16 @@ private slots:
         for (const Place &place : places)
             QTRY_VERIFY2_WITH_TIMEOUT(isReached(QByteArray(place.name) + "/own/socket"), place.name,
                                       30000);
-        for (const char *const name :
-             {"page/own/descriptor", "page/own/worker", "page/own/file", "page/added/socket",
-              "frame/added/socket"})
+        for (const char *const name : {"page/own/descriptor", "page/own/worker", "page/own/file",
+                                       "page/added/socket", "frame/added/socket"})
             QTRY_VERIFY2_WITH_TIMEOUT(isReached(name), name, 30000);
         // The frame's new document may end a socket of the old one before it is connected.
-        QTRY_VERIFY_WITH_TIMEOUT(
-            std::any_of(std::begin(places), std::end(places),
-                        [&isReached](const Place &place) {
-                            return isReached(QByteArray(place.name) + "/moving/socket");
-                        }),
-            30000);
+        QTRY_VERIFY_WITH_TIMEOUT(std::any_of(std::begin(places), std::end(places),
+                                             [&isReached](const Place &place) {
+                                                 return isReached(QByteArray(place.name)
+                                                                  + "/moving/socket");
+                                             }),
+                                 30000);
         run.process().terminate();
         QVERIFY(run.waitForEnd());
     }

@@ -107,11 +107,7 @@ private slots:
     void whileADownloadIsStalled()
     {
         ScriptedServer server;
-        const QString page = servePage(server, m_video, [this](const HttpRequest &) {
-            HttpReply reply = mediaReply(m_video);
-            reply.holdAfterBytes = 300000;
-            return reply;
-        });
+        const QString page = serveStalling(server, m_video, 300000);
         ProgramRun run;
         run.start({option("--url"), page});
         const QString path = option("tmp/") + pageHash(page) + option(".mp4");
@@ -145,11 +141,7 @@ private slots:
         stalled.holdAfterBytes = 500;
         server.on("/t.jpg", stalled);
         const QByteArray thumb = server.address("/t.jpg").toUtf8();
-        const QString page = servePage(server, m_video, [this](const HttpRequest &) {
-            HttpReply reply = mediaReply(m_video);
-            reply.holdAfterBytes = 300000;
-            return reply;
-        });
+        const QString page = serveStalling(server, m_video, 300000);
         server.on("/page",
                   htmlReply(videoPage("/v.mp4",
                                       "<meta property=\"og:image\" content=\"" + thumb + "\">")));
@@ -191,11 +183,7 @@ private slots:
     void aServerThatFallsSilentIsGivenUp()
     {
         ScriptedServer server;
-        const QString page = servePage(server, m_video, [this](const HttpRequest &) {
-            HttpReply reply = mediaReply(m_video);
-            reply.holdAfterBytes = 300000;
-            return reply;
-        });
+        const QString page = serveStalling(server, m_video, 300000);
         ProgramRun run;
         QVERIFY(run.run({option("--url"), page, option("--stall"), option("2")}));
         QVERIFY2(run.errorOutput().endsWith(fixedLine("video download finished:failed")
@@ -248,11 +236,7 @@ private slots:
     {
         QFETCH(int, signalNumber);
         ScriptedServer server;
-        const QString page = servePage(server, m_video, [this](const HttpRequest &) {
-            HttpReply reply = mediaReply(m_video);
-            reply.holdAfterBytes = 300000;
-            return reply;
-        });
+        const QString page = serveStalling(server, m_video, 300000);
         ProgramRun run;
         run.start({option("--url"), page, option("--log")});
         const QString path = option("tmp/") + pageHash(page) + option(".mp4");

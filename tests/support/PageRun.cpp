@@ -60,6 +60,15 @@ QString servePage(ScriptedServer &server, const QByteArray &video,
     return server.address("/page");
 }
 
+QString serveStalling(ScriptedServer &server, const QByteArray &video, int bytes)
+{
+    return servePage(server, video, [video, bytes](const HttpRequest &) {
+        HttpReply reply = mediaReply(video);
+        reply.holdAfterBytes = bytes;
+        return reply;
+    });
+}
+
 QString pageHash(const QString &pageAddress)
 {
     const QByteArray digest =

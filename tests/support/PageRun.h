@@ -27,6 +27,9 @@ bool isFromDownloader(const HttpRequest &request);
 QString servePage(ScriptedServer &server, const QByteArray &video,
                   const ScriptedServer::Handler &forDownloader);
 
+/// The same, with a download that stands still after so many bytes.
+QString serveStalling(ScriptedServer &server, const QByteArray &video, int bytes);
+
 /// The names of a page's files.
 QString pageHash(const QString &pageAddress);
 
