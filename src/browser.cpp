@@ -3,7 +3,7 @@
 #include "AdobePreference.h"
 #include "CsvLog.h"
 #include "FilterVideo.h"
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "NetDomManager.h"
 #include "PageText.h"
 #include "QWebPageProxy.h"
@@ -76,26 +76,19 @@ bool isExitAsked()
     return ShareMemoryManager::GetInstance()->GetExitFlag();
 }
 
-/// The word by which a download's end is reported; empty for a state that is not reported.
-QString resultWord(int state)
+/// Tells how a download ended, unless its state is one that is not reported.
+void reportResult(event::What what, int state)
 {
     switch (state) {
     case Downloader::Succeeded:
-        return QStringLiteral("success");
+        return HostEvents::send(event::DownloadEnded{what, event::Outcome::Succeeded});
     case Downloader::Failed:
-        return QStringLiteral("failed");
+        return HostEvents::send(event::DownloadEnded{what, event::Outcome::Failed});
     case Downloader::Canceled:
-        return QStringLiteral("canceled");
+        return HostEvents::send(event::DownloadEnded{what, event::Outcome::Canceled});
     default:
-        return {};
+        return;
     }
-}
-
-void reportResult(const QString &what, int state)
-{
-    const QString word = resultWord(state);
-    if (!word.isEmpty())
-        HostLine::sendText(what + QLatin1String(" download finished:") + word);
 }
 
 QString queryOf(const QString &address)
@@ -120,7 +113,7 @@ void setHdsOption(const QString &name, const QString &text)
         return;
     }
     options->SetOption(name, text);
-    HostLine::sendQuoted(QStringLiteral("setOption: %1=%2").arg(name, text));
+    HostEvents::send(event::StreamOptionSet{name, text});
 }
 
 /// What comes before the output in the stream's download as an argument list. The first two stand
@@ -251,7 +244,7 @@ void Browser::loadPage()
 
     setProxy();
     m_view->setVisible(preference->GetShow());
-    HostLine().quoted(pageUrl).text(QStringLiteral("parsing...")).send();
+    HostEvents::send(event::ParsingBegun{pageUrl});
 
     m_isAnalysing = true;
     for (QTimer *const timer : {&m_analysisTimer, &m_firstTerminateTimer, &m_secondTerminateTimer})
@@ -309,7 +302,7 @@ bool Browser::exitIfAsked()
         return false;
     if (!m_isClosing) {
         claimEnd();
-        HostLine::sendText(QStringLiteral("exiting..."));
+        HostEvents::send(event::Exiting{});
         note(RunGuard::LastLineSent);
         requestClose();
     }
@@ -526,7 +519,7 @@ void Browser::onTerminateTimerTimeOut()
 void Browser::endWithoutVideo()
 {
     claimEnd();
-    HostLine::sendText(QStringLiteral("parse failed"));
+    HostEvents::send(event::ParsingFailed{});
     note(RunGuard::LastLineSent);
     requestClose();
 }
@@ -618,16 +611,16 @@ void Browser::download()
     if (m_isClosing || !isSelected)
         return;
 
-    HostLine::sendQuoted(QString::fromUtf8(m_result.toJson()));
+    HostEvents::send(event::RecordMade{m_result.toJson()});
     note(RunGuard::RecordSent);
     const QString thumbUrl = m_result.getThumbUrl();
     if (CVideoPreference::instance()->GetThumb() && !thumbUrl.isEmpty()) {
-        HostLine::sendText(QStringLiteral("start download thumb ..."));
+        HostEvents::send(event::DownloadBegun{event::What::Thumb});
         m_thumbDownloader.downloadThumb(thumbUrl);
     }
     if (m_isClosing)
         return;
-    HostLine::sendText(QStringLiteral("start download video ..."));
+    HostEvents::send(event::DownloadBegun{event::What::Video});
     const VideoFile file = m_result.fileList.at(m_result.selectedVideo);
     m_videoDownloader.downloadVideo(file.address(), m_result.getVideoFullPath(), file.nSize, 0,
                                     Downloader::Video);
@@ -638,7 +631,7 @@ void Browser::getDownloadState(int, int downType, int state)
     if (m_isClosing || exitIfAsked())
         return;
     if (downType == Downloader::Thumb)
-        reportResult(QStringLiteral("thumb"), state);
+        reportResult(event::What::Thumb, state);
     if (downType != Downloader::Video)
         return;
 
@@ -652,7 +645,7 @@ void Browser::getDownloadState(int, int downType, int state)
 void Browser::reportVideoResult(int state)
 {
     m_result.succeeded = state == Downloader::Succeeded;
-    reportResult(QStringLiteral("video"), state);
+    reportResult(event::What::Video, state);
     note(RunGuard::LastLineSent);
     requestClose();
 }
@@ -662,12 +655,12 @@ void Browser::setDownloadCount()
     if (m_succeededParts + m_failedParts < m_expectedParts)
         return;
     if (m_failedParts == 0 && m_succeededParts > 1) {
-        HostLine::sendText(QStringLiteral("video download success"));
+        HostEvents::send(event::PartsEnded{true});
         m_result.succeeded = mergeVideoFile(m_expectedParts);
     } else {
-        HostLine::sendText(QStringLiteral("video download failed"));
+        HostEvents::send(event::PartsEnded{false});
     }
-    HostLine::sendText(QStringLiteral("video download finished"));
+    HostEvents::send(event::PartsFinished{});
     note(RunGuard::LastLineSent);
     requestClose();
 }
@@ -690,7 +683,7 @@ int Browser::DownloadF4f(const QString &f4mUrl)
 {
     const auto *const preference = CVideoPreference::instance();
     const QString outDir = preference->GetOutDir();
-    HostLine::sendQuoted(outDir);
+    HostEvents::send(event::OutputFolder{outDir});
     CAdobePreference::GetInstance()->parseParams(hdsArguments(f4mUrl));
     const QString path = preference->GetVideoFullPath();
     setHdsOption(QStringLiteral("outFile"), path.mid(path.lastIndexOf(QLatin1Char('/')) + 1));

@@ -1,6 +1,6 @@
 #include "downloader.h"
 
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "ShareMemoryManager.h"
 #include "VideoPreference.h"
 
@@ -21,7 +21,7 @@ bool isHttp(const QString &url)
 
 void reportProgress(qint64 received, qint64 total)
 {
-    HostLine::sendQuoted(QStringLiteral("downloaded:%1/%2").arg(received).arg(total));
+    HostEvents::send(event::Progress{received, total});
 }
 
 } // namespace

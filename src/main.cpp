@@ -1,4 +1,4 @@
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "MessageLog.h"
 #include "ShareMemoryManager.h"
 #include "Usage.h"
@@ -34,7 +34,7 @@ int requestExit(int argc, char *argv[])
     const QCoreApplication application(argc, argv);
     if (CVideoPreference::instance()->GetLog())
         MessageLog::open();
-    HostLine::sendText(QStringLiteral("set ExitFlag"));
+    HostEvents::send(event::ExitFlagSet{});
     ShareMemoryManager::GetInstance()->SetExitFlag(true);
     return 0;
 }

@@ -3,7 +3,7 @@
 #include <QCoreApplication>
 #include <QFile>
 
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "RtmpdumpOutput.h"
 
 RtmpDownloader::RtmpDownloader()
@@ -33,7 +33,7 @@ void RtmpDownloader::download(const QMap<QString, QString> &params, const QStrin
     m_isCancelled = false;
 
     const QStringList list = arguments();
-    HostLine().list(list).send();
+    HostEvents::send(event::RtmpdumpStarted{list});
     m_process.setProcessChannelMode(QProcess::MergedChannels);
     m_process.start(QCoreApplication::applicationDirPath() + QLatin1String("/rtmpdump"), list);
 }

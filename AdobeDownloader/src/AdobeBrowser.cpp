@@ -4,7 +4,7 @@
 #include "AdobePreference.h"
 #include "AdobeUtils.h"
 #include "ConnectionPool.h"
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "InterimAnswer.h"
 #include "NetworkProxy.h"
 #include "StallWatch.h"
@@ -83,19 +83,19 @@ CAdobeBrowser::~CAdobeBrowser()
 
 void CAdobeBrowser::get(const QString &url, bool wait)
 {
-    HostLine().text(QStringLiteral("Get page:")).quoted(url).send();
+    HostEvents::send(event::PageAsked{url});
     begin(url, Method::Get, wait);
 }
 
 void CAdobeBrowser::head(const QString &url, bool wait)
 {
-    HostLine().text(QStringLiteral("Get page:")).quoted(url).send();
+    HostEvents::send(event::PageAsked{url});
     begin(url, Method::Head, wait);
 }
 
 void CAdobeBrowser::post(const QString &url, const QByteArray &data, bool wait)
 {
-    HostLine().text(QStringLiteral("Post page:")).quoted(url).send();
+    HostEvents::send(event::PageAsked{url, true});
     begin(url, Method::Post, wait, data);
 }
 
@@ -218,7 +218,7 @@ void CAdobeBrowser::httpFinished()
         emit finished(1);
         return;
     }
-    HostLine().text(QStringLiteral("Redirect to: ")).quoted(target).send();
+    HostEvents::send(event::PageRedirected{target});
     // The answer to a redirected POST is fetched like any page.
     if (!startRequest(target, m_method == Method::Post ? Method::Get : m_method))
         emit finished(1);

@@ -5,7 +5,7 @@
 #include "AdobeOutputFile.h"
 #include "AdobePreference.h"
 #include "ConnectionPool.h"
-#include "HostLine.h"
+#include "HostEvents.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -271,8 +271,8 @@ void CAdobeDownloader::complete()
         stopWith(failed);
         return;
     }
-    const QString size = QString::number(QFileInfo(CAdobeOutputFile::FilePath()).size());
-    HostLine::sendQuoted(QStringLiteral("downloaded:%1/%1").arg(size));
+    const qint64 size = QFileInfo(CAdobeOutputFile::FilePath()).size();
+    HostEvents::send(event::Progress{size, size});
     if (option("delete").toBool())
         deleteCache();
     stopWith(succeeded);

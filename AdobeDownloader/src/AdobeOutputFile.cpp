@@ -3,7 +3,7 @@
 #include "AdobeData.h"
 #include "AdobePreference.h"
 #include "AdobeUtils.h"
-#include "HostLine.h"
+#include "HostEvents.h"
 
 #include <algorithm>
 
@@ -234,9 +234,8 @@ bool CAdobeOutputFile::IsInPlace() const
 
 void CAdobeOutputFile::OutProgress() const
 {
-    HostLine::sendQuoted(QStringLiteral("downloaded:%1/%2")
-                             .arg(m_lastWritten)
-                             .arg(CAdobeData::GetInstance()->GetFragCount()));
+    HostEvents::send(event::Progress{m_lastWritten, CAdobeData::GetInstance()->GetFragCount(),
+                                     event::Unit::Fragments});
 }
 
 int CAdobeOutputFile::GetWriteFragNum() const

@@ -4,7 +4,7 @@
 #include "AdobeData.h"
 #include "AdobePreference.h"
 #include "AdobeUtils.h"
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "XPathDocument.h"
 
 #include <QUrl>
@@ -95,11 +95,11 @@ void CAdobeParser::SetMaxChildCharacters(int characters)
 
 bool CAdobeParser::parseManifest()
 {
-    HostLine::sendText(QStringLiteral("Processing manifest info...."));
+    HostEvents::send(event::ManifestBegun{});
     const QString address = option("manifest").toString();
     m_manifest = GetManifestContent(address);
     if (m_manifest.isEmpty()) {
-        HostLine::sendQuoted(QStringLiteral("access %1 failed!").arg(address));
+        HostEvents::send(event::ManifestMissing{address});
         return false;
     }
     parseManifestXml(); // whatever it found is chosen from
@@ -286,22 +286,19 @@ QByteArray CAdobeParser::externalBootstrap(const QString &address, const QString
 
 void CAdobeParser::SelectMedia()
 {
-    QString keys;
-    for (auto rendition = m_renditions.cbegin(); rendition != m_renditions.cend(); ++rendition)
-        keys += QStringLiteral(" %1 ").arg(rendition.key());
-    HostLine::sendQuoted(QStringLiteral("all quality:%1").arg(keys));
+    const QList<int> bitrates = m_renditions.keys();
+    HostEvents::send(event::RenditionsFound{bitrates});
 
     const int quality = qMax(0, option("quality").toInt());
-    const QList<int> bitrates = m_renditions.keys();
     int position = bitrates.size() - 1 - quality;
     if (quality >= 1 && m_renditions.contains(quality))
         position = bitrates.indexOf(quality);
     if (position < 0) {
         CAdobePreference::GetInstance()->SetOption(QStringLiteral("quality"), -1);
         CAdobeData::GetInstance()->SetMedia({});
-        HostLine::sendText(QStringLiteral("select quality:-1"));
+        HostEvents::send(event::RenditionMissing{});
         return;
     }
     CAdobeData::GetInstance()->SetMedia(m_renditions.value(bitrates.at(position)).toMap());
-    HostLine::sendQuoted(QStringLiteral("select quality:%1").arg(bitrates.at(position)));
+    HostEvents::send(event::RenditionChosen{bitrates.at(position)});
 }

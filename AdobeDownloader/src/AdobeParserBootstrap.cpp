@@ -10,7 +10,7 @@
 #include "AdobeData.h"
 #include "AdobePreference.h"
 #include "AdobeUtils.h"
-#include "HostLine.h"
+#include "HostEvents.h"
 
 #include <limits>
 
@@ -55,12 +55,12 @@ bool CAdobeParser::ParseBootstrap()
     if (!media.value(QStringLiteral("bootstrapUrl")).toString().isEmpty()) {
         if (UpdateBootstrapInfo())
             return ParseBoxes();
-        HostLine::sendText(QStringLiteral("UpdateBootstrapInfo error!"));
+        HostEvents::send(event::BootstrapFailed{});
         return false;
     }
     if (!media.value(QStringLiteral("bootstrap")).toByteArray().isEmpty())
         return ParseBoxes();
-    HostLine::sendText(QStringLiteral("manifest xml not contains bootstrap!"));
+    HostEvents::send(event::BootstrapMissing{});
     return false;
 }
 
@@ -98,7 +98,7 @@ bool CAdobeParser::ParseBoxes()
 
     ReadBoxHeader(m_box, m_pos);
     if (m_boxType != "abst") {
-        HostLine::sendText(QStringLiteral("stream box is not start abst, is not f4f stream!"));
+        HostEvents::send(event::BootstrapBroken{});
         return false;
     }
     ParseBootstrapBox();
@@ -106,7 +106,7 @@ bool CAdobeParser::ParseBoxes()
     data->SetFragmentTable(m_fragments);
     if (data->GetFragCount() != 0)
         return true;
-    HostLine::sendText(QStringLiteral("stream fragCount = 0, no stream data!"));
+    HostEvents::send(event::StreamEmpty{});
     return false;
 }
 
@@ -208,7 +208,7 @@ void CAdobeParser::ParseSegAndFragTable()
         m_fragments.isEmpty() ? 1 : number(m_fragments.constFirst(), "firstFragment");
     m_startFragment = toCount(isLive ? qint64(count) - fragmentsBeforeLiveEdge : firstFragment - 1);
     CAdobeData::GetInstance()->SetFragCount(count);
-    HostLine::sendQuoted(QStringLiteral("FragCount:%1").arg(count));
+    HostEvents::send(event::FragmentsCounted{count});
 }
 
 int CAdobeParser::countFragments() const

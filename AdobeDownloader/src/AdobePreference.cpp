@@ -1,6 +1,6 @@
 #include "AdobePreference.h"
 
-#include "HostLine.h"
+#include "HostEvents.h"
 
 namespace {
 
@@ -97,14 +97,14 @@ void CAdobePreference::parseParams(const QStringList &args)
         const QString value = args.value(i + 1);
         if (value.isEmpty() || isOptionName(value)) {
             SetOption(name, true);
-            HostLine::sendQuoted(QStringLiteral("setOption: %1=true").arg(name));
+            HostEvents::send(event::StreamOptionSet{name, QStringLiteral("true")});
             continue;
         }
         ++i; // the value is used up
         if (name == QLatin1String("proxy") && setProxy(value))
             continue;
         SetOption(name, value);
-        HostLine::sendQuoted(QStringLiteral("setOption: %1=%2").arg(name, value));
+        HostEvents::send(event::StreamOptionSet{name, value});
     }
 }
 
@@ -119,8 +119,6 @@ bool CAdobePreference::setProxy(const QString &value)
     SetOption(QStringLiteral("proxyType"), type);
     SetOption(QStringLiteral("proxyHost"), parts.at(1));
     SetOption(QStringLiteral("proxyPort"), port);
-    HostLine::sendQuoted(
-        QStringLiteral("setOption: proxy proxyType =%1 proxyHost = %2 proxyPort = %3")
-            .arg(QString::number(type), parts.at(1), QString::number(port)));
+    HostEvents::send(event::StreamProxySet{type, parts.at(1), port});
     return true;
 }

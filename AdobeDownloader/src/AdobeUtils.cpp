@@ -1,6 +1,6 @@
 #include "AdobeUtils.h"
 
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "XPathDocument.h"
 
 #include <QCryptographicHash>
@@ -244,12 +244,7 @@ QDomDocument CAdobeUtils::loadXmlFile(const QString &xml)
     int column = 0;
     if (document.setContent(xml, &message, &line, &column))
         return document;
-    HostLine()
-        .text(QStringLiteral("Error:Parse error at line:"))
-        .text(QString::number(line))
-        .text(QStringLiteral("column"))
-        .text(QString::number(column))
-        .send();
+    HostEvents::send(event::XmlBroken{line, column});
     return {};
 }
 

@@ -1,6 +1,6 @@
 #include "NetDomManager.h"
 
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "PageText.h"
 #include "PlayerDescription.h"
 #include "RunOptions.h"
@@ -129,5 +129,5 @@ void NetDomManager::append(const VideoFile &file)
     if (isStopped())
         return; // the run went on without this scan while it waited
     m_data.fileList += file;
-    HostLine().text(QStringLiteral("videoUrl:")).quoted(file.address()).send();
+    HostEvents::send(event::CandidateFound{file.address()});
 }

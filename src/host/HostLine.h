@@ -4,10 +4,11 @@
 #include <QString>
 #include <QStringList>
 
-/// One line for the host program, built from pieces and sent as one Qt debug message.
+/// One line for the host program, built from pieces and sent as one Qt debug message. The tool of
+/// TextRenderer: whoever has something to say sends a HostEvent.
 ///
 /// Hosts compare these lines byte for byte, so this is the only place that makes them: pieces are
-/// joined by one blank and the line ends with one blank. Control characters and line separators
+/// joined by one space and the line ends with one space. Control characters and line separators
 /// are replaced by their JSON escapes, so that a line made from page text stays one line and a
 /// JSON document stays valid. May be used from any thread.
 class HostLine final
@@ -35,13 +36,13 @@ public:
     /// Sends the line as a debug message.
     void send() const;
 
-    /// Sends a line of one fixed text: the text and one blank.
+    /// Sends a line of one fixed text: the text and one space.
     static void sendText(const QString &text);
 
-    /// Sends a line of one composed text: the text between double quotes and one blank.
+    /// Sends a line of one composed text: the text between double quotes and one space.
     static void sendQuoted(const QString &text);
 
-    /// Sends a line that was printed from a format of its own: without a trailing blank.
+    /// Sends a line that was printed from a format of its own: without a trailing space.
     static void sendPlain(const QString &line);
 
 private:

@@ -1,6 +1,6 @@
 #include "Usage.h"
 
-#include "HostLine.h"
+#include "HostEvents.h"
 
 void printUsage()
 {
@@ -33,5 +33,5 @@ void printUsage()
         " --size size",
     };
     for (const char *line : lines)
-        HostLine::sendPlain(QString::fromLatin1(line));
+        HostEvents::send(event::UsageLine{QString::fromLatin1(line)});
 }

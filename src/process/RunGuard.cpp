@@ -2,7 +2,7 @@
 
 #include "CrashSignals.h"
 #include "EndTimer.h"
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "MessageLog.h"
 #include "ProcessMemory.h"
 #include "RunTimes.h"
@@ -173,25 +173,25 @@ bool RunGuard::isSilent(Clock::time_point now) const
 }
 
 /// What the main thread would have told the host by now, and has not.
-QStringList RunGuard::lastLines() const
+std::vector<HostEvent> RunGuard::lastEvents() const
 {
     if (has(LastLineSent))
         return {};
     if (m_isEndAsked)
-        return {HostLine().text(QStringLiteral("exiting...")).toString()};
+        return {event::Exiting{}};
     const bool hasCandidates = m_report && m_report->hasCandidates();
     if (!hasCandidates && !has(DownloadBegun))
-        return {HostLine().text(QStringLiteral("parse failed")).toString()};
-    QStringList lines;
+        return {event::ParsingFailed{}};
+    std::vector<HostEvent> events;
     if (m_report && !has(RecordSent))
-        lines += HostLine().quoted(QString::fromUtf8(m_report->record())).toString();
-    lines += HostLine().text(QStringLiteral("video download finished:failed")).toString();
-    return lines;
+        events.emplace_back(event::RecordMade{m_report->record()});
+    events.emplace_back(event::DownloadEnded{event::What::Video, event::Outcome::Failed});
+    return events;
 }
 
 void RunGuard::endProcess(QMutexLocker &locker)
 {
-    const QStringList lines = lastLines();
+    const std::vector<HostEvent> events = lastEvents();
     m_state = State::ForcingEnd;
     const std::shared_ptr<const RunReport> report = m_report;
     const bool hasRow = has(RowWritten);
@@ -203,10 +203,10 @@ void RunGuard::endProcess(QMutexLocker &locker)
     if (!hasCrashed) // whose own patience bounds this
         EndTimer::endWithin(lineGrace, EXIT_SUCCESS);
     const bool hadBlock = ShareMemoryManager::GetInstance()->RemoveShareMemData();
-    for (const QString &line : lines)
-        HostLine::sendPlain(line);
+    for (const HostEvent &event : events)
+        HostEvents::send(event);
     if (hadBlock)
-        HostLine::sendText(QStringLiteral("detach sharememory"));
+        HostEvents::send(event::MemoryDetached{});
     if (hasCrashed)
         CrashSignals::endProcess();
     std::_Exit(EXIT_SUCCESS);

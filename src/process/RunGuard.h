@@ -2,15 +2,16 @@
 #define RUNGUARD_H
 
 #include <QMutex>
-#include <QStringList>
 #include <QWaitCondition>
 
+#include "HostEvent.h"
 #include "RunReport.h"
 
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <thread>
+#include <vector>
 
 /// Ends the process when the main thread no longer can: a page's script that never ends, or a
 /// request that blocks the engine, stops every timer of the run. A thread of its own watches that
@@ -75,7 +76,7 @@ private:
     [[nodiscard]] bool isStopIgnored(Clock::time_point now) const;
     [[nodiscard]] bool isAnalysisOverdue(Clock::time_point now) const;
     [[nodiscard]] bool isSilent(Clock::time_point now) const;
-    [[nodiscard]] QStringList lastLines() const;
+    [[nodiscard]] std::vector<HostEvent> lastEvents() const;
     [[noreturn]] void endProcess(QMutexLocker &locker);
 
     const qint64 m_memoryLimit;

@@ -1,6 +1,6 @@
 #include "ShareMemoryManager.h"
 
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "RunLimits.h"
 #include "StopSignals.h"
 #include "VideoPreference.h"
@@ -60,7 +60,7 @@ void ShareMemoryManager::DeleteShareMemData()
 {
     // The line comes outside of the lock: its reader may let it wait.
     if (RemoveShareMemData())
-        HostLine::sendText(QStringLiteral("detach sharememory"));
+        HostEvents::send(event::MemoryDetached{});
 }
 
 bool ShareMemoryManager::RemoveShareMemData()

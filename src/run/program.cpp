@@ -3,7 +3,7 @@
 #include "DisplayProbe.h"
 #include "EndTimer.h"
 #include "FlashVersion.h"
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "LeftFiles.h"
 #include "MessageLog.h"
 #include "ProcessMemory.h"
@@ -96,7 +96,7 @@ int endWithoutDisplay(int argc, char *argv[])
         return NoPageUrl;
     if (!MessageLog::open() && !preference->GetInfoFlag())
         return NoOutputFolder;
-    HostLine::sendText(QStringLiteral("no display can be reached"));
+    HostEvents::send(event::DisplayMissing{});
     return NoDisplay;
 }
 
@@ -186,8 +186,7 @@ void flashVersion()
     QTimer::singleShot(patienceMs, &loop, &QEventLoop::quit);
     probe.load();
     loop.exec();
-    HostLine::sendPlain(
-        QStringLiteral("You have Flash player %1 installed").arg(probe.getVersion()));
+    HostEvents::send(event::FlashVersion{probe.getVersion()});
 }
 
 /// Sets the limit that holds even where the guard comes too late.
@@ -238,7 +237,7 @@ int runProgram(int argc, char *argv[])
     if (preference->GetPageUrl().isEmpty())
         return NoPageUrl;
     if (!isSavePathReadable(argc, argv)) {
-        HostLine::sendText(QStringLiteral("the path of --saveto is not UTF-8"));
+        HostEvents::send(event::SavePathUnreadable{});
         return NoOutputFolder;
     }
     if (!MessageLog::open() || !isPrepared)

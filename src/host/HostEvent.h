@@ -1,0 +1,226 @@
+#ifndef HOSTEVENT_H
+#define HOSTEVENT_H
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <variant>
+
+/// What a host can be told: one type for each kind of thing, with what there is to know of it. How
+/// it reads is the renderer's business.
+namespace event {
+
+/// Which of the two things that a run fetches is meant.
+enum class What { Video, Thumb };
+
+enum class Outcome { Succeeded, Failed, Canceled };
+
+enum class Unit { Bytes, Fragments };
+
+// The run.
+
+/// A run begins to look for a video in this page.
+struct ParsingBegun
+{
+    QString pageUrl;
+};
+
+/// The page or its player names a video.
+struct CandidateFound
+{
+    QString address;
+};
+
+/// The candidates are settled and one of them is chosen: the result record, as JSON.
+struct RecordMade
+{
+    QByteArray json;
+};
+
+/// No video was found.
+struct ParsingFailed
+{
+};
+
+/// The run ends because its caller asked for it.
+struct Exiting
+{
+};
+
+/// Another process asks a run to end.
+struct ExitFlagSet
+{
+};
+
+/// The block by which a run can be asked to end is gone.
+struct MemoryDetached
+{
+};
+
+/// The toolkit cannot start.
+struct DisplayMissing
+{
+};
+
+/// The path that the video shall get is no text.
+struct SavePathUnreadable
+{
+};
+
+/// The version of the Flash plug-in, or what stands in for it.
+struct FlashVersion
+{
+    QString version;
+};
+
+/// One line of the usage text.
+struct UsageLine
+{
+    QString text;
+};
+
+// Downloads.
+
+struct DownloadBegun
+{
+    What what = What::Video;
+};
+
+/// How far a download is.
+struct Progress
+{
+    qint64 done = 0;
+    qint64 total = 0;
+    Unit unit = Unit::Bytes;
+};
+
+struct DownloadEnded
+{
+    What what = What::Video;
+    Outcome outcome = Outcome::Failed;
+};
+
+/// All parts of a video that came in parts have ended, and are yet to be joined.
+struct PartsEnded
+{
+    bool haveSucceeded = false;
+};
+
+/// A video that came in parts is done with.
+struct PartsFinished
+{
+};
+
+/// The folder that a stream is written to.
+struct OutputFolder
+{
+    QString path;
+};
+
+/// The external program is started for a stream.
+struct RtmpdumpStarted
+{
+    QStringList arguments;
+};
+
+// Streams of fragments.
+
+struct StreamOptionSet
+{
+    QString name;
+    QString value;
+};
+
+struct StreamProxySet
+{
+    int type = 0;
+    QString host;
+    int port = 0;
+};
+
+/// A document or a fragment is asked for.
+struct PageAsked
+{
+    QString address;
+    bool isPosted = false;
+};
+
+/// The answer leads to another address, which is asked for next.
+struct PageRedirected
+{
+    QString target;
+};
+
+struct ManifestBegun
+{
+};
+
+/// The manifest cannot be had.
+struct ManifestMissing
+{
+    QString address;
+};
+
+/// A document is no XML.
+struct XmlBroken
+{
+    int line = 0;
+    int column = 0;
+};
+
+/// What a manifest offers, lowest first.
+struct RenditionsFound
+{
+    QList<int> bitrates;
+};
+
+struct RenditionChosen
+{
+    int bitrate = 0;
+};
+
+/// The manifest offers nothing to choose from.
+struct RenditionMissing
+{
+};
+
+/// The bootstrap cannot be had.
+struct BootstrapFailed
+{
+};
+
+/// The manifest has no bootstrap and names none.
+struct BootstrapMissing
+{
+};
+
+/// What should be a bootstrap is something else.
+struct BootstrapBroken
+{
+};
+
+/// The bootstrap tells of no fragments.
+struct StreamEmpty
+{
+};
+
+struct FragmentsCounted
+{
+    int count = 0;
+};
+
+} // namespace event
+
+using HostEvent = std::variant<
+    event::ParsingBegun, event::CandidateFound, event::RecordMade, event::ParsingFailed,
+    event::Exiting, event::ExitFlagSet, event::MemoryDetached, event::DisplayMissing,
+    event::SavePathUnreadable, event::FlashVersion, event::UsageLine, event::DownloadBegun,
+    event::Progress, event::DownloadEnded, event::PartsEnded, event::PartsFinished,
+    event::OutputFolder, event::RtmpdumpStarted, event::StreamOptionSet, event::StreamProxySet,
+    event::PageAsked, event::PageRedirected, event::ManifestBegun, event::ManifestMissing,
+    event::XmlBroken, event::RenditionsFound, event::RenditionChosen, event::RenditionMissing,
+    event::BootstrapFailed, event::BootstrapMissing, event::BootstrapBroken, event::StreamEmpty,
+    event::FragmentsCounted>;
+
+#endif

@@ -1,0 +1,184 @@
+#include "HostEvents.h"
+#include "MessageCatcher.h"
+#include "TestMain.h"
+#include "TextRenderer.h"
+
+#include <algorithm>
+#include <set>
+#include <thread>
+#include <vector>
+
+Q_DECLARE_METATYPE(HostEvent)
+
+namespace {
+
+struct Row
+{
+    const char *name;
+    HostEvent event;
+    QByteArray line;
+};
+
+const std::vector<Row> &rows()
+{
+    using namespace event;
+    static const std::vector<Row> table{
+        {"parsing", ParsingBegun{QStringLiteral("http://h/p?a=1")},
+         "\"http://h/p?a=1\" parsing... "},
+        {"candidate", CandidateFound{QStringLiteral("http://h/v.mp4")},
+         "videoUrl: \"http://h/v.mp4\" "},
+        {"record", RecordMade{"{\"title\":\"\xc3\xa9\"}"}, "\"{\"title\":\"\xc3\xa9\"}\" "},
+        {"parse failed", ParsingFailed{}, "parse failed "},
+        {"exiting", Exiting{}, "exiting... "},
+        {"exit flag", ExitFlagSet{}, "set ExitFlag "},
+        {"memory", MemoryDetached{}, "detach sharememory "},
+        {"display", DisplayMissing{}, "no display can be reached "},
+        {"save path", SavePathUnreadable{}, "the path of --saveto is not UTF-8 "},
+        {"Flash", FlashVersion{QStringLiteral("32.0.0")}, "You have Flash player 32.0.0 installed"},
+        {"usage", UsageLine{QStringLiteral("Usage:")}, "Usage:"},
+        {"empty usage line", UsageLine{}, ""},
+        {"video begun", DownloadBegun{What::Video}, "start download video ... "},
+        {"thumb begun", DownloadBegun{What::Thumb}, "start download thumb ... "},
+        {"bytes", Progress{4294967296, -1}, "\"downloaded:4294967296/-1\" "},
+        {"fragments", Progress{3, 12, Unit::Fragments}, "\"downloaded:3/12\" "},
+        {"video succeeded", DownloadEnded{What::Video, Outcome::Succeeded},
+         "video download finished:success "},
+        {"video failed", DownloadEnded{What::Video, Outcome::Failed},
+         "video download finished:failed "},
+        {"video canceled", DownloadEnded{What::Video, Outcome::Canceled},
+         "video download finished:canceled "},
+        {"thumb succeeded", DownloadEnded{What::Thumb, Outcome::Succeeded},
+         "thumb download finished:success "},
+        {"thumb failed", DownloadEnded{What::Thumb, Outcome::Failed},
+         "thumb download finished:failed "},
+        {"thumb canceled", DownloadEnded{What::Thumb, Outcome::Canceled},
+         "thumb download finished:canceled "},
+        {"parts succeeded", PartsEnded{true}, "video download success "},
+        {"parts failed", PartsEnded{false}, "video download failed "},
+        {"parts finished", PartsFinished{}, "video download finished "},
+        {"output folder", OutputFolder{QStringLiteral("/a b")}, "\"/a b\" "},
+        {"rtmpdump", RtmpdumpStarted{{QStringLiteral("--flv"), QStringLiteral("a b")}},
+         "(\"--flv\", \"a b\") "},
+        {"rtmpdump alone", RtmpdumpStarted{}, "() "},
+        {"option", StreamOptionSet{QStringLiteral("a%2"), QStringLiteral("%1")},
+         "\"setOption: a%2=%1\" "},
+        {"proxy", StreamProxySet{2, QStringLiteral("p%1"), 80},
+         "\"setOption: proxy proxyType =2 proxyHost = p%1 proxyPort = 80\" "},
+        {"get", PageAsked{QStringLiteral("http://h/m")}, "Get page: \"http://h/m\" "},
+        {"post", PageAsked{QStringLiteral("http://h/m"), true}, "Post page: \"http://h/m\" "},
+        {"redirect", PageRedirected{QStringLiteral("/m")}, "Redirect to:  \"/m\" "},
+        {"manifest", ManifestBegun{}, "Processing manifest info.... "},
+        {"no manifest", ManifestMissing{QStringLiteral("m")}, "\"access m failed!\" "},
+        {"broken XML", XmlBroken{7, 9}, "Error:Parse error at line: 7 column 9 "},
+        {"renditions", RenditionsFound{{-2, 300}}, "\"all quality: -2  300 \" "},
+        {"no renditions", RenditionsFound{}, "\"all quality:\" "},
+        {"rendition", RenditionChosen{300}, "\"select quality:300\" "},
+        {"no rendition", RenditionMissing{}, "select quality:-1 "},
+        {"bootstrap failed", BootstrapFailed{}, "UpdateBootstrapInfo error! "},
+        {"no bootstrap", BootstrapMissing{}, "manifest xml not contains bootstrap! "},
+        {"broken bootstrap", BootstrapBroken{},
+         "stream box is not start abst, is not f4f stream! "},
+        {"empty stream", StreamEmpty{}, "stream fragCount = 0, no stream data! "},
+        {"fragments counted", FragmentsCounted{5}, "\"FragCount:5\" "},
+    };
+    return table;
+}
+
+QString kindOf(const HostEvent &event)
+{
+    return QStringLiteral("kind %1").arg(event.index());
+}
+
+/// Restores the shipped manner of telling.
+struct OtherRenderer final
+{
+    explicit OtherRenderer(HostEvents::Renderer renderer) { HostEvents::setRenderer(renderer); }
+    ~OtherRenderer() { HostEvents::setRenderer(TextRenderer::lineOf); }
+    Q_DISABLE_COPY(OtherRenderer)
+};
+
+} // namespace
+
+class tst_HostEvents : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void line_data()
+    {
+        QTest::addColumn<HostEvent>("event");
+        QTest::addColumn<QByteArray>("line");
+        for (const Row &row : rows())
+            QTest::newRow(row.name) << row.event << row.line;
+    }
+
+    void line()
+    {
+        QFETCH(HostEvent, event);
+        QFETCH(QByteArray, line);
+        const MessageCatcher catcher;
+        HostEvents::send(event);
+        QCOMPARE(catcher.lines().size(), 1);
+        QCOMPARE(catcher.lines().constFirst().toUtf8(), line);
+    }
+
+    void everyKindHasARow()
+    {
+        std::set<size_t> kinds;
+        for (const Row &row : rows())
+            kinds.insert(row.event.index());
+        QCOMPARE(kinds.size(), std::variant_size_v<HostEvent>);
+    }
+
+    void noTextForgesALine()
+    {
+        const QString text = QStringLiteral("a\nexiting... ");
+        const MessageCatcher catcher;
+        HostEvents::send(event::UsageLine{text});
+        HostEvents::send(event::CandidateFound{text});
+        QCOMPARE(catcher.lines(),
+                 (QStringList{QStringLiteral("a\\nexiting... "),
+                              QStringLiteral("videoUrl: \"a\\nexiting... \" ")}));
+    }
+
+    void anotherRendererSpeaksForAll()
+    {
+        const MessageCatcher catcher;
+        {
+            const OtherRenderer renderer(kindOf);
+            HostEvents::send(event::ParsingBegun{});
+            HostEvents::send(event::CandidateFound{});
+        }
+        HostEvents::send(event::Exiting{});
+        QCOMPARE(catcher.lines(),
+                 (QStringList{QStringLiteral("kind 0"), QStringLiteral("kind 1"),
+                              QStringLiteral("exiting... ")}));
+    }
+
+    void linesOfThreadsStayWhole()
+    {
+        constexpr int threadCount = 4;
+        constexpr int linesEach = 250;
+        const MessageCatcher catcher;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < threadCount; ++i)
+            threads.emplace_back([] {
+                for (int sent = 0; sent < linesEach; ++sent)
+                    HostEvents::send(event::Progress{sent, linesEach});
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+
+        QStringList expected;
+        for (int sent = 0; sent < linesEach; ++sent)
+            for (int i = 0; i < threadCount; ++i)
+                expected += QStringLiteral("\"downloaded:%1/%2\" ").arg(sent).arg(linesEach);
+        QStringList lines = catcher.lines();
+        std::sort(lines.begin(), lines.end());
+        std::sort(expected.begin(), expected.end());
+        QCOMPARE(lines, expected);
+    }
+};
+
+CLIPWEIR_TEST_MAIN(tst_HostEvents)
+#include "tst_hostevents.moc"
