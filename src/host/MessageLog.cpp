@@ -64,16 +64,34 @@ QByteArray logTextOf(QtMsgType type, const QByteArray &message)
     return "Debug: " + message;
 }
 
+/// The log's path as the system wants it; empty until it is made. Guarded by messageMutex, and left
+/// to the end of the process for the same reason.
+QByteArray &logPath()
+{
+    static auto *const path = new QByteArray;
+    return *path;
+}
+
+/// Opens the log for one line. Not by the toolkit's file: what it has to say about an odd one would
+/// reach the host, since this is called while a message is being handled.
+int openLogFile()
+{
+    return ::open(logPath().constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK,
+                  0666);
+}
+
 void appendToLog(const QByteArray &logText)
 {
     if (!isLogOpen || !QCoreApplication::instance())
         return;
     const QString now = QTime::currentTime().toString(QStringLiteral("hh:mm:ss.zzz "));
-    const QString path = CVideoPreference::instance()->GetLogFullPath(QStringLiteral("log"));
-    // Not by the toolkit's file: what it has to say about an odd one would reach the host, since
-    // this is called while a message is being handled.
-    const int fd = ::open(QFile::encodeName(path).constData(),
-                          O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+    int fd = openLogFile();
+    if (fd < 0 && errno == ENOENT) {
+        // The first line, or somebody took the folder away: asking for the path makes it.
+        logPath() =
+            QFile::encodeName(CVideoPreference::instance()->GetLogFullPath(QStringLiteral("log")));
+        fd = openLogFile();
+    }
     if (fd < 0)
         return;
     const QByteArray line = now.toLatin1() + logText + '\n';
@@ -133,6 +151,8 @@ void MessageLog::install()
 bool MessageLog::open()
 {
     const bool isThere = QDir(CVideoPreference::instance()->GetOutDir()).exists();
+    const QMutexLocker locker(&messageMutex);
+    logPath().clear();
     isLogOpen = isThere && CVideoPreference::instance()->GetLog();
     return isThere;
 }

@@ -20,6 +20,7 @@ public:
     /// Lets messages reach the log file, if logging is on. Returns whether the output folder
     /// exists; no log is kept without it, for the log must not make a folder that the caller may
     /// have misspelt.
+    /// Which file that is, is asked of the options once, with the first line after this.
     static bool open();
 
     /// Keeps messages out of the log file until the next open().

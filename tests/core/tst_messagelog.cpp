@@ -33,9 +33,10 @@ private:
         return status;
     }
 
-    static void setOptions(const TemporaryWorkFolder &work, const char *flags)
+    static void setOptions(const TemporaryWorkFolder &work, const char *flags,
+                           const char *pageUrl = "http://a/")
     {
-        setCommandLine(QStringLiteral("--url http://a/ --saveto ")
+        setCommandLine(QStringLiteral("--url %1 --saveto ").arg(QLatin1String(pageUrl))
                        + work.path(QStringLiteral("out/v.mp4 ")) + QLatin1String(flags));
         QDir().mkpath(work.path(QStringLiteral("out")));
     }
@@ -89,6 +90,69 @@ private slots:
         });
         QCOMPARE(status, 0);
         QCOMPARE(readFile(errorFile), QByteArray("a line\n"));
+        QVERIFY(!QFile::exists(work.path(QStringLiteral("out/logs"))));
+    }
+
+    void theLogStaysWhereItBegan()
+    {
+        const TemporaryWorkFolder work;
+        setOptions(work, "--log");
+        const int status = runApart(work.path(QStringLiteral("err")), [&work] {
+            if (!MessageLog::open())
+                return;
+            qDebug("the first");
+            setCommandLine(QStringLiteral("--url http://b/ --saveto ")
+                           + work.path(QStringLiteral("v.mp4 --log")));
+            qDebug("the second");
+        });
+        QCOMPARE(status, 0);
+        QCOMPARE(logText(), QByteArray("Debug: the first\nDebug: the second\n"));
+        QVERIFY(!QFile::exists(work.path(QStringLiteral("logs"))));
+    }
+
+    void openingBeginsAnotherLog()
+    {
+        const TemporaryWorkFolder work;
+        const int status = runApart(work.path(QStringLiteral("err")), [&work] {
+            setOptions(work, "--log");
+            bool isOpen = MessageLog::open();
+            qDebug("elsewhere");
+            setOptions(work, "--log", "http://b/");
+            isOpen = isOpen && MessageLog::open();
+            if (isOpen)
+                qDebug("here");
+        });
+        QCOMPARE(status, 0);
+        setOptions(work, "--log", "http://b/");
+        QCOMPARE(logText(), QByteArray("Debug: here\n"));
+    }
+
+    void aLogFolderThatIsTakenAwayComesAgain()
+    {
+        const TemporaryWorkFolder work;
+        setOptions(work, "--log");
+        const QString folder = work.path(QStringLiteral("out/logs"));
+        const int status = runApart(work.path(QStringLiteral("err")), [&folder] {
+            if (!MessageLog::open())
+                return;
+            qDebug("lost");
+            QDir(folder).removeRecursively();
+            qDebug("kept");
+            qDebug("kept, too");
+        });
+        QCOMPARE(status, 0);
+        QCOMPARE(logText(), QByteArray("Debug: kept\nDebug: kept, too\n"));
+    }
+
+    void aLogThatIsOnlyOpenedMakesNoFolder()
+    {
+        const TemporaryWorkFolder work;
+        setOptions(work, "--log");
+        const int status = runApart(work.path(QStringLiteral("err")), [] {
+            if (!MessageLog::open())
+                ::_exit(1);
+        });
+        QCOMPARE(status, 0);
         QVERIFY(!QFile::exists(work.path(QStringLiteral("out/logs"))));
     }
 
