@@ -2,7 +2,7 @@
 
 #include "HostEvents.h"
 #include "ShareMemoryManager.h"
-#include "VideoPreference.h"
+#include "SizeProbe.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -31,11 +31,23 @@ Downloader::Downloader(QObject *parent)
 {
 }
 
+Downloader::Downloader(const RunOptions &options, QObject *parent)
+    : QObject(parent)
+    , m_options(options)
+    , m_downloader(options)
+{
+}
+
 Downloader::~Downloader()
 {
     m_downloader.disconnect(this);
     cancel();
     removeCutThumb();
+}
+
+RunOptions Downloader::options() const
+{
+    return m_options ? *m_options : RunOptions::ofCommandLine();
 }
 
 void Downloader::downloadVideo(const QString &url, const QString &filePath, qint64 totalSize,
@@ -48,21 +60,19 @@ void Downloader::downloadVideo(const QString &url, const QString &filePath, qint
     }
     m_downloadType = Video;
 
-    const auto *const preference = CVideoPreference::instance();
-    const bool canResume = preference->GetResume() && preference->GetTotalSize() > 0;
-    const qint64 downloaded = canResume ? getDownloadedFileSize() : 0;
+    const RunOptions chosen = options();
+    const qint64 downloaded = chosen.expectedBytes > 0 ? getDownloadedFileSize() : 0;
     reportProgress(downloaded, totalSize);
     if (downloaded == totalSize && totalSize > 0)
         emit finished(rangeNo, Video, Succeeded);
     else
-        startVideo(url, downloaded, rangeNo);
+        startVideo(url, downloaded, rangeNo, chosen.resumes);
 }
 
-void Downloader::startVideo(const QString &url, qint64 start, int rangeNo)
+void Downloader::startVideo(const QString &url, qint64 start, int rangeNo, bool resumes)
 {
     m_downloader.disconnect(this);
-    m_downloader.setDownloadInfo(m_videoPath, url, start, -1, rangeNo,
-                                 CVideoPreference::instance()->GetResume());
+    m_downloader.setDownloadInfo(m_videoPath, url, start, -1, rangeNo, resumes);
     m_downloader.setProxy();
     connect(&m_downloader, &HttpDownloader::downFinished, this, &Downloader::downloadVideoSuccess);
     connect(&m_downloader, &HttpDownloader::downerror, this, &Downloader::downloadVideoError);
@@ -78,11 +88,12 @@ void Downloader::downloadThumb(const QString &url)
     }
     m_downloadType = Thumb;
 
-    const auto *const preference = CVideoPreference::instance();
-    const QString path = preference->GetThumbFullPath();
-    if (preference->GetResume() && QFile::exists(path)) {
-        if (OutputFile::isBeingWritten(path)) {
-            qWarning("%s is not taken as it is: another run is writing it", qUtf8Printable(path));
+    const RunOptions chosen = options();
+    m_thumbPath = chosen.paths.thumb();
+    if (chosen.resumes && QFile::exists(m_thumbPath)) {
+        if (OutputFile::isBeingWritten(m_thumbPath)) {
+            qWarning("%s is not taken as it is: another run is writing it",
+                     qUtf8Printable(m_thumbPath));
             emit finished(0, Thumb, Failed);
         } else {
             emit finished(0, Thumb, Succeeded);
@@ -90,7 +101,7 @@ void Downloader::downloadThumb(const QString &url)
         return;
     }
     m_downloader.disconnect(this);
-    m_downloader.setDownloadInfo(path, url, 0, -1, 0, preference->GetResume());
+    m_downloader.setDownloadInfo(m_thumbPath, url, 0, -1, 0, chosen.resumes);
     m_downloader.setProxy();
     connect(&m_downloader, &HttpDownloader::downFinished, this, &Downloader::downloadThumbSuccess);
     connect(&m_downloader, &HttpDownloader::downerror, this, &Downloader::downloadThumbError);
@@ -99,17 +110,12 @@ void Downloader::downloadThumb(const QString &url)
 
 qint64 Downloader::getUrlFileSize(const QString &url)
 {
-    if (!isHttp(url))
-        return 0;
-    HttpDownloader probe;
-    probe.setProxy();
-    return probe.GetFileSize(QUrl(url));
+    return SizeProbe(options().netSettings()).sizeOf(url);
 }
 
 int Downloader::getDownloadedFileSize() const
 {
-    const QString path =
-        m_downloadType == Video ? m_videoPath : CVideoPreference::instance()->GetThumbFullPath();
+    const QString path = m_downloadType == Video ? m_videoPath : options().paths.thumb();
     const qint64 size = QFileInfo(path).size(); // 0 for a missing file
     return size > std::numeric_limits<int>::max() ? 0 : static_cast<int>(size);
 }
@@ -142,7 +148,7 @@ void Downloader::removeCutThumb()
         return;
     m_isThumbOpen = false;
     // Half a picture would pass for a whole one in the next run.
-    QFile::remove(CVideoPreference::instance()->GetThumbFullPath());
+    QFile::remove(m_thumbPath);
 }
 
 void Downloader::outDownloadProcess(int, qint64 received, qint64 total)

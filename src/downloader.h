@@ -3,7 +3,10 @@
 
 #include <QObject>
 
+#include "RunOptions.h"
 #include "httpdownloader.h"
+
+#include <optional>
 
 /// Brings the chosen video, or the thumbnail, to disk: decides between resuming, skipping and
 /// starting, reports progress to the host, and obeys the host's stop flag at every progress step.
@@ -19,7 +22,10 @@ public:
     /// How it ended, as finished() carries it.
     enum Result { Canceled = -1, Failed = 0, Succeeded = 1 };
 
+    /// With the options of the command line, which are read for each transfer.
     explicit Downloader(QObject *parent = nullptr);
+
+    explicit Downloader(const RunOptions &options, QObject *parent = nullptr);
 
     /// Ends a running transfer. What a video has on disk stays; a thumbnail cut off is removed.
     ~Downloader() override;
@@ -58,12 +64,15 @@ public slots:
     void cancel();
 
 private:
-    void startVideo(const QString &url, qint64 start, int rangeNo);
+    [[nodiscard]] RunOptions options() const;
+    void startVideo(const QString &url, qint64 start, int rangeNo, bool resumes);
     void removeCutThumb();
 
+    const std::optional<RunOptions> m_options; ///< none for those of the command line
     int m_downloadType = NoDownload;
     HttpDownloader m_downloader;
     QString m_videoPath;
+    QString m_thumbPath;
     bool m_isThumbOpen = false; ///< the thumbnail's file was opened and is not complete
 };
 

@@ -5,7 +5,6 @@
 #include "SizeProbe.h"
 #include "StallWatch.h"
 #include "TlsTrust.h"
-#include "VideoPreference.h"
 #include "WebAddress.h"
 
 #include <QNetworkReply>
@@ -26,6 +25,12 @@ constexpr int chunkBytes = 256 * 1024;
 constexpr qint64 readBufferBytes = 4 * 1024 * 1024;
 constexpr int maxContentBytes = 64 * 1024 * 1024; // documents kept in memory are small
 constexpr qint64 partialBytes = 10240;
+
+qint64 limitOfSilence(const RunOptions &options)
+{
+    const qint64 limitMs = options.netSettings().stallMs;
+    return limitMs > 0 ? limitMs : defaultSilenceMs;
+}
 
 /// Ends the reply when it falls silent.
 void watchForSilence(QNetworkReply *reply, qint64 limitMs)
@@ -97,10 +102,21 @@ HttpDownloader::HttpDownloader(QObject *parent)
     setProxy();
 }
 
+HttpDownloader::HttpDownloader(const RunOptions &options, QObject *parent)
+    : QObject(parent)
+    , m_options(options)
+{
+    setProxy();
+}
+
+RunOptions HttpDownloader::options() const
+{
+    return m_options ? *m_options : RunOptions::ofCommandLine();
+}
+
 qint64 HttpDownloader::silenceLimitMs()
 {
-    const qint64 limitMs = StallWatch::limitOf(CVideoPreference::instance()->GetStall());
-    return limitMs > 0 ? limitMs : defaultSilenceMs;
+    return limitOfSilence(RunOptions::ofCommandLine());
 }
 
 HttpDownloader::~HttpDownloader()
@@ -127,7 +143,7 @@ bool HttpDownloader::download()
     m_receivedBytes = 0;
     m_hasWriteFailed = false;
     m_isOverwriting = false;
-    m_isPartial = CVideoPreference::instance()->GetPartialDown();
+    m_current = options();
     m_redirectCount = 0;
     m_isCancelled = false;
 
@@ -154,7 +170,7 @@ void HttpDownloader::send(const QUrl &url)
     m_reply = m_manager.get(request);
     TlsTrust::reportRefusal(m_reply);
     NetworkProxy::limitUnread(*m_reply, m_manager, readBufferBytes);
-    watchForSilence(m_reply, silenceLimitMs());
+    watchForSilence(m_reply, limitOfSilence(m_current));
     connect(m_reply, &QNetworkReply::finished, this, &HttpDownloader::httpFinished);
     connect(m_reply, &QNetworkReply::readyRead, this, &HttpDownloader::httpReadyRead);
     connect(m_reply, &QNetworkReply::metaDataChanged, this, &HttpDownloader::checkAnswer);
@@ -258,9 +274,8 @@ void HttpDownloader::checkAnswer()
         endReplySoon();
         return;
     }
-    const qint64 wholeSize = CVideoPreference::instance()->GetTotalSize();
-    const bool isWholeFile = status == 200 && wholeSize > 0
-        && m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong() == wholeSize;
+    const qint64 wholeSize = m_current.expectedBytes;
+    const bool isWholeFile = status == 200 && wholeSize > 0 && declaredLength() == wholeSize;
     if (m_append && isWholeFile && m_file.isOpen() && m_file.size() > 0) {
         // The server ignored the range: appending would glue a second beginning to the first.
         // What is there is overwritten with the same bytes, so that none are lost to a cut.
@@ -288,7 +303,7 @@ void HttpDownloader::httpReadyRead()
         const QPointer<HttpDownloader> self(this);
         saveReadable();
         // The toolkit's own reports come at intervals, in which a fast server sends far too much.
-        if (self && reply == m_reply && m_isPartial && !m_reply->isFinished())
+        if (self && reply == m_reply && m_current.wantsBeginningOnly && !m_reply->isFinished())
             updateDataReadProgress(m_receivedBytes, declaredLength());
     } else if (m_reply->error() == QNetworkReply::NoError) {
         m_reply->readAll(); // not wanted; left alone it would stop the reply
@@ -358,7 +373,7 @@ void HttpDownloader::updateDataReadProgress(qint64 bytesReceived, qint64 bytesTo
     const QPointer<QNetworkReply> reply(m_reply);
     const QPointer<HttpDownloader> self(this);
     emit sendProgress(m_rangeNo, received, boundedSum(m_rangeStart, bytesTotal));
-    if (self && reply == m_reply && received > partialBytes && m_isPartial)
+    if (self && reply == m_reply && received > partialBytes && m_current.wantsBeginningOnly)
         cancel();
 }
 
@@ -432,13 +447,12 @@ void HttpDownloader::setCookieJar(QNetworkCookieJar *cookieJar)
 
 void HttpDownloader::setProxy()
 {
-    const ProxySetting setting = CVideoPreference::instance()->GetProxy();
-    if (setting.type != QNetworkProxy::NoProxy && !setting.host.isEmpty())
-        m_manager.setProxy(setting.toNetworkProxy());
+    const QNetworkProxy proxy = options().netSettings().proxy;
+    if (proxy.type() != QNetworkProxy::DefaultProxy)
+        m_manager.setProxy(proxy);
 }
 
 qint64 HttpDownloader::GetFileSize(QUrl url)
 {
-    const int stallS = CVideoPreference::instance()->GetStall();
-    return SizeProbe({m_manager.proxy(), StallWatch::limitOf(stallS)}).sizeOf(url);
+    return SizeProbe({m_manager.proxy(), options().netSettings().stallMs}).sizeOf(url);
 }

@@ -7,7 +7,11 @@
 
 #include "CookieJar.h"
 #include "OutputFile.h"
+#include "RunOptions.h"
 #include "XGzip.h"
+
+#include <memory>
+#include <optional>
 
 class QNetworkReply;
 class QNetworkRequest;
@@ -23,7 +27,10 @@ class HttpDownloader final : public QObject
     Q_OBJECT
 
 public:
+    /// With the options of the command line, which are read for each transfer.
     explicit HttpDownloader(QObject *parent = nullptr);
+
+    explicit HttpDownloader(const RunOptions &options, QObject *parent = nullptr);
     ~HttpDownloader() override;
 
     /// Describes the next request.
@@ -49,7 +56,7 @@ public:
     /// Uses another jar until the next download(). The jar stays the caller's.
     void setCookieJar(QNetworkCookieJar *cookieJar);
 
-    /// Uses the proxy of the command line, if one is named there.
+    /// Uses the proxy of the options, if they name one.
     void setProxy();
 
     /// The length in bytes that the server declares for an address; 0 when it declares none. Waits
@@ -57,8 +64,8 @@ public:
     /// for silence has passed; without one there is no time-out.
     [[nodiscard]] qint64 GetFileSize(QUrl url);
 
-    /// How long a transfer may bring nothing, in milliseconds: the caller's limit, or a minute. A
-    /// probe has none unless the caller sets one.
+    /// How long a transfer with the options of the command line may bring nothing, in milliseconds:
+    /// the caller's limit, or a minute. A probe has none unless the caller sets one.
     [[nodiscard]] static qint64 silenceLimitMs();
 
 signals:
@@ -77,6 +84,7 @@ private slots:
     void updateDataReadProgress(qint64 bytesReceived, qint64 bytesTotal);
 
 private:
+    [[nodiscard]] RunOptions options() const;
     [[nodiscard]] bool isFileMode() const;
     [[nodiscard]] bool openFile();
     void setRange(QNetworkRequest &request) const;
@@ -95,6 +103,7 @@ private:
     void collectReadable();
     void finishFile();
 
+    const std::optional<RunOptions> m_options; ///< none for those of the command line
     QString m_filePath;
     QString m_url;
     QNetworkReply *m_reply = nullptr;
@@ -110,7 +119,7 @@ private:
     qint64 m_receivedBytes = 0; ///< of the running answer's body
     bool m_hasWriteFailed = false;
     bool m_isOverwriting = false; // the file from its beginning, instead of adding to it
-    bool m_isPartial = false;
+    RunOptions m_current; ///< of the transfer under way
     int m_redirectCount = 0;
     bool m_isCancelled = false; ///< a redirect that is under way is not followed any more
     QByteArray m_chunk; ///< carries bytes from the reply to the file

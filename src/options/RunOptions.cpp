@@ -14,6 +14,7 @@ RunOptions RunOptions::ofCommandLine()
     options.quality = preference->GetQuality();
     options.resumes = preference->GetResume();
     options.expectedBytes = options.resumes ? qMax(qint64(0), preference->GetTotalSize()) : 0;
+    options.paths = preference->GetOutputPaths();
     options.proxy = preference->GetProxy();
     options.isProxyNamed =
         !preference->GetOptionString(QStringLiteral("proxy"), QString()).isEmpty();

@@ -2,11 +2,12 @@
 #define RUNOPTIONS_H
 
 #include "NetSettings.h"
+#include "OutputPaths.h"
 #include "VideoPreference.h"
 
-/// What the caller wants of a page run. Read once, when the run begins, and passed on: whoever needs
-/// an option holds these, so that nothing changes while the run goes on. Safe to copy and to read on
-/// any thread.
+/// What the caller wants of a page run. Read once, when the run begins, and passed on: whoever
+/// needs an option holds these, so that nothing changes while the run goes on. Safe to copy and to
+/// read on any thread.
 struct RunOptions
 {
     QString pageUrl;
@@ -15,9 +16,11 @@ struct RunOptions
     qint64 memoryBytes = 0; ///< that an analysis may take; 0 for no limit
     int format = CVideoPreference::AnyFormat; ///< an EFormat, or any other number as given
     int quality = 0; ///< picture height; 0 for no wish
-    /// The bytes that the video has in all, of which a run before may have brought some; 0 when that
-    /// is not known or nothing shall be resumed.
+    /// The bytes that the video has in all, of which a run before may have brought some; 0 when
+    /// that is not known or nothing shall be resumed. Only by it a file on the disk is known as a
+    /// part or the whole of the video, and a candidate as the one that is wanted.
     qint64 expectedBytes = 0;
+    OutputPaths paths;
     ProxySetting proxy;
     bool isProxyNamed = false; ///< whether there is a setting at all, however useless
     bool wantsThumb = false;

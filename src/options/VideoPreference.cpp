@@ -6,8 +6,6 @@
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDate>
-#include <QDir>
-#include <QFileInfo>
 #include <QHostAddress>
 #include <QStringList>
 
@@ -204,32 +202,30 @@ QString CVideoPreference::GetPageUrlMD5() const
     return QString::fromLatin1(digest.toHex()).toUpper();
 }
 
+OutputPaths CVideoPreference::GetOutputPaths() const
+{
+    const QString extension = GetSupportF4f() ? QStringLiteral("flv") : QStringLiteral("mp4");
+    return {saveTo(), GetPageUrlMD5(), extension};
+}
+
 QString CVideoPreference::GetDefaultOutDir() const
 {
-    const QString folder = QxDir::MakeDir(QStringLiteral("tmp"));
-    if (QDir(folder).exists())
-        return folder;
-    return QxDir::MakeDir(QxDir::GetDocumentDir() + QLatin1String("/reelsnare"));
+    return OutputPaths::defaultFolder();
 }
 
 QString CVideoPreference::GetOutDir() const
 {
-    const QString path = saveTo();
-    return path.isEmpty() ? GetDefaultOutDir() : QFileInfo(path).absoluteDir().absolutePath();
+    return GetOutputPaths().folder();
 }
 
 QString CVideoPreference::GetVideoFullPath() const
 {
-    const QString path = saveTo();
-    if (!path.isEmpty())
-        return path;
-    const QString extension = GetSupportF4f() ? QStringLiteral("flv") : QStringLiteral("mp4");
-    return GetOutDir() + QStringLiteral("/%1.%2").arg(GetPageUrlMD5(), extension);
+    return GetOutputPaths().video();
 }
 
 QString CVideoPreference::GetThumbFullPath() const
 {
-    return GetOutDir() + QStringLiteral("/%1.thumb").arg(GetPageUrlMD5());
+    return GetOutputPaths().thumb();
 }
 
 QString CVideoPreference::GetLogFullPath(const QString &ext) const

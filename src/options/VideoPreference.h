@@ -1,6 +1,8 @@
 #ifndef VIDEOPREFERENCE_H
 #define VIDEOPREFERENCE_H
 
+#include "OutputPaths.h"
+
 #include <QNetworkProxy>
 #include <QString>
 
@@ -62,11 +64,10 @@ public:
     /// files and of its stop flag.
     [[nodiscard]] QString GetPageUrlMD5() const;
 
-    /// The folder "tmp" of the working folder, made when missing; if that cannot be made, a folder
-    /// in the user's documents.
-    [[nodiscard]] QString GetDefaultOutDir() const;
+    /// Where this page's files go, as the getters below have them.
+    [[nodiscard]] OutputPaths GetOutputPaths() const;
 
-    /// The folder of the option "saveto", which is not made, or the default one, which is.
+    [[nodiscard]] QString GetDefaultOutDir() const;
     [[nodiscard]] QString GetOutDir() const;
     [[nodiscard]] QString GetVideoFullPath() const;
     [[nodiscard]] QString GetThumbFullPath() const;
