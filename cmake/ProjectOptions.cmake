@@ -26,6 +26,13 @@ if(CLIPWEIR_SANITIZE)
     target_link_options(clipweir_flags INTERFACE -fsanitize=${CLIPWEIR_SANITIZE})
 endif()
 
+# clipweir_sanitize(PROGRAM)  tells the program what it has to know when it is built with sanitizers
+function(clipweir_sanitize program)
+    if(CLIPWEIR_SANITIZE MATCHES "address")
+        target_sources(${program} PRIVATE ${PROJECT_SOURCE_DIR}/tests/sanitizers/options.cpp)
+    endif()
+endfunction()
+
 if(CLIPWEIR_FUZZ)
     # The coverage that libFuzzer is led by, without its main(): that is for the targets alone.
     target_compile_options(clipweir_flags INTERFACE -fsanitize=fuzzer-no-link)
