@@ -153,8 +153,10 @@ void Downloader::removeCutThumb()
 
 void Downloader::outDownloadProcess(int, qint64 received, qint64 total)
 {
-    if (m_downloadType == Video)
+    if (m_downloadType == Video) {
         reportProgress(received, total);
+        emit progressed(received, total);
+    }
     if (ShareMemoryManager::GetInstance()->GetExitFlag())
         cancel();
 }

@@ -50,6 +50,10 @@ signals:
     /// @param downType a DownloadType    @param ret a Result
     void finished(int rangeNo, int downType, int ret);
 
+    /// The video has progressed: positions within the whole file, in bytes. The total is below what
+    /// has been received while it is not known. Receivers may cancel, but not destroy this.
+    void progressed(qint64 received, qint64 total);
+
 public slots:
     void downloadVideoSuccess(int rangeNo);
     void downloadVideoError(int rangeNo);
