@@ -62,7 +62,7 @@ QByteArray assembled(const QList<QByteArray> &fragments, const QList<int> &order
     FUZZ_CHECK(written == fragments.size() && file()->HeldBytes() == 0);
     FUZZ_CHECK(file()->GetWriteFragNum() == fragments.size());
     file()->End();
-    QFile result(CAdobeOutputFile::FilePath());
+    QFile result(file()->FilePath());
     FUZZ_CHECK(fragments.isEmpty() || result.open(QIODevice::ReadOnly));
     return result.readAll();
 }

@@ -27,31 +27,27 @@ constexpr qint64 defaultMaxContentBytes = 256 * 1024 * 1024;
 constexpr qint64 maxReservedBytes = 8 * 1024 * 1024; // on the word of a server alone
 constexpr int statusOk = 200;
 
-QVariant option(const char *key)
-{
-    return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
-}
-
 /// The caller's limit for silence, in place of the usual one.
-qint64 stallTimeoutOfOptions()
+qint64 stallTimeoutOf(CAdobePreference &options)
 {
-    const qint64 limitMs = StallWatch::limitOf(option("stall").toInt());
+    const qint64 limitMs = StallWatch::limitOf(options.GetOption(QStringLiteral("stall")).toInt());
     return limitMs > 0 ? limitMs : defaultStallTimeoutMs;
 }
 
-QNetworkProxy proxyOfOptions()
+QNetworkProxy proxyOf(CAdobePreference &options)
 {
-    return NetworkProxy::fromSetting(option("proxyType").toInt(), option("proxyHost").toString(),
-                                     option("proxyPort").toInt());
+    return NetworkProxy::fromSetting(options.GetOption(QStringLiteral("proxyType")).toInt(),
+                                     options.GetOption(QStringLiteral("proxyHost")).toString(),
+                                     options.GetOption(QStringLiteral("proxyPort")).toInt());
 }
 
-QNetworkRequest requestOfOptions(const QUrl &url)
+QNetworkRequest requestOf(CAdobePreference &options, const QUrl &url)
 {
     QNetworkRequest request(url);
-    const QString userAgent = option("userAgent").toString();
+    const QString userAgent = options.GetOption(QStringLiteral("userAgent")).toString();
     if (!userAgent.isEmpty())
         request.setRawHeader("User-Agent", userAgent.toUtf8());
-    const QVariantMap headers = option("browserHeader").toMap();
+    const QVariantMap headers = options.GetOption(QStringLiteral("browserHeader")).toMap();
     for (auto header = headers.cbegin(); header != headers.cend(); ++header)
         request.setRawHeader(header.key().toUtf8(), header.value().toString().toUtf8());
     return request;
@@ -60,13 +56,14 @@ QNetworkRequest requestOfOptions(const QUrl &url)
 } // namespace
 
 CAdobeBrowser::CAdobeBrowser(const StopFlag &stop, const std::shared_ptr<ConnectionPool> &pool,
-                             QObject *parent)
+                             QObject *parent, CAdobePreference *options)
     : QObject(parent)
+    , m_options(options ? *options : *CAdobePreference::GetInstance())
     , m_stop(stop)
     , m_pool(pool)
     , m_manager(pool ? pool->take() : std::make_unique<QNetworkAccessManager>())
     , m_maxContentBytes(defaultMaxContentBytes)
-    , m_stallTimeoutMs(stallTimeoutOfOptions())
+    , m_stallTimeoutMs(stallTimeoutOf(m_options))
 {
     m_manager->setCookieJar(new CAdobeCookieJar(m_manager.get()));
     m_watch.setInterval(watchIntervalMs);
@@ -118,8 +115,8 @@ bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteA
         return false;
 
     TlsTrust::prepareFor(address);
-    m_manager->setProxy(proxyOfOptions());
-    QNetworkRequest request = requestOfOptions(address);
+    m_manager->setProxy(proxyOf(m_options));
+    QNetworkRequest request = requestOf(m_options, address);
     dropReply();
     m_content.resize(0);
     m_packedBytes = -1;

@@ -13,6 +13,7 @@
 
 #include <memory>
 
+class CAdobePreference;
 class ConnectionPool;
 
 /// A small HTTP client: one request at a time, its redirects followed, its body kept in memory.
@@ -29,9 +30,10 @@ public:
     /// @param stop ends the wait for a request when it is raised, from any thread
     /// @param pool lends the connections of earlier requests and gets them back after a success;
     ///             without it the connections are the object's own
+    /// @param options the HDS options that it follows; the process's when it is null
     explicit CAdobeBrowser(const StopFlag &stop = StopFlag(),
                            const std::shared_ptr<ConnectionPool> &pool = nullptr,
-                           QObject *parent = nullptr);
+                           QObject *parent = nullptr, CAdobePreference *options = nullptr);
 
     /// Not to be called from a slot of finished().
     ~CAdobeBrowser() override;
@@ -109,6 +111,7 @@ private:
     [[nodiscard]] QString contentType() const;
     [[nodiscard]] qint64 announcedLength() const;
 
+    CAdobePreference &m_options;
     StopFlag m_stop;
     std::shared_ptr<ConnectionPool> m_pool;
     std::unique_ptr<QNetworkAccessManager> m_manager;

@@ -1,17 +1,12 @@
 #include "AdobeData.h"
 
-#include "AdobePreference.h"
 #include "AdobeUtils.h"
+#include "HdsSession.h"
 
 namespace {
 
 constexpr int maxNameLength = 100; // characters; leaves room for the rest of a 255-byte file name
 constexpr qint64 farAway = Q_INT64_C(1) << 40; // beyond every fragment number
-
-QString option(const char *key)
-{
-    return CAdobePreference::GetInstance()->GetOption(QLatin1String(key)).toString();
-}
 
 bool isFit(QChar c)
 {
@@ -40,10 +35,19 @@ int firstSegmentOf(const QVariant &entry)
 
 } // namespace
 
+CAdobeData::CAdobeData(CAdobePreference &options)
+    : m_options(options)
+{
+}
+
 CAdobeData *CAdobeData::GetInstance()
 {
-    static CAdobeData data;
-    return &data;
+    return &HdsSession::ofProcess()->data;
+}
+
+QString CAdobeData::option(const char *key) const
+{
+    return m_options.GetOption(QLatin1String(key)).toString();
 }
 
 QString CAdobeData::GetFragUrl(int segment, int fragment) const
@@ -82,6 +86,12 @@ QString CAdobeData::GetBaseFileName(int segment) const
     if (segment <= 0)
         return stem;
     return stem + QLatin1String("Seg") + QString::number(segment) + QLatin1String("-Frag");
+}
+
+QString CAdobeData::GetFragCacheFile(int fragment) const
+{
+    return option("outDir") + QLatin1String("/f4ftmp/")
+        + GetBaseFileName(GetSegmentFromFragment(fragment).toInt()) + QString::number(fragment);
 }
 
 QVariant CAdobeData::GetSegmentFromFragment(int fragment) const

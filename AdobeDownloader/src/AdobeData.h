@@ -1,18 +1,23 @@
 #ifndef ADOBEDATA_H
 #define ADOBEDATA_H
 
+#include "AdobePreference.h"
+
 #include <QString>
 #include <QVariant>
 #include <QVector>
 
 /// The description of the stream being downloaded: what the parsers found, and the addresses and
-/// file names that follow from it.
+/// file names that follow from it and from the options.
 ///
-/// One object for the process, without a lock: it is written on the main thread while no worker
-/// runs, and workers only read it.
+/// It has no lock: it is written on the main thread while no worker runs, and workers only read it.
 class CAdobeData final
 {
 public:
+    /// @param options those of the stream; they outlive this object
+    explicit CAdobeData(CAdobePreference &options = *CAdobePreference::GetInstance());
+
+    /// That of the process, for downloads that are given none of their own.
     static CAdobeData *GetInstance();
 
     /// The address of a fragment. Fragments and segments are numbered as in the stream's tables.
@@ -21,6 +26,9 @@ public:
     /// The beginning of the stream's file names, the segment included when it is above 0. It is
     /// one path component, whatever the manifest says.
     [[nodiscard]] QString GetBaseFileName(int segment) const;
+
+    /// The path of a fragment's cache file.
+    [[nodiscard]] QString GetFragCacheFile(int fragment) const;
 
     /// The number of the segment that holds a fragment; invalid when there is no segment table.
     [[nodiscard]] QVariant GetSegmentFromFragment(int fragment) const;
@@ -46,10 +54,11 @@ public:
     void Reset();
 
 private:
-    CAdobeData() = default;
-    ~CAdobeData() = default;
     Q_DISABLE_COPY(CAdobeData)
 
+    [[nodiscard]] QString option(const char *key) const;
+
+    CAdobePreference &m_options;
     int m_fragCount = 0;
     QVariant m_segmentTable;
     QVariant m_fragmentTable;

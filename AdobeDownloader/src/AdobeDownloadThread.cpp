@@ -1,9 +1,6 @@
 #include "AdobeDownloadThread.h"
 
 #include "AdobeBrowser.h"
-#include "AdobeData.h"
-#include "AdobeOutputFile.h"
-#include "AdobePreference.h"
 #include "AdobeUtils.h"
 
 #include <QFileInfo>
@@ -65,8 +62,10 @@ bool writeWhole(const QString &path, const QByteArray &data)
 } // namespace
 
 CAdobeDownloadThread::CAdobeDownloadThread(const std::shared_ptr<ConnectionPool> &pool,
-                                           QObject *parent)
+                                           QObject *parent,
+                                           const std::shared_ptr<HdsSession> &session)
     : QThread(parent)
+    , m_session(session)
     , m_pool(pool)
 {
 }
@@ -123,14 +122,6 @@ void CAdobeDownloadThread::Cancel()
     m_stop.raise();
 }
 
-QString CAdobeDownloadThread::CacheFile(int fragNum)
-{
-    const CAdobeData *data = CAdobeData::GetInstance();
-    const int segment = data->GetSegmentFromFragment(fragNum).toInt();
-    return CAdobePreference::GetInstance()->GetOption(QStringLiteral("outDir")).toString()
-        + QLatin1String("/f4ftmp/") + data->GetBaseFileName(segment) + QString::number(fragNum);
-}
-
 void CAdobeDownloadThread::run()
 {
     DownloaderFragment();
@@ -148,7 +139,7 @@ QByteArray CAdobeDownloadThread::GetFragContent()
         emit CancleFragment(m_fragNum);
         return {};
     }
-    const QString cacheFile = CacheFile(m_fragNum);
+    const QString cacheFile = m_session->data.GetFragCacheFile(m_fragNum);
     QByteArray content = m_isAfresh ? QByteArray() : cachedContent(cacheFile);
     if (m_stop.isRaised()) {
         emit CancleFragment(m_fragNum);
@@ -160,9 +151,9 @@ QByteArray CAdobeDownloadThread::GetFragContent()
         return content;
     }
 
-    const CAdobeData *data = CAdobeData::GetInstance();
-    const int segment = data->GetSegmentFromFragment(m_fragNum).toInt();
-    content = fetch(data->GetFragUrl(segment, m_fragNum));
+    const CAdobeData &data = m_session->data;
+    const int segment = data.GetSegmentFromFragment(m_fragNum).toInt();
+    content = fetch(data.GetFragUrl(segment, m_fragNum));
     if (m_stop.isRaised()) {
         emit CancleFragment(m_fragNum);
         return {};
@@ -181,7 +172,7 @@ QByteArray CAdobeDownloadThread::fetch(const QString &url)
     for (int attempt = 0; attempt < maxAttempts && !m_isComplete; ++attempt) {
         if (m_stop.isRaised())
             return {};
-        CAdobeBrowser browser(m_stop, m_pool);
+        CAdobeBrowser browser(m_stop, m_pool, nullptr, &m_session->options);
         browser.setMaxContentBytes(maxFragmentBytes);
         browser.setBuffer(std::exchange(m_buffer, QByteArray()));
         browser.get(url, true);

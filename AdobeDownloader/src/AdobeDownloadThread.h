@@ -1,6 +1,7 @@
 #ifndef ADOBEDOWNLOADTHREAD_H
 #define ADOBEDOWNLOADTHREAD_H
 
+#include "HdsSession.h"
 #include "StopFlag.h"
 
 #include <QByteArray>
@@ -22,8 +23,10 @@ class CAdobeDownloadThread final : public QThread
 
 public:
     /// @param pool lends the worker its connection; may be null
-    explicit CAdobeDownloadThread(const std::shared_ptr<ConnectionPool> &pool = nullptr,
-                                  QObject *parent = nullptr);
+    /// @param session the stream
+    explicit CAdobeDownloadThread(
+        const std::shared_ptr<ConnectionPool> &pool = nullptr, QObject *parent = nullptr,
+        const std::shared_ptr<HdsSession> &session = HdsSession::ofProcess());
 
     /// Stops the worker and waits for it.
     ~CAdobeDownloadThread() override;
@@ -50,9 +53,6 @@ public:
     /// Asks the worker to stop, which ends a wait for the network too. Safe on any thread.
     void Cancel();
 
-    /// The cache file of a fragment.
-    [[nodiscard]] static QString CacheFile(int fragNum);
-
 signals:
     /// The worker noticed that it was cancelled and is about to end.
     void CancleFragment(int fragNum); // sic: part of the interface
@@ -65,6 +65,7 @@ private:
     QByteArray GetFragContent();
     QByteArray fetch(const QString &url);
 
+    const std::shared_ptr<HdsSession> m_session;
     StopFlag m_stop;
     std::shared_ptr<ConnectionPool> m_pool;
     int m_fragNum = 0;

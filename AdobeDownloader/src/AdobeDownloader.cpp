@@ -1,9 +1,6 @@
 #include "AdobeDownloader.h"
 
-#include "AdobeData.h"
 #include "AdobeDownloadThread.h"
-#include "AdobeOutputFile.h"
-#include "AdobePreference.h"
 #include "ConnectionPool.h"
 #include "HostEvents.h"
 
@@ -25,33 +22,17 @@ constexpr int succeeded = 1;
 constexpr int failed = 0;
 constexpr int cancelled = -1;
 
-QVariant option(const char *key)
-{
-    return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
-}
-
-/// Tells the log what the file lacks, if anything.
-void warnOfLosses()
-{
-    const CAdobeOutputFile::Losses losses = CAdobeOutputFile::GetInstance()->GetLosses();
-    if (losses.isNone())
-        return;
-    qWarning("%s is not complete: of %d fragments %d never came, %d hold no sound or picture that "
-             "can be used and %d are cut short; %lld tags are left out",
-             qUtf8Printable(CAdobeOutputFile::FilePath()), losses.given, losses.missing,
-             losses.unusable, losses.cut, static_cast<long long>(losses.skippedTags));
-}
-
-int workerPlaces()
-{
-    return qBound(1, option("pannel").toInt(), maxWorkers); // sic: the key is so spelled
-}
-
 } // namespace
 
 CAdobeDownloader::CAdobeDownloader(QObject *parent)
+    : CAdobeDownloader(HdsSession::ofProcess(), parent)
+{
+}
+
+CAdobeDownloader::CAdobeDownloader(const std::shared_ptr<HdsSession> &session, QObject *parent)
     : QObject(parent)
-    , m_parser(std::make_shared<CAdobeParser>(m_stop))
+    , m_session(session)
+    , m_parser(std::make_shared<CAdobeParser>(m_stop, CAdobeParser::Fetch(), session))
     , m_pool(std::make_shared<ConnectionPool>())
     , m_maxHeldBytes(defaultMaxHeldBytes)
 {
@@ -70,7 +51,29 @@ CAdobeDownloader::~CAdobeDownloader()
     for (CAdobeDownloadThread *worker : workers)
         worker->wait();
     if (m_state != State::Idle && m_state != State::Ended)
-        CAdobeOutputFile::GetInstance()->End();
+        m_session->output.End();
+}
+
+QVariant CAdobeDownloader::option(const char *key) const
+{
+    return m_session->options.GetOption(QLatin1String(key));
+}
+
+int CAdobeDownloader::workerPlaces() const
+{
+    return qBound(1, option("pannel").toInt(), maxWorkers); // sic: the key is so spelled
+}
+
+/// Tells the log what the file lacks, if anything.
+void CAdobeDownloader::warnOfLosses() const
+{
+    const CAdobeOutputFile::Losses losses = m_session->output.GetLosses();
+    if (losses.isNone())
+        return;
+    qWarning("%s is not complete: of %d fragments %d never came, %d hold no sound or picture that "
+             "can be used and %d are cut short; %lld tags are left out",
+             qUtf8Printable(m_session->output.FilePath()), losses.given, losses.missing,
+             losses.unusable, losses.cut, static_cast<long long>(losses.skippedTags));
 }
 
 bool CAdobeDownloader::Download()
@@ -84,7 +87,7 @@ bool CAdobeDownloader::Download()
     // The manifest is fetched in nested event loops, in which this object may be destroyed.
     const QPointer<CAdobeDownloader> self(this);
     const std::shared_ptr<CAdobeParser> parser = m_parser;
-    CAdobeData::GetInstance()->Reset();
+    m_session->data.Reset();
     const bool isParsed = !m_isCancelled && parser->parseManifest();
     if (!self)
         return false;
@@ -100,9 +103,9 @@ bool CAdobeDownloader::beginFetching()
 {
     m_state = State::Fetching;
     m_nextFragment = m_parser->StartFragment();
-    CAdobeOutputFile *output = CAdobeOutputFile::GetInstance();
-    output->Begin(m_nextFragment + 1);
-    output->SetGoOn([this] {
+    CAdobeOutputFile &output = m_session->output;
+    output.Begin(m_nextFragment + 1);
+    output.SetGoOn([this] {
         emit AdobeActive(true);
         return isFetching();
     });
@@ -138,12 +141,12 @@ bool CAdobeDownloader::MakeOutDir()
 
 void CAdobeDownloader::AddDownloadThread()
 {
-    const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
+    const int lastFragment = m_session->data.GetFragCount();
     const int places = workerPlaces();
     if (m_workers.size() < places && !fetchLost())
         return;
     while (isFetching() && m_nextFragment < lastFragment && m_workers.size() < places
-           && CAdobeOutputFile::GetInstance()->HeldBytes() < fullBytes) {
+           && m_session->output.HeldBytes() < fullBytes) {
         if (!startWorker(m_nextFragment + 1, false))
             return;
         ++m_nextFragment;
@@ -155,7 +158,7 @@ void CAdobeDownloader::AddDownloadThread()
 /// Returns false when there is such a one but no thread for it.
 bool CAdobeDownloader::fetchLost()
 {
-    const int lost = CAdobeOutputFile::GetInstance()->LostFragment();
+    const int lost = m_session->output.LostFragment();
     const bool isNew = isFetching() && lost > 0 && FindThreadIndex(lost) < 0;
     return !isNew || startWorker(lost, true);
 }
@@ -163,12 +166,12 @@ bool CAdobeDownloader::fetchLost()
 /// Returns false when the system has no thread left; the fragment is then still to be handed out.
 bool CAdobeDownloader::startWorker(int fragNum, bool isAfresh)
 {
-    auto *worker = new CAdobeDownloadThread(m_pool, this);
+    auto *worker = new CAdobeDownloadThread(m_pool, this, m_session);
     connect(worker, &QThread::finished, this, &CAdobeDownloader::OnDownloaderFragmentFinished);
     worker->setFragNum(fragNum);
     if (isAfresh)
         worker->SetAfresh();
-    worker->SetBuffer(CAdobeOutputFile::GetInstance()->TakeSpare());
+    worker->SetBuffer(m_session->output.TakeSpare());
     worker->start(QThread::InheritPriority);
     if (!worker->isRunning() && !worker->isFinished()) {
         delete worker;
@@ -221,36 +224,36 @@ void CAdobeDownloader::collectFinished()
 
 void CAdobeDownloader::collect(const CAdobeDownloadThread &worker)
 {
-    CAdobeOutputFile *output = CAdobeOutputFile::GetInstance();
+    CAdobeOutputFile &output = m_session->output;
     const int fragNum = worker.GetFragNum();
     const QByteArray content = worker.GetFragUrlContent();
     if (worker.IsAfresh()) {
         // It had come whole before: the file must not go on without it.
         if (worker.IsComplete()) {
-            output->SetFragContent(fragNum, content);
+            output.SetFragContent(fragNum, content);
         } else {
             qWarning("fragment %d was lost and cannot be fetched again", fragNum);
             stopWith(failed);
         }
-    } else if (worker.IsCached() && output->HeldBytes() + content.size() > m_maxHeldBytes) {
-        output->SetFragFile(fragNum, CAdobeDownloadThread::CacheFile(fragNum), content.size());
+    } else if (worker.IsCached() && output.HeldBytes() + content.size() > m_maxHeldBytes) {
+        output.SetFragFile(fragNum, m_session->data.GetFragCacheFile(fragNum), content.size());
     } else {
-        output->SetFragContent(fragNum, content);
+        output.SetFragContent(fragNum, content);
     }
 }
 
 /// Returns whether the file is complete.
 bool CAdobeDownloader::writeCollected()
 {
-    CAdobeOutputFile *output = CAdobeOutputFile::GetInstance();
-    const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
-    while (output->GetWriteFragNum() < lastFragment) {
-        const int written = output->WriteFlvFile();
+    CAdobeOutputFile &output = m_session->output;
+    const int lastFragment = m_session->data.GetFragCount();
+    while (output.GetWriteFragNum() < lastFragment) {
+        const int written = output.WriteFlvFile();
         if (written < 0)
             stopWith(failed);
         if (written <= 0 || !isFetching())
             return false;
-        output->OutProgress();
+        output.OutProgress();
         emit AdobeActive(true);
         if (!isFetching())
             return false;
@@ -260,18 +263,18 @@ bool CAdobeDownloader::writeCollected()
 
 void CAdobeDownloader::complete()
 {
-    if (!CAdobeOutputFile::GetInstance()->IsInPlace()) {
-        qWarning("%s has vanished", qUtf8Printable(CAdobeOutputFile::FilePath()));
+    if (!m_session->output.IsInPlace()) {
+        qWarning("%s has vanished", qUtf8Printable(m_session->output.FilePath()));
         stopWith(failed);
         return;
     }
     warnOfLosses();
-    if (!CAdobeOutputFile::GetInstance()->HasMedia()) {
-        qWarning("%s holds no sound and no picture", qUtf8Printable(CAdobeOutputFile::FilePath()));
+    if (!m_session->output.HasMedia()) {
+        qWarning("%s holds no sound and no picture", qUtf8Printable(m_session->output.FilePath()));
         stopWith(failed);
         return;
     }
-    const qint64 size = QFileInfo(CAdobeOutputFile::FilePath()).size();
+    const qint64 size = QFileInfo(m_session->output.FilePath()).size();
     HostEvents::send(event::Progress{size, size});
     if (option("delete").toBool())
         deleteCache();
@@ -280,9 +283,9 @@ void CAdobeDownloader::complete()
 
 void CAdobeDownloader::deleteCache()
 {
-    const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
+    const int lastFragment = m_session->data.GetFragCount();
     for (int n = m_parser->StartFragment() + 1; n <= lastFragment && isFetching(); ++n) {
-        QFile::remove(CAdobeDownloadThread::CacheFile(n)); // one that was given up has none
+        QFile::remove(m_session->data.GetFragCacheFile(n)); // one that was given up has none
         emit AdobeActive(true);
     }
 }
@@ -339,6 +342,6 @@ void CAdobeDownloader::endIfStopped()
         return;
     m_state = State::Ended;
     m_heartbeat.stop();
-    CAdobeOutputFile::GetInstance()->End();
+    m_session->output.End();
     emit finished(m_result);
 }

@@ -13,7 +13,7 @@
 class CAdobeDownloadThread;
 class ConnectionPool;
 
-/// Downloads one HDS stream, as the options describe it, into one FLV file.
+/// Downloads one HDS stream, as its session's options describe it, into one FLV file.
 ///
 /// Life: Download() reads the manifest in nested event loops, then workers fetch the fragments
 /// while the caller's event loop runs. The object lives on the main thread and owns its workers;
@@ -26,6 +26,10 @@ class CAdobeDownloader final : public QObject
 
 public:
     explicit CAdobeDownloader(QObject *parent = nullptr);
+
+    /// @param session the stream, for this object alone
+    explicit CAdobeDownloader(const std::shared_ptr<HdsSession> &session,
+                              QObject *parent = nullptr);
     ~CAdobeDownloader() override;
 
     /// Starts the download. Returns false when nothing could be started; finished() has then been
@@ -76,6 +80,9 @@ private:
         Ended
     };
 
+    [[nodiscard]] QVariant option(const char *key) const;
+    [[nodiscard]] int workerPlaces() const;
+    void warnOfLosses() const;
     bool beginFetching();
     bool startWorker(int fragNum, bool isAfresh);
     bool fetchLost();
@@ -91,6 +98,7 @@ private:
     void endIfStopped();
     [[nodiscard]] bool isFetching() const { return m_state == State::Fetching; }
 
+    const std::shared_ptr<HdsSession> m_session;
     StopFlag m_stop; // for the parser's requests
     std::shared_ptr<CAdobeParser> m_parser;
     std::shared_ptr<ConnectionPool> m_pool; // shared with the workers

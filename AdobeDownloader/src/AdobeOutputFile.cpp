@@ -1,8 +1,7 @@
 #include "AdobeOutputFile.h"
 
-#include "AdobeData.h"
-#include "AdobePreference.h"
 #include "AdobeUtils.h"
+#include "HdsSession.h"
 #include "HostEvents.h"
 
 #include <algorithm>
@@ -14,11 +13,6 @@ constexpr quint64 largeHeaderBytes = 16;
 constexpr std::size_t maxSpares = 8;
 constexpr int maxSpareBytes = 8 * 1024 * 1024;
 constexpr unsigned int flagsOffset = 4;
-
-QVariant option(const char *key)
-{
-    return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
-}
 
 const QByteArray &mdatType()
 {
@@ -50,15 +44,21 @@ bool findMdat(const QByteArray &data, unsigned int &boxStart, unsigned int &payl
 
 } // namespace
 
-CAdobeOutputFile::CAdobeOutputFile()
+CAdobeOutputFile::CAdobeOutputFile(CAdobePreference &options, const CAdobeData &data)
+    : m_options(options)
+    , m_data(data)
 {
     Begin(1);
 }
 
 CAdobeOutputFile *CAdobeOutputFile::GetInstance()
 {
-    static CAdobeOutputFile file;
-    return &file;
+    return &HdsSession::ofProcess()->output;
+}
+
+QVariant CAdobeOutputFile::option(const char *key) const
+{
+    return m_options.GetOption(QLatin1String(key));
 }
 
 void CAdobeOutputFile::Begin(int firstFragment)
@@ -156,7 +156,7 @@ int CAdobeOutputFile::WriteFlvFile()
 {
     if (m_hasFailed)
         return -1;
-    const int lastFragment = CAdobeData::GetInstance()->GetFragCount();
+    const int lastFragment = m_data.GetFragCount();
     int written = 0;
     while (m_nextFragment <= lastFragment && m_fragments.contains(m_nextFragment)) {
         if (!readBack(m_nextFragment))
@@ -175,8 +175,11 @@ int CAdobeOutputFile::WriteFlvFile()
     return written;
 }
 
+/// A name that the options lack goes back into them, by interface.
 bool CAdobeOutputFile::openFile()
 {
+    if (option("outFile").toString().isEmpty())
+        m_options.SetOption(QStringLiteral("outFile"), fileName());
     if (!m_file.open(FilePath(), OutputFile::Mode::Replace) || !write(GetFlvHeader(true, true)))
         return false;
     return !option("metadata").toBool() || WriteMetadata();
@@ -234,8 +237,7 @@ bool CAdobeOutputFile::IsInPlace() const
 
 void CAdobeOutputFile::OutProgress() const
 {
-    HostEvents::send(event::Progress{m_lastWritten, CAdobeData::GetInstance()->GetFragCount(),
-                                     event::Unit::Fragments});
+    HostEvents::send(event::Progress{m_lastWritten, m_data.GetFragCount(), event::Unit::Fragments});
 }
 
 int CAdobeOutputFile::GetWriteFragNum() const
@@ -248,14 +250,15 @@ qint64 CAdobeOutputFile::HeldBytes() const
     return m_heldBytes;
 }
 
-QString CAdobeOutputFile::FilePath()
+QString CAdobeOutputFile::FilePath() const
 {
-    QString name = option("outFile").toString();
-    if (name.isEmpty()) {
-        name = CAdobeData::GetInstance()->GetBaseFileName(0) + QLatin1String(".flv");
-        CAdobePreference::GetInstance()->SetOption(QStringLiteral("outFile"), name);
-    }
-    return option("outDir").toString() + QLatin1Char('/') + name;
+    return option("outDir").toString() + QLatin1Char('/') + fileName();
+}
+
+QString CAdobeOutputFile::fileName() const
+{
+    const QString name = option("outFile").toString();
+    return name.isEmpty() ? m_data.GetBaseFileName(0) + QLatin1String(".flv") : name;
 }
 
 void CAdobeOutputFile::SetGoOn(const std::function<bool()> &goOn)
@@ -347,8 +350,7 @@ QVector<FlvTag> CAdobeOutputFile::takeTags(int fragNum, QByteArray &data)
 
 bool CAdobeOutputFile::WriteMetadata()
 {
-    const QByteArray metadata =
-        CAdobeData::GetInstance()->GetMedia().value(QStringLiteral("metadata")).toByteArray();
+    const QByteArray metadata = m_data.GetMedia().value(QStringLiteral("metadata")).toByteArray();
     if (metadata.isEmpty() || metadata.size() > FlvTag::maxDataBytes)
         return true;
     QByteArray tag;

@@ -1,6 +1,8 @@
 #ifndef ADOBEOUTPUTFILE_H
 #define ADOBEOUTPUTFILE_H
 
+#include "AdobeData.h"
+#include "AdobePreference.h"
 #include "FlvTimeline.h"
 #include "OutputFile.h"
 
@@ -14,7 +16,7 @@
 #include <vector>
 
 /// Assembles the FLV file of an HDS stream: takes fragments in any order and writes them in
-/// ascending order, each at most once. One object for the process; main thread only.
+/// ascending order, each at most once. Main thread only.
 class CAdobeOutputFile final
 {
 public:
@@ -33,6 +35,11 @@ public:
         }
     };
 
+    /// @param options    @param data those of the stream; they outlive this object
+    explicit CAdobeOutputFile(CAdobePreference &options = *CAdobePreference::GetInstance(),
+                              const CAdobeData &data = *CAdobeData::GetInstance());
+
+    /// That of the process, for downloads that are given none of their own.
     static CAdobeOutputFile *GetInstance();
 
     /// Begins a new file and forgets what belonged to the one before.
@@ -82,8 +89,8 @@ public:
     /// costs the system more than the copy into it. Empty when there is none.
     [[nodiscard]] QByteArray TakeSpare();
 
-    /// The path that the options give; names the file when they do not.
-    [[nodiscard]] static QString FilePath();
+    /// The path that the options give; where they name no file, it has the stream's name.
+    [[nodiscard]] QString FilePath() const;
 
     /// Is asked after each fragment that WriteFlvFile() writes; false makes it return. It must not
     /// call back into this object.
@@ -107,10 +114,10 @@ public:
     bool WriteMetadata();
 
 private:
-    CAdobeOutputFile();
-    ~CAdobeOutputFile() = default;
     Q_DISABLE_COPY(CAdobeOutputFile)
 
+    [[nodiscard]] QVariant option(const char *key) const;
+    [[nodiscard]] QString fileName() const;
     bool openFile();
     bool readBack(int fragNum);
     bool writeFragment(int fragNum);
@@ -119,6 +126,8 @@ private:
     void keepSpare(QByteArray &memory);
     QByteArray takeResponse(int fragNum);
 
+    CAdobePreference &m_options;
+    const CAdobeData &m_data;
     QMap<int, QVariant> m_fragments; // maps, by fragment number
     int m_nextFragment = 1;
     int m_lastWritten = 0;

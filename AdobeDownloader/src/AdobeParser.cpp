@@ -1,8 +1,6 @@
 #include "AdobeParser.h"
 
 #include "AdobeBrowser.h"
-#include "AdobeData.h"
-#include "AdobePreference.h"
 #include "AdobeUtils.h"
 #include "HostEvents.h"
 #include "XPathDocument.h"
@@ -13,11 +11,6 @@ namespace {
 
 constexpr qint64 maxManifestBytes = 64 * 1024 * 1024; // of one manifest or bootstrap
 constexpr int defaultMaxChildCharacters = 256 * 1024 * 1024; // of all child manifests together
-
-QVariant option(const char *key)
-{
-    return CAdobePreference::GetInstance()->GetOption(QLatin1String(key));
-}
 
 QByteArray decoded(const QString &text)
 {
@@ -79,14 +72,21 @@ struct CAdobeParser::Document
     QHash<QString, QByteArray> bootstraps; // by id
 };
 
-CAdobeParser::CAdobeParser(const StopFlag &stop, const Fetch &fetch)
+CAdobeParser::CAdobeParser(const StopFlag &stop, const Fetch &fetch,
+                           const std::shared_ptr<HdsSession> &session)
     : m_stop(stop)
     , m_fetch(fetch)
+    , m_session(session)
     , m_maxChildCharacters(defaultMaxChildCharacters)
 {
 }
 
 CAdobeParser::~CAdobeParser() = default;
+
+QVariant CAdobeParser::option(const char *key) const
+{
+    return m_session->options.GetOption(QLatin1String(key));
+}
 
 void CAdobeParser::SetMaxChildCharacters(int characters)
 {
@@ -118,7 +118,7 @@ QString CAdobeParser::GetManifestContent(const QString &url)
 {
     if (m_fetch)
         return m_fetch(url);
-    CAdobeBrowser browser(m_stop);
+    CAdobeBrowser browser(m_stop, nullptr, nullptr, &m_session->options);
     browser.setMaxContentBytes(maxManifestBytes);
     browser.get(url, true);
     return browser.success() ? browser.content() : QString();
@@ -294,11 +294,11 @@ void CAdobeParser::SelectMedia()
     if (quality >= 1 && m_renditions.contains(quality))
         position = bitrates.indexOf(quality);
     if (position < 0) {
-        CAdobePreference::GetInstance()->SetOption(QStringLiteral("quality"), -1);
-        CAdobeData::GetInstance()->SetMedia({});
+        m_session->options.SetOption(QStringLiteral("quality"), -1);
+        m_session->data.SetMedia({});
         HostEvents::send(event::RenditionMissing{});
         return;
     }
-    CAdobeData::GetInstance()->SetMedia(m_renditions.value(bitrates.at(position)).toMap());
+    m_session->data.SetMedia(m_renditions.value(bitrates.at(position)).toMap());
     HostEvents::send(event::RenditionChosen{bitrates.at(position)});
 }

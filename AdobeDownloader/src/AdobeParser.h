@@ -1,6 +1,7 @@
 #ifndef ADOBEPARSER_H
 #define ADOBEPARSER_H
 
+#include "HdsSession.h"
 #include "StopFlag.h"
 
 #include <QByteArray>
@@ -15,7 +16,7 @@
 class XPathDocument;
 
 /// Reads the manifest named by the option "manifest", chooses a rendition by the option "quality",
-/// reads its bootstrap, and leaves what it learned in CAdobeData and the options.
+/// reads its bootstrap, and leaves what it learned in the session's description and options.
 ///
 /// It lives on the main thread and waits for its requests in nested event loops.
 class CAdobeParser final
@@ -27,7 +28,9 @@ public:
     /// @param stop ends a wait for the network when it is raised
     /// @param fetch where manifests come from, and bootstraps that a manifest names; if it is
     /// empty, from the network
-    explicit CAdobeParser(const StopFlag &stop = StopFlag(), const Fetch &fetch = Fetch());
+    /// @param session the stream
+    explicit CAdobeParser(const StopFlag &stop = StopFlag(), const Fetch &fetch = Fetch(),
+                          const std::shared_ptr<HdsSession> &session = HdsSession::ofProcess());
     ~CAdobeParser();
 
     /// How many characters of child manifests are fetched before the rest are left out, with a
@@ -80,7 +83,7 @@ public:
     [[nodiscard]] QByteArray GetBootStrap(const QString &xml, const QString &baseUrl,
                                           const QString &bootstrapId);
 
-    /// Chooses a rendition and copies it to CAdobeData.
+    /// Chooses a rendition and copies it to the stream's description.
     void SelectMedia();
 
     // The bootstrap (AdobeParserBootstrap.cpp).
@@ -106,6 +109,7 @@ private:
     /// more than their sum.
     struct Document;
 
+    [[nodiscard]] QVariant option(const char *key) const;
     Document &documentOf(const QString &xml);
     QByteArray externalBootstrap(const QString &address, const QString &baseUrl);
 
@@ -128,6 +132,7 @@ private:
 
     StopFlag m_stop;
     const Fetch m_fetch;
+    const std::shared_ptr<HdsSession> m_session;
     QString m_manifest;
     QMap<int, QVariant> m_manifests; // still to be read, by bitrate
     QMap<int, QVariant> m_renditions; // by bitrate

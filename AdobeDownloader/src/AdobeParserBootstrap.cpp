@@ -7,8 +7,6 @@
 #include "AdobeParser.h"
 
 #include "AdobeBrowser.h"
-#include "AdobeData.h"
-#include "AdobePreference.h"
 #include "AdobeUtils.h"
 #include "HostEvents.h"
 
@@ -25,11 +23,6 @@ constexpr int maxTableEntries = 1000000; // each takes hundreds of bytes
 constexpr unsigned int liveBit = 0x20;
 constexpr unsigned int updateBit = 0x10;
 constexpr int fragmentsBeforeLiveEdge = 2;
-
-void setOption(const char *key, const QVariant &value)
-{
-    CAdobePreference::GetInstance()->SetOption(QLatin1String(key), value);
-}
 
 qint64 number(const QVariant &entry, const char *key)
 {
@@ -51,7 +44,7 @@ bool isEndOfStream(const QVariant &entry)
 
 bool CAdobeParser::ParseBootstrap()
 {
-    const QVariantMap media = CAdobeData::GetInstance()->GetMedia();
+    const QVariantMap media = m_session->data.GetMedia();
     if (!media.value(QStringLiteral("bootstrapUrl")).toString().isEmpty()) {
         if (UpdateBootstrapInfo())
             return ParseBoxes();
@@ -66,13 +59,12 @@ bool CAdobeParser::ParseBootstrap()
 
 bool CAdobeParser::UpdateBootstrapInfo()
 {
-    const QString address =
-        CAdobePreference::GetInstance()->GetOption(QStringLiteral("bootstrapUrl")).toString();
+    const QString address = option("bootstrapUrl").toString();
     QByteArray bootstrap;
     for (int attempt = 0; bootstrap.isEmpty(); ++attempt) {
         if (attempt == maxRefreshAttempts)
             return false;
-        CAdobeBrowser browser(m_stop);
+        CAdobeBrowser browser(m_stop, nullptr, nullptr, &m_session->options);
         browser.get(address, true);
         if (!browser.success())
             return false;
@@ -81,20 +73,20 @@ bool CAdobeParser::UpdateBootstrapInfo()
     bootstrap.replace('\r', QByteArray());
     bootstrap.replace('\n', QByteArray());
 
-    QVariantMap media = CAdobeData::GetInstance()->GetMedia();
+    QVariantMap media = m_session->data.GetMedia();
     media.insert(QStringLiteral("bootstrap"), bootstrap.trimmed());
-    CAdobeData::GetInstance()->SetMedia(media);
+    m_session->data.SetMedia(media);
     return true;
 }
 
 bool CAdobeParser::ParseBoxes()
 {
-    CAdobeData *data = CAdobeData::GetInstance();
-    m_box = data->GetMedia().value(QStringLiteral("bootstrap")).toByteArray();
+    CAdobeData &data = m_session->data;
+    m_box = data.GetMedia().value(QStringLiteral("bootstrap")).toByteArray();
     m_pos = 0;
     m_segments.clear();
     m_fragments.clear();
-    data->SetFragCount(0);
+    data.SetFragCount(0);
 
     ReadBoxHeader(m_box, m_pos);
     if (m_boxType != "abst") {
@@ -102,9 +94,9 @@ bool CAdobeParser::ParseBoxes()
         return false;
     }
     ParseBootstrapBox();
-    data->SetSegmentTable(m_segments);
-    data->SetFragmentTable(m_fragments);
-    if (data->GetFragCount() != 0)
+    data.SetSegmentTable(m_segments);
+    data.SetFragmentTable(m_fragments);
+    if (data.GetFragCount() != 0)
         return true;
     HostEvents::send(event::StreamEmpty{});
     return false;
@@ -131,11 +123,11 @@ void CAdobeParser::ParseBootstrapBox()
     skip(1 + 3 + 4); // version, flags, bootstrapinfoVersion
     const unsigned int profileLiveUpdate = takeByte();
     if (profileLiveUpdate & liveBit) {
-        setOption("bLive", true);
-        setOption("metadata", false);
+        m_session->options.SetOption(QStringLiteral("bLive"), true);
+        m_session->options.SetOption(QStringLiteral("metadata"), false);
     }
     if (!(profileLiveUpdate & updateBit))
-        setOption("bTable", true);
+        m_session->options.SetOption(QStringLiteral("bTable"), true);
     skip(4 + 8 + 8); // timescale, currentMediaTime, smpteTimeCodeOffset
     skipString(); // movieIdentifier
     skipStrings(); // servers
@@ -194,20 +186,20 @@ void CAdobeParser::ParseAfrtBox()
 
 void CAdobeParser::ParseSegAndFragTable()
 {
-    CAdobePreference *preference = CAdobePreference::GetInstance();
-    CAdobeData::GetInstance()->SetFragCount(0);
+    CAdobePreference &options = m_session->options;
+    m_session->data.SetFragCount(0);
     if (isEndOfStream(m_fragments.constLast())) {
-        preference->SetOption(QStringLiteral("bLive"), false);
+        options.SetOption(QStringLiteral("bLive"), false);
         m_fragments.removeLast();
     }
-    const bool isLive = preference->GetOption(QStringLiteral("bLive")).toBool();
+    const bool isLive = options.GetOption(QStringLiteral("bLive")).toBool();
     const int count = countFragments();
     const QVariant segment = isLive ? m_segments.constLast() : m_segments.constFirst();
     m_startSegment = qMax(1, static_cast<int>(number(segment, "firstSegment")));
     const qint64 firstFragment =
         m_fragments.isEmpty() ? 1 : number(m_fragments.constFirst(), "firstFragment");
     m_startFragment = toCount(isLive ? qint64(count) - fragmentsBeforeLiveEdge : firstFragment - 1);
-    CAdobeData::GetInstance()->SetFragCount(count);
+    m_session->data.SetFragCount(count);
     HostEvents::send(event::FragmentsCounted{count});
 }
 

@@ -1,5 +1,6 @@
 #include "AdobePreference.h"
 
+#include "HdsSession.h"
 #include "HostEvents.h"
 
 namespace {
@@ -60,8 +61,7 @@ CAdobePreference::CAdobePreference()
 
 CAdobePreference *CAdobePreference::GetInstance()
 {
-    static CAdobePreference preference;
-    return &preference;
+    return &HdsSession::ofProcess()->options;
 }
 
 QVariant CAdobePreference::GetOption(const QString &key)

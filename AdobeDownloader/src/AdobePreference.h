@@ -8,11 +8,14 @@
 
 #include <mutex>
 
-/// The options of the HDS downloader, by key. One map for the process; every function is safe on
-/// any thread.
+/// The options of an HDS download, by key. Every function is safe on any thread.
 class CAdobePreference final
 {
 public:
+    /// The default options.
+    CAdobePreference();
+
+    /// Those of the process, for downloads that are given none of their own.
     static CAdobePreference *GetInstance();
 
     /// The stored value. A key that was never set is created with an invalid value, which reads as
@@ -34,8 +37,6 @@ public:
     void Reset();
 
 private:
-    CAdobePreference();
-    ~CAdobePreference() = default;
     Q_DISABLE_COPY(CAdobePreference)
 
     bool setProxy(const QString &value);

@@ -1,0 +1,7 @@
+#include "HdsSession.h"
+
+const std::shared_ptr<HdsSession> &HdsSession::ofProcess()
+{
+    static const auto session = std::make_shared<HdsSession>();
+    return session;
+}
