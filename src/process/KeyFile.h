@@ -17,7 +17,7 @@
 /// leaves empty, so that it can be told from what somebody else made later.
 ///
 /// Two that look for a number at the same time may find the same one, so whoever changes something
-/// holds a FolderLock of folder(). Within the walls of a page run nothing can be made, read or
+/// holds a FolderLock of folder(). Within the sandbox of a page run nothing can be made, read or
 /// listed there; files are then taken as they are.
 class KeyFile final
 {

@@ -5,8 +5,8 @@
 #include <QStringList>
 #include <QVector>
 
-/// A set of rules for the kernel's file system walls, which a thread puts up around itself and
-/// everything that it starts later, for good. What no rule allows is refused: reading, writing,
+/// A set of rules for the kernel's file system sandbox, which a thread enters for good, with all
+/// that it starts later. What no rule allows is refused: reading, writing,
 /// starting programs, serving over TCP and, from the kernel that can, controlling devices and
 /// sending signals to processes outside. Connections over TCP are free unless they are confined.
 /// What is open already stays usable.
@@ -42,14 +42,14 @@ public:
     /// there needs no rule. Links are followed.
     void allow(const QString &path, Access access);
 
-    /// Puts the walls up around the calling thread, which must have given up new privileges.
-    /// Returns false when the kernel does not offer them or refuses; nothing is refused then.
+    /// Confines the calling thread, which must have given up new privileges.
+    /// Returns false when the kernel does not offer that or refuses; nothing is refused then.
     [[nodiscard]] bool enforce();
 
-    /// Whether walls of that version can confine connections.
+    /// Whether that version can confine connections.
     [[nodiscard]] static bool confinesConnections(int version);
 
-    /// What walls of that version leave open, a phrase each.
+    /// What that version leaves open, a phrase each.
     [[nodiscard]] static QStringList gapsOf(int version);
 
 private:

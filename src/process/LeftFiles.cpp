@@ -29,7 +29,7 @@ bool isOpenNowhere(const QByteArray &path)
 void LeftFiles::removeAll()
 {
     const QString cache = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
-    removeFrom(cache); // of runs without walls
+    removeFrom(cache); // of runs without a sandbox
     removeFrom(cache + QLatin1String("/clipweir"));
 }
 

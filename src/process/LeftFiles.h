@@ -11,7 +11,7 @@ public:
     LeftFiles() = delete;
 
     /// Removes them from where runs of this user keep them. Those of runs that still go on stay.
-    /// To be called before the run's walls are up.
+    /// To be called before the run is confined.
     static void removeAll();
 
     /// Removes those in one folder.

@@ -129,7 +129,7 @@ void keepOwnProcessEntry()
     Q_UNUSED(entry)
 }
 
-/// Other threads would stay outside of the file system's walls.
+/// Other threads would stay outside of the file system's sandbox.
 bool hasOtherThreads()
 {
 #ifdef __SANITIZE_THREAD__
@@ -220,8 +220,8 @@ void Sandbox::prepareMediaFramework() const
 {
     qputenv("GST_REGISTRY_FORK", "no"); // looks at new plug-ins itself and starts no program for it
     qputenv("PULSE_LOG_SYSLOG", "1");
-    // One sound server is reached through a database outside the walls, or else started. The other
-    // sink would go there, too.
+    // One sound server is reached through a database outside the sandbox, or else started. The
+    // other sink would go there, too.
     QByteArray ranks = qgetenv("GST_PLUGIN_FEATURE_RANK");
     ranks += QByteArray(ranks.isEmpty() ? "" : ",") + "jackaudiosink:NONE,openalsink:NONE";
     qputenv("GST_PLUGIN_FEATURE_RANK", ranks);

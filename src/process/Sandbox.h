@@ -7,7 +7,7 @@
 
 class Landlock;
 
-/// The walls around a page run, which opens pages that nobody trusts. Inside them the process may
+/// The sandbox of a page run, which opens pages that nobody trusts. Inside it the process may
 /// write below its output folder, its own cache folder and the cookie file's folder; read those,
 /// the system's libraries and public data and a few named files of the user's; start no program,
 /// serve no port and reach no other process. Downloading is not touched.
@@ -32,8 +32,8 @@ public:
     /// over the network, the display's.
     void confineToProxy(quint16 port);
 
-    /// Puts the walls up around the calling thread and those that it starts later, for good. To be
-    /// called while there is no other thread. Makes the run's own folders when they are missing
+    /// Confines the calling thread and those that it starts later, for good. To be called while
+    /// there is no other thread. Makes the run's own folders when they are missing
     /// and sets the variables that keep the toolkit to them. Returns what stays open because the
     /// system does not offer its closing, or because the folders include too much, a phrase each.
     [[nodiscard]] QStringList confine();

@@ -30,7 +30,7 @@ bool StopBlock::attach()
     return settleLock() && m_memory->attach(QSharedMemory::ReadWrite);
 }
 
-/// Sees to a lock for a block that is this one's. Within the walls of a run there is nothing to be
+/// Sees to a lock for a block that is this one's. In the sandbox of a run there is nothing to be
 /// done for it. Returns false when the block is somebody else's.
 bool StopBlock::settleLock() const
 {
@@ -93,7 +93,7 @@ bool StopBlock::remove()
     return true;
 }
 
-/// A lock that somebody has taken out of the system cannot be made anew within the walls of a run,
+/// A lock that somebody has taken out of the system cannot be made anew in the sandbox of a run,
 /// and the toolkit leaves no block without its lock. A host that made the lock takes it along.
 void StopBlock::leaveWithoutLock()
 {

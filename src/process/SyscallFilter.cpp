@@ -22,7 +22,7 @@ const char *const refusedCalls[] = {
     "mount", "umount", "umount2", "mount_setattr", "move_mount", "open_tree", "fsopen", "fsconfig",
     "fsmount", "fspick", "pivot_root", "chroot", "open_by_handle_at", "quotactl", "quotactl_fd",
     "io_uring_setup", "io_uring_enter", "io_uring_register",
-    // rights and owners of files, which the walls of the file system do not cover
+    // rights and owners of files, which the sandbox of the file system does not cover
     "chmod", "fchmodat", "fchmodat2", "chown", "lchown", "fchownat", "setxattr", "lsetxattr",
     "removexattr", "lremovexattr", "setxattrat", "removexattrat",
     // namespaces
@@ -32,7 +32,7 @@ const char *const refusedCalls[] = {
     "perf_event_open", "userfaultfd", "add_key", "request_key", "keyctl", "reboot", "swapon",
     "swapoff", "acct", "syslog", "iopl", "ioperm", "settimeofday", "clock_settime", "clock_adjtime",
     "adjtimex", "sethostname", "setdomainname", "vhangup",
-    // servers; the file system's walls refuse bind only
+    // servers; the file system's sandbox refuses bind only
     "listen", "accept", "accept4"};
 
 constexpr scmp_datum_t namespaceFlags[] = {CLONE_NEWNS,  CLONE_NEWCGROUP, CLONE_NEWUTS,

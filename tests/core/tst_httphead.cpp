@@ -223,7 +223,7 @@ void tst_HttpHead::readsOutput_data()
     row("N/A", "  Duration: N/A, bitrate: N/A", 0);
     row("nothing behind it", "Duration:, Duration: 00:00:04.00,", 4);
     row("no comma", "Duration: 00:00:04.00", 4);
-    row("blanks for colons", "Duration: 1 30,", 90);
+    row("spaces for colons", "Duration: 1 30,", 90);
     row("four parts", "Duration: 1:0:0:0,", 216000);
     row("empty parts", "Duration: :1::,", 3600);
     row("point first", "Duration: .5,", 0);

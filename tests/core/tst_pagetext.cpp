@@ -104,7 +104,7 @@ void tst_PageText::handRows_data()
         "<meta property=\"og:title\" x><meta property=\"og:title\" content=\"a\">", {u("a")});
     row("shared title: over lines", SharedTitle,
         "<meta\n\tproperty\n=\n\"og:title\"\ncontent\n=\n\"a\nb\"", {u("a\nb")});
-    row("shared title: no blank", SharedTitle, "<metaproperty=\"og:title\" content=\"a\">",
+    row("shared title: no space", SharedTitle, "<metaproperty=\"og:title\" content=\"a\">",
         {QString()});
     row("shared title: not closed", SharedTitle, "<meta property=\"og:title\" content=\"a",
         {QString()});

@@ -1,11 +1,11 @@
-// The walls are for good, so every test puts them up in a process of its own: this program again,
+// Confinement is for good, so every test enters it in a process of its own: this program again,
 // which plays the child when SANDBOX_CHILD is set.
 
 #include "Attempts.h"
+#include "ConfinedPlaces.h"
 #include "ExpectedErrors.h"
 #include "Sandbox.h"
 #include "TestMain.h"
-#include "WalledPlaces.h"
 
 #include <QProcess>
 
@@ -200,13 +200,13 @@ private:
     static Errors attemptsIn(const QByteArray &output);
 
     std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<WalledPlaces> m_places;
+    std::unique_ptr<ConfinedPlaces> m_places;
 };
 
 void tst_Sandbox::init()
 {
     m_folder = std::make_unique<QTemporaryDir>();
-    m_places = std::make_unique<WalledPlaces>(m_folder->path());
+    m_places = std::make_unique<ConfinedPlaces>(m_folder->path());
 }
 
 /// What the child says. Variables are added to those of the places, or replace them; a null text
@@ -291,7 +291,7 @@ void tst_Sandbox::oneFileThatMayBeRead()
     QFETCH(QString, name);
     QFETCH(int, readError);
     if (Landlock::offeredVersion() == 0)
-        QSKIP("this kernel has no walls for files");
+        QSKIP("this kernel has no sandbox for files");
     const QString path = m_places->path("outside/") + name;
     QVERIFY(QDir().mkpath(m_places->path("outside/page")));
     writeFile(m_places->path("outside/page/file"), "file");
@@ -414,7 +414,7 @@ void tst_Sandbox::olderKernels_data()
                                << offeredGaps + QStringList{noFilter};
     QTest::newRow("neither") << u("landlock seccomp") << 0 << false
                              << QStringList{noLandlock, noFilter};
-    // Without that promise the kernel takes walls from root only.
+    // Without that promise the kernel confines for root only.
     const bool isRoot = ::geteuid() == 0;
     QTest::newRow("privileges cannot be given up")
         << u("no-new-privileges") << (isRoot ? offered : 0) << false

@@ -175,7 +175,7 @@ void tst_Utils::metaElements_data()
     QTest::addColumn<QString>("rest"); // what follows the attribute's name
     QTest::addColumn<QString>("expected");
     QTest::newRow("plain") << u("=\"key\" content=\"value\">") << u("value");
-    QTest::newRow("blanks") << u(" =\n\"key\"\t content = \"value\"/>") << u("value");
+    QTest::newRow("white space") << u(" =\n\"key\"\t content = \"value\"/>") << u("value");
     QTest::newRow("entities stay") << u("=\"key\" content=\"a &amp; 'b'\">") << u("a &amp; 'b'");
     QTest::newRow("empty") << u("=\"key\" content=\"\">") << QString();
     QTest::newRow("single quotes") << u("='key' content='value'>") << QString();
@@ -223,7 +223,7 @@ void tst_Utils::getMetaLink_data()
     QTest::newRow("empty, then href first")
         << u("<link rel=\"key\" href=\"\"><link href=\"/a\" rel=\"key\">") << u("/a");
     QTest::newRow("other rel") << u("<link rel=\"icon\" href=\"/a\">") << QString();
-    QTest::newRow("blanks") << u("<link\n rel = \"key\"\n href = \"/a\">") << u("/a");
+    QTest::newRow("white space") << u("<link\n rel = \"key\"\n href = \"/a\">") << u("/a");
 }
 
 void tst_Utils::getMetaLink()
@@ -367,7 +367,7 @@ void tst_Utils::matchMediaType_data()
     QTest::newRow("rtmp") << u("rtmp://h/a.mp4") << false;
     QTest::newRow("ftp") << u("ftp://h/a.mp4") << false;
     QTest::newRow("one slash") << u("http:/h/a.mp4") << false;
-    QTest::newRow("blank before") << u(" http://h/a.mp4") << false;
+    QTest::newRow("space before") << u(" http://h/a.mp4") << false;
     QTest::newRow("address inside") << u("x?http://h/a.mp4") << false;
     QTest::newRow("scheme in upper case") << u("HTTP://h/a.mp4") << false;
     QTest::newRow("extension in upper case") << u("http://h/a.MP4") << false;

@@ -80,7 +80,7 @@ private slots:
         QTest::newRow("two slashes") << "//url" << false;
         QTest::newRow("longer key") << "--urls" << false;
         QTest::newRow("shorter key") << "--ur" << false;
-        QTest::newRow("blank after it") << "--url " << false;
+        QTest::newRow("space after it") << "--url " << false;
         QTest::newRow("value attached") << "--url=x" << false;
         QTest::newRow("empty") << "" << false;
         QTest::newRow("prefix only") << "--" << false;
@@ -174,7 +174,7 @@ private slots:
             << QStringList{key, key, b} << key;
         QTest::newRow("key found as another option's value")
             << QStringList{QStringLiteral("--saveto"), key, a} << a;
-        QTest::newRow("blanks stay")
+        QTest::newRow("spaces stay")
             << QStringList{key, QStringLiteral(" x ")} << QStringLiteral(" x ");
     }
 

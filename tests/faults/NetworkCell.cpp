@@ -55,7 +55,7 @@ QString broken(const char *what)
     return QStringLiteral("BROKEN: ") + QString::fromLatin1(what);
 }
 
-/// Whether bytes are the beginning of the content, or all of it and then blanks.
+/// Whether bytes are the beginning of the content, or all of it and then spaces.
 bool isPrefix(const QByteArray &bytes, const QByteArray &content)
 {
     return content.startsWith(bytes)

@@ -118,7 +118,7 @@ private slots:
     void textThatIsNoManifest_data()
     {
         QTest::addColumn<QByteArray>("text");
-        QTest::newRow("blank") << QByteArray(" ");
+        QTest::newRow("space") << QByteArray(" ");
         QTest::newRow("no XML") << QByteArray("not found");
         QTest::newRow("HTML") << QByteArray("<html><body><p>x<br></body></html>");
         QTest::newRow("no media") << inManifest(inlineBootstrap(5));

@@ -60,7 +60,7 @@ private slots:
         row("other scheme", "rtmp://u:p@h/a", "rtmp://h/a");
         row("at sign in the password", "http://u:p@q@h/", "http://h/");
         row("quote in the password", "http://u:p\"q@h/", "http://h/");
-        row("blank in the password", "http://u:p q@h/", "http://h/");
+        row("space in the password", "http://u:p q@h/", "http://h/");
         row("backslash in the password", "http://u:p\\q@h/", "http://h/");
         row("not ASCII", "http://\xc3\xa9:\xc3\xa9@h/\xc3\xa9", "http://h/\xc3\xa9");
         row("escaped", "http://u:p%40@h/", "http://h/");
@@ -84,10 +84,10 @@ private slots:
         row("credentials before a mention", "http://u:p@h now @clip", "http://clip");
         row("user before a mention", "http://u@h now @clip", "http://h now @clip");
         row("text, then credentials", "at http:// now http://u:p@h/", "at http:// now http://h/");
-        row("blank behind the colon", "http://u: p@h/", "http://h/");
-        row("blank in the user's name", "http://u v:p@h/", "http://h/");
-        row("several blanks in the password", "http://u:p q  r@h/", "http://h/");
-        row("blank at the password's end", "http://u:p @h/", "http://h/");
+        row("space behind the colon", "http://u: p@h/", "http://h/");
+        row("space in the user's name", "http://u v:p@h/", "http://h/");
+        row("several spaces in the password", "http://u:p q  r@h/", "http://h/");
+        row("space at the password's end", "http://u:p @h/", "http://h/");
         row("password that might be a port", "http://u:80 p@h/", "http://h/");
         row("user with a point", "http://u.v:p q@h/", "http://h/");
         row("mark at the end", "http://", "http://");

@@ -42,7 +42,7 @@ private slots:
         QTest::addColumn<QString>("xml");
         QTest::newRow("one element") << QStringLiteral("<a/>");
         QTest::newRow("doctype") << QStringLiteral("<!DOCTYPE a><a/>");
-        QTest::newRow("doctype with blanks") << QStringLiteral("<!DOCTYPE \n a\t><a/>");
+        QTest::newRow("doctype with white space") << QStringLiteral("<!DOCTYPE \n a\t><a/>");
         QTest::newRow("doctype with a prefix") << QStringLiteral("<!DOCTYPE x:a><a/>");
         QTest::newRow("doctype after a comment") << QStringLiteral("<!-- ' --><!DOCTYPE a><a/>");
         QTest::newRow("doctype in a comment") << QStringLiteral("<!--<!DOCTYPE a []>--><a/>");

@@ -41,7 +41,7 @@ private slots:
     {
         QTest::addColumn<QString>("xml");
         QTest::newRow("nothing") << QString();
-        QTest::newRow("blanks") << QStringLiteral(" \n");
+        QTest::newRow("white space") << QStringLiteral(" \n");
         QTest::newRow("declaration only") << QStringLiteral("<?xml version='1.0'?>");
         QTest::newRow("declaration without end") << QStringLiteral("<?xml version='1.0'");
         QTest::newRow("no XML") << QStringLiteral("{\"a\": 1}");

@@ -1,7 +1,7 @@
-// Whole runs whose files lie in places of all kinds: the walls are put up around wherever they are.
+// Whole runs whose files lie in places of all kinds: the sandbox is made around wherever they are.
 
+#include "ConfinedRun.h"
 #include "TestMain.h"
-#include "WalledRun.h"
 
 #include <unistd.h>
 
@@ -70,7 +70,7 @@ void tst_RunFolders::foldersOfAllKinds()
 
     const QString page =
         servePage(*m_server, m_video, [this](const HttpRequest &) { return mediaReply(m_video); });
-    WalledRun run;
+    ConfinedRun run;
     QVERIFY(QFile::link(run.path("out"), run.path("linked")));
     if (!variable.isEmpty())
         run.set({{variable, value}});
@@ -105,7 +105,7 @@ void tst_RunFolders::linkedFilesAreFollowed()
 {
     const QString page =
         servePage(*m_server, m_video, [this](const HttpRequest &) { return mediaReply(m_video); });
-    WalledRun run;
+    ConfinedRun run;
     QDir().mkpath(run.path("outside/logs"));
     QVERIFY(QFile::link(run.path("outside/logs"), run.path("out/logs")));
     QVERIFY(QFile::link(run.path("outside/kept"), run.path("out/v.mp4")));
@@ -120,7 +120,7 @@ void tst_RunFolders::cachesAreTheRunsOwn()
 {
     const QString page =
         servePage(*m_server, m_video, [this](const HttpRequest &) { return mediaReply(m_video); });
-    WalledRun run;
+    ConfinedRun run;
     run->forgetPlugins();
 #ifdef CLIPWEIR_SANITIZED
     run->setEnvironment(option("ASAN_OPTIONS"), option("detect_leaks=0")); // as in tst_first_run
@@ -146,7 +146,7 @@ void tst_RunFolders::settingsAndCookiesAreReached()
     m_server->on("/watch/7", reply);
     m_server->on("/streams", htmlReply("[]"));
     const QString page = m_server->address("/watch/7");
-    WalledRun run;
+    ConfinedRun run;
     writeFile(run.path("home/.config/clipweir.conf"),
               "[hulu]\npagePattern=\"http://127.0.0.1:[0-9]+/watch/([0-9]+)\"\n"
               "selectionEndpoint=/streams\n");

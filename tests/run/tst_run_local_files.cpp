@@ -6,15 +6,15 @@
 namespace {
 
 /// One way in which a page can ask for an address, "%1" in the markup.
-struct Road
+struct Way
 {
     const char *name;
     const char *markup;
     bool isTakenOnTheWeb = true; ///< whether the engine asks for an address of the web there
 };
 
-/// What a page can embed. Each is one road; scripts send on whatever they could read.
-const Road embeddings[] = {
+/// What a page can embed. Each is one way; scripts send on whatever they could read.
+const Way embeddings[] = {
     {"image", "<img src='%1'>"},
     {"image-button", "<input type=image src='%1'>"},
     {"background", "<div style='background:url(%1);width:9px;height:9px'>x</div>"},
@@ -49,7 +49,7 @@ const Road embeddings[] = {
 };
 
 /// Documents that name an address where only XML or a playlist can, "%1" in the text.
-const Road documents[] = {
+const Way documents[] = {
     {"entity", "<?xml version='1.0'?><!DOCTYPE a [<!ENTITY e SYSTEM '%1'>]><a>&e;</a>", false},
     {"dtd", "<?xml version='1.0'?><!DOCTYPE a SYSTEM '%1'><a/>", false},
     {"parameter-entity", "<?xml version='1.0'?><!DOCTYPE a [<!ENTITY % e SYSTEM '%1'>%e;]><a/>",
@@ -80,7 +80,7 @@ HttpReply xmlReply(const QByteArray &text)
     return mediaReply(text, "application/xml");
 }
 
-/// Without the walls around the process, which would stop what these tests look for.
+/// Outside the sandbox, which would stop what these tests look for.
 QStringList openRun(const QString &page, const QStringList &more)
 {
     return QStringList{option("--url"), page, option("--nosandbox")} + more;
@@ -140,15 +140,14 @@ class tst_RunLocalFiles : public QObject
         checkRun(server, run);
     }
 
-    /// The roads on which the server was not asked for the address of the web.
+    /// The ways on which the server was not asked for the address of the web.
     template <std::size_t count>
-    static QStringList untaken(const ScriptedServer &server, const Road (&roads)[count])
+    static QStringList untaken(const ScriptedServer &server, const Way (&ways)[count])
     {
         QStringList names;
-        for (const Road &road : roads) {
-            if (road.isTakenOnTheWeb
-                && server.requestsFor(QByteArray("/web/") + road.name).isEmpty())
-                names += QString::fromLatin1(road.name);
+        for (const Way &way : ways) {
+            if (way.isTakenOnTheWeb && server.requestsFor(QByteArray("/web/") + way.name).isEmpty())
+                names += QString::fromLatin1(way.name);
         }
         return names;
     }
@@ -174,18 +173,18 @@ private slots:
         QFETCH(bool, isRedirected);
         ScriptedServer server;
         QByteArray page = QByteArray("<html><body>") + sendScript;
-        for (const Road &road : embeddings) {
-            const QString name = QString::fromLatin1(road.name);
+        for (const Way &way : embeddings) {
+            const QString name = QString::fromLatin1(way.name);
             const QString file = m_private.address(name);
             const QByteArray web = "/web/" + name.toUtf8();
             if (isRedirected) {
                 server.on("/to-file/" + name.toUtf8(), redirectTo(file.toUtf8()));
                 server.on("/to-web/" + name.toUtf8(), redirectTo(web));
-                page += filled(road.markup, server.address("/to-file/" + name.toUtf8()));
-                page += filled(road.markup, server.address("/to-web/" + name.toUtf8()));
+                page += filled(way.markup, server.address("/to-file/" + name.toUtf8()));
+                page += filled(way.markup, server.address("/to-web/" + name.toUtf8()));
             } else {
-                page += filled(road.markup, file);
-                page += filled(road.markup, server.address(web));
+                page += filled(way.markup, file);
+                page += filled(way.markup, server.address(web));
             }
         }
         server.on("/page", htmlReply(page + lateScript(server) + "</body></html>"));
@@ -199,12 +198,12 @@ private slots:
     {
         ScriptedServer server;
         QByteArray page("<html><body>");
-        for (const Road &road : documents) {
-            const QByteArray name(road.name);
+        for (const Way &way : documents) {
+            const QByteArray name(way.name);
             const QString file = m_private.address(QString::fromUtf8(name));
-            server.on("/file-doc/" + name, xmlReply(filled(road.markup, file)));
+            server.on("/file-doc/" + name, xmlReply(filled(way.markup, file)));
             server.on("/web-doc/" + name,
-                      xmlReply(filled(road.markup, server.address("/web/" + name))));
+                      xmlReply(filled(way.markup, server.address("/web/" + name))));
             page += "<iframe src='/file-doc/" + name + "'></iframe><iframe src='/web-doc/" + name
                 + "'></iframe>";
         }
@@ -310,7 +309,7 @@ private slots:
                              "#EXT-X-ENDLIST\n");
         const QStringList open{option("--nosandbox")};
         QTest::newRow("M3U8") << hlsType << hls << open;
-        QTest::newRow("M3U8, inside the walls") << hlsType << hls << QStringList();
+        QTest::newRow("M3U8, in the sandbox") << hlsType << hls << QStringList();
         QTest::newRow("M3U8 that calls itself a video") << QByteArray("video/mp4") << hls << open;
         QTest::newRow("M3U8 of variants")
             << hlsType << QByteArray("#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=800000\n%1\n") << open;
@@ -410,12 +409,12 @@ private slots:
         ScriptedServer server;
         server.onOther([](const HttpRequest &) { return mediaReply("x", "text/plain"); });
         QByteArray page = QByteArray("<html><body>") + sendScript;
-        for (const Road &road : embeddings) {
-            const QString name = QString::fromLatin1(road.name);
+        for (const Way &way : embeddings) {
+            const QString name = QString::fromLatin1(way.name);
             if (name.endsWith(option("video")) || name == option("audio")
                 || name == option("source"))
                 continue; // the player opens the files of a local page by itself
-            page += filled(road.markup, m_private.address(name));
+            page += filled(way.markup, m_private.address(name));
         }
         page += "<img src='" + server.address("/image").toUtf8() + "'>" + lateScript(server)
             + "</body></html>";

@@ -2,7 +2,7 @@
 #include "TestFiles.h"
 #include "TestMain.h"
 
-/// A page that is a file of this machine and lies where the walls around a run let nothing be read.
+/// A page that is a file of this machine and lies where the sandbox of a run lets nothing be read.
 class tst_RunLocalPage : public QObject
 {
     Q_OBJECT
@@ -10,7 +10,7 @@ class tst_RunLocalPage : public QObject
     const QByteArray m_video = testBytes(5300000);
 
 private slots:
-    void isReadWithinTheWalls_data()
+    void isReadInTheSandbox_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<bool>("isLink");
@@ -18,7 +18,7 @@ private slots:
         QTest::newRow("through a link") << option("page.html") << true;
     }
 
-    void isReadWithinTheWalls()
+    void isReadInTheSandbox()
     {
         QFETCH(QString, name);
         QFETCH(bool, isLink);

@@ -1,8 +1,8 @@
 // Whole runs whose output file is there already, in another form or in another run's hands.
 
+#include "ConfinedRun.h"
 #include "HdsFixtures.h"
 #include "TestMain.h"
-#include "WalledRun.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -88,7 +88,7 @@ class tst_RunOutputFile : public QObject
     }
 
     /// The run's log, which is beside its video.
-    static QByteArray log(WalledRun &run, const QString &page)
+    static QByteArray log(ConfinedRun &run, const QString &page)
     {
         return readFile(run.path("out/logs/") + pageHash(page) + option(".log"));
     }
@@ -116,8 +116,8 @@ private slots:
     void replacesWhatIsThere()
     {
         QFETCH(bool, isPipe);
-        WalledRun run;
-        WalledRun streamRun;
+        ConfinedRun run;
+        ConfinedRun streamRun;
         const QString thumb =
             run.path("out/") + pageHash(m_server->address("/page")) + option(".thumb");
         writeFile(run.path("kept"), before);
@@ -139,21 +139,21 @@ private slots:
         QCOMPARE(readFile(run.path("kept")), before);
     }
 
-    /// A file that a link leads to outside the output folder: only the file is within the walls,
+    /// A file that a link leads to outside the output folder: only the file is within the sandbox,
     /// not its folder.
     void behindALink_data()
     {
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<bool>("isRemoved");
-        QTest::newRow("walled") << QStringList() << false;
-        QTest::newRow("without walls") << QStringList{option("--nosandbox")} << true;
+        QTest::newRow("confined") << QStringList() << false;
+        QTest::newRow("not confined") << QStringList{option("--nosandbox")} << true;
     }
 
     void behindALink()
     {
         QFETCH(QStringList, options);
         QFETCH(bool, isRemoved);
-        WalledRun run;
+        ConfinedRun run;
         QDir().mkpath(run.path("outside"));
         writeFile(run.path("outside/file"), before);
         QVERIFY(makeHardLink(run.path("outside/file"), run.path("outside/other")));
@@ -170,7 +170,7 @@ private slots:
     /// A pipe that nobody reads, which would be added to.
     void aPipeIsNotWaitedFor()
     {
-        WalledRun run;
+        ConfinedRun run;
         QVERIFY(makePipe(run.path("out/v.mp4")));
         QVERIFY(run->run(arguments("/page", run.path("out/v.mp4"), {option("--log")})));
         QVERIFY2(run->errorOutput().contains(failure), run->errorOutput());
@@ -203,14 +203,14 @@ private slots:
         m_server->onRaw(fragmentPath(heldFragment), [&](const HttpRequest &, QTcpSocket *socket) {
             holdHalf(socket, mediaReply(hds::numberedFragment(heldFragment)));
         });
-        WalledRun run;
+        ConfinedRun run;
         const QString video = run.path("out/v.mp4");
         options += option("--log");
         run->start(arguments(isStream ? "/stream" : "/page", video, options));
         QTRY_VERIFY_WITH_TIMEOUT(m_held && QFileInfo(video).size() > 0, 30000);
         const QByteArray written = readFile(video);
 
-        WalledRun second;
+        ConfinedRun second;
         const QByteArray otherPage = isStream ? "/other-stream" : "/other-page";
         QVERIFY(second->run(arguments(otherPage, video, options)));
         QVERIFY2(second->errorOutput().contains(failure), second->errorOutput());

@@ -227,7 +227,7 @@ private slots:
         QVERIFY(run.waitForEnd());
     }
 
-    /// Without the walls, which would hide what the page has.
+    /// Outside the sandbox, which would hide what the page has.
     void noSocketsBehindAProxy()
     {
         ScriptedServer web;

@@ -1,9 +1,9 @@
 // Whole runs in which the engine itself is made to break out: it loads a plug-in, as it would for
 // any page, and the plug-in tries what code of a hostile page would.
 
+#include "ConfinedRun.h"
 #include "ExpectedErrors.h"
 #include "TestMain.h"
-#include "WalledRun.h"
 
 #include <QSystemSemaphore>
 
@@ -16,7 +16,7 @@ QByteArray intruderPage()
            "<embed type='application/x-intruder'></body></html>";
 }
 
-void addIntruder(WalledRun &run)
+void addIntruder(ConfinedRun &run)
 {
     run.set({{option("MOZ_PLUGIN_PATH"), option(INTRUDER_DIR)}});
 }
@@ -42,7 +42,7 @@ class tst_RunSandbox : public QObject
 private slots:
     void init();
     void theEngineIsRefused();
-    void withoutWallsAllOfItSucceeds();
+    void withoutASandboxAllOfItSucceeds();
     void behindAProxyNothingElseIsConnectedTo();
     void everyThreadHasTheFilter_data();
     void everyThreadHasTheFilter();
@@ -67,7 +67,7 @@ void tst_RunSandbox::init()
 
 void tst_RunSandbox::theEngineIsRefused()
 {
-    WalledRun run;
+    ConfinedRun run;
     addIntruder(run);
     QVERIFY(run->run({option("--url"), m_page, option("--timeout"), option("1"), option("--saveto"),
                       run.path("out/v.mp4")}));
@@ -84,10 +84,10 @@ void tst_RunSandbox::theEngineIsRefused()
     QCOMPARE(threads.count(QByteArray::number(version > 0 ? EACCES : 0)), threads.size());
 }
 
-/// So the attempts of the test above fail because of the walls.
-void tst_RunSandbox::withoutWallsAllOfItSucceeds()
+/// So the attempts of the test above fail because of the sandbox.
+void tst_RunSandbox::withoutASandboxAllOfItSucceeds()
 {
-    WalledRun run;
+    ConfinedRun run;
     addIntruder(run);
     QVERIFY(run->run({option("--url"), m_page, option("--timeout"), option("1"), option("--saveto"),
                       run.path("out/v.mp4"), option("--nosandbox")}));
@@ -104,7 +104,7 @@ void tst_RunSandbox::behindAProxyNothingElseIsConnectedTo()
 {
     ScriptedServer proxy;
     proxy.onOther([](const HttpRequest &) { return htmlReply(intruderPage()); });
-    WalledRun run;
+    ConfinedRun run;
     addIntruder(run);
     QVERIFY(run->run({option("--url"), m_page, option("--timeout"), option("1"), option("--saveto"),
                       run.path("out/v.mp4"), option("--proxy"),
@@ -136,7 +136,7 @@ void tst_RunSandbox::everyThreadHasTheFilter()
     m_server->on("/v.mp4", media);
     m_server->on("/intruder", htmlReply(videoPage("/v.mp4")));
 
-    WalledRun run;
+    ConfinedRun run;
     run->start(QStringList{option("--url"), m_page, option("--saveto"), run.path("out/v.mp4")}
                + options);
     QTRY_VERIFY_WITH_TIMEOUT(!m_server->requestsFor("/v.mp4").isEmpty(), 30000);
@@ -174,7 +174,7 @@ void tst_RunSandbox::aLockThatVanishesIsNotMissed_data()
 void tst_RunSandbox::aLockThatVanishesIsNotMissed()
 {
     QFETCH(QStringList, options);
-    WalledRun run;
+    ConfinedRun run;
     const QByteArray folderBefore = qgetenv("TMPDIR");
     qputenv("TMPDIR", QFile::encodeName(run.path("temporary"))); // the key files' place
     run->start(QStringList{option("--url"), m_page, option("--saveto"), run.path("out/v.mp4")}
@@ -204,7 +204,7 @@ void tst_RunSandbox::aLockThatVanishesIsNotMissed()
 
 void tst_RunSandbox::otherModesAreNotConfined()
 {
-    WalledRun run;
+    ConfinedRun run;
     addIntruder(run);
     QVERIFY(run->run({option("--info")}));
     QTRY_VERIFY(!run.report("engine").isEmpty());
@@ -230,7 +230,7 @@ void tst_RunSandbox::gapsGoToTheLog()
     QFETCH(QString, lacks);
     QFETCH(QList<QByteArray>, gaps);
     for (const bool isLogged : {true, false}) {
-        WalledRun run;
+        ConfinedRun run;
         run.set(kernelVariables(option(OLDER_KERNEL), lacks));
         QStringList arguments{option("--url"),     m_page,
                               option("--timeout"), option("0"),

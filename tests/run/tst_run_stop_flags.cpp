@@ -66,7 +66,7 @@ private slots:
     void theNextRunTakesAwayWhatAKilledOneLeft_data()
     {
         QTest::addColumn<QStringList>("options");
-        QTest::newRow("within walls") << QStringList();
+        QTest::newRow("confined") << QStringList();
         QTest::newRow("without") << QStringList{option("--nosandbox")};
     }
 

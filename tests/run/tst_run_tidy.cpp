@@ -17,8 +17,8 @@ private slots:
     void temporaryFilesOfEarlierRunsAreRemoved_data()
     {
         QTest::addColumn<QString>("folder");
-        QTest::newRow("of runs within walls") << option("clipweir/");
-        QTest::newRow("of runs without") << QString();
+        QTest::newRow("of confined runs") << option("clipweir/");
+        QTest::newRow("of others") << QString();
     }
 
     void temporaryFilesOfEarlierRunsAreRemoved()
@@ -37,7 +37,7 @@ private slots:
     void aPagesDatabasesLeaveNoFile_data()
     {
         QTest::addColumn<QStringList>("options");
-        QTest::newRow("without walls") << QStringList{option("--nosandbox")};
+        QTest::newRow("not confined") << QStringList{option("--nosandbox")};
         QTest::newRow("in the output folder") << QStringList{option("--saveto"), option("v.mp4")};
     }
 

@@ -83,7 +83,7 @@ private slots:
             QVERIFY2(log.count(refusal()) >= 2, log);
     }
 
-    /// Inside the walls, which the variables open for these files.
+    /// In the sandbox, which the variables open for these files.
     void certificatesOfTheEnvironment_data()
     {
         QTest::addColumn<QString>("variable");

@@ -135,7 +135,7 @@ int trySocket(int family)
     return error;
 }
 
-/// Nobody listens there, so without walls the error is another one.
+/// Nobody listens there, so without a sandbox the error is another one.
 int tryConnect()
 {
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -210,7 +210,7 @@ std::string otherAttempts()
     return report;
 }
 
-/// What a run needs; an attempt that is refused here would show as a fault of the walls.
+/// What a run needs; an attempt that is refused here would show as a fault of the sandbox.
 std::string neededAttempts(const std::string &who)
 {
     const std::string folder = place("ATTEMPTS_OUTPUT", "/own-" + who);

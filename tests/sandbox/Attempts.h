@@ -15,7 +15,7 @@ constexpr unsigned short attemptedPort = 6099;
 /// ATTEMPTS_PRIVATE, a file in the home folder.
 ///
 /// @param who a name for the thread, to tell the files of several apart
-/// @returns a line for each attempt: its name, a blank, and the error number, 0 for success
+/// @returns a line for each attempt: its name, a space, and the error number, 0 for success
 std::string runAttempts(const std::string &who);
 
 /// Has every thread of the process try to write a file outside, and returns a line with an error

@@ -13,70 +13,71 @@
 using Errors = QMap<QByteArray, int>;
 
 /// What stands between an attempt and its success.
-enum class Wall {
+enum class Guard {
     None, ///< nothing does
     Filter, ///< the filter of system calls
-    Files, ///< the file system's walls, from the version that is given
-    Both, ///< the filter, or else the file system's walls
+    Files, ///< the file system's sandbox, from the version that is given
+    Both, ///< the filter, or else the file system's sandbox
 };
 
 struct AttemptRow
 {
     const char *name;
-    Wall wall;
+    Guard guard;
     int version; ///< of Landlock
-    int error; ///< inside the walls; outside an attempt succeeds
-    bool needsRoot = false; ///< outside the walls only root succeeds
+    int error; ///< inside the sandbox; outside an attempt succeeds
+    bool needsRoot = false; ///< outside the sandbox only root succeeds
 };
 
 constexpr AttemptRow attemptRows[] = {
-    {"write-outside", Wall::Files, 1, EACCES},
-    {"change-outside", Wall::Files, 1, EACCES},
-    {"truncate-outside", Wall::Files, 3, EACCES},
-    {"folder-outside", Wall::Files, 1, EACCES},
-    {"remove-outside", Wall::Files, 1, EACCES},
-    {"move-outside", Wall::Files, 1, EACCES},
-    {"symlink-outside", Wall::Files, 1, EACCES},
-    {"rights-outside", Wall::Filter, 0, EPERM},
-    {"read-private", Wall::Files, 1, EACCES},
-    {"list-home", Wall::Files, 1, EACCES},
-    {"link-private", Wall::Files, 1, EXDEV},
-    {"read-shadow", Wall::Files, 1, EACCES, true},
-    {"read-other-process", Wall::Files, 1, EACCES},
-    {"exec", Wall::Both, 1, EACCES},
-    {"spawn", Wall::Both, 1, EACCES},
-    {"system", Wall::Both, 1, EPERM},
-    {"exec-memory", Wall::Both, 1, EACCES},
-    {"bind", Wall::Files, 4, EACCES},
-    {"listen", Wall::Filter, 0, EPERM},
-    {"connect", Wall::None, 0, 0}, // refused behind a proxy only
-    {"local-socket", Wall::Filter, 0, EPERM},
-    {"signal", Wall::Files, 6, EPERM},
-    {"terminal", Wall::Filter, 0, EPERM},
-    {"needed-folder", Wall::None, 0, 0},
-    {"needed-write", Wall::None, 0, 0},
-    {"needed-move", Wall::None, 0, 0},
-    {"needed-read", Wall::None, 0, 0},
-    {"needed-list", Wall::None, 0, 0},
-    {"needed-remove", Wall::None, 0, 0},
-    {"needed-null", Wall::None, 0, 0},
-    {"needed-random", Wall::None, 0, 0},
-    {"needed-system", Wall::None, 0, 0},
-    {"needed-own-process", Wall::None, 0, 0},
-    {"needed-socket", Wall::None, 0, 0},
+    {"write-outside", Guard::Files, 1, EACCES},
+    {"change-outside", Guard::Files, 1, EACCES},
+    {"truncate-outside", Guard::Files, 3, EACCES},
+    {"folder-outside", Guard::Files, 1, EACCES},
+    {"remove-outside", Guard::Files, 1, EACCES},
+    {"move-outside", Guard::Files, 1, EACCES},
+    {"symlink-outside", Guard::Files, 1, EACCES},
+    {"rights-outside", Guard::Filter, 0, EPERM},
+    {"read-private", Guard::Files, 1, EACCES},
+    {"list-home", Guard::Files, 1, EACCES},
+    {"link-private", Guard::Files, 1, EXDEV},
+    {"read-shadow", Guard::Files, 1, EACCES, true},
+    {"read-other-process", Guard::Files, 1, EACCES},
+    {"exec", Guard::Both, 1, EACCES},
+    {"spawn", Guard::Both, 1, EACCES},
+    {"system", Guard::Both, 1, EPERM},
+    {"exec-memory", Guard::Both, 1, EACCES},
+    {"bind", Guard::Files, 4, EACCES},
+    {"listen", Guard::Filter, 0, EPERM},
+    {"connect", Guard::None, 0, 0}, // refused behind a proxy only
+    {"local-socket", Guard::Filter, 0, EPERM},
+    {"signal", Guard::Files, 6, EPERM},
+    {"terminal", Guard::Filter, 0, EPERM},
+    {"needed-folder", Guard::None, 0, 0},
+    {"needed-write", Guard::None, 0, 0},
+    {"needed-move", Guard::None, 0, 0},
+    {"needed-read", Guard::None, 0, 0},
+    {"needed-list", Guard::None, 0, 0},
+    {"needed-remove", Guard::None, 0, 0},
+    {"needed-null", Guard::None, 0, 0},
+    {"needed-random", Guard::None, 0, 0},
+    {"needed-system", Guard::None, 0, 0},
+    {"needed-own-process", Guard::None, 0, 0},
+    {"needed-socket", Guard::None, 0, 0},
 };
 
-/// What runAttempts() reports inside walls of which these are there.
+/// What runAttempts() reports inside a sandbox of these parts.
 /// @param version of Landlock; 0 for none
 inline Errors expectedErrors(int version, bool hasFilter)
 {
     Errors errors;
     for (const AttemptRow &row : attemptRows) {
-        const bool isFiltered = hasFilter && (row.wall == Wall::Filter || row.wall == Wall::Both);
-        const bool isWalled =
-            version >= row.version && (row.wall == Wall::Files || row.wall == Wall::Both);
+        const bool isFiltered =
+            hasFilter && (row.guard == Guard::Filter || row.guard == Guard::Both);
+        const bool isConfined =
+            version >= row.version && (row.guard == Guard::Files || row.guard == Guard::Both);
         const int freeError = row.needsRoot && ::geteuid() != 0 ? EACCES : 0;
-        errors.insert(row.name, isFiltered ? EPERM : isWalled ? row.error : freeError);
+        errors.insert(row.name, isFiltered ? EPERM : isConfined ? row.error : freeError);
     }
     return errors;
 }
@@ -95,9 +96,9 @@ inline Errors errorsOf(const QByteArray &report)
 {
     Errors errors;
     for (const QByteArray &line : report.split('\n')) {
-        const int blank = line.lastIndexOf(' ');
-        if (blank > 0)
-            errors.insert(line.left(blank), line.mid(blank + 1).toInt());
+        const int space = line.lastIndexOf(' ');
+        if (space > 0)
+            errors.insert(line.left(space), line.mid(space + 1).toInt());
     }
     return errors;
 }

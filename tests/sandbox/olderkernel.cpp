@@ -1,5 +1,5 @@
 // Preloaded into a program to take things away from its kernel. KERNEL_LACKS lists them, with
-// blanks: "landlock", "landlock-above-<version>", "seccomp", "no-new-privileges".
+// spaces: "landlock", "landlock-above-<version>", "seccomp", "no-new-privileges".
 
 #include <cerrno>
 #include <cstdarg>

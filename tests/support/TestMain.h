@@ -10,7 +10,7 @@
 /// Replaces what QCoreApplication::arguments() returns, the program path excepted.
 void setArguments(const QStringList &arguments);
 
-/// setArguments() with the words of a command line; blanks separate them and there are no quotes.
+/// setArguments() with the words of a command line; spaces separate them and there are no quotes.
 void setCommandLine(const QString &words);
 
 /// Makes a test object inside a widget application whose argument list setArguments() can change,

@@ -1,18 +1,19 @@
-#ifndef WALLEDPLACES_H
-#define WALLEDPLACES_H
+#ifndef CONFINEDPLACES_H
+#define CONFINEDPLACES_H
 
 #include "TestFiles.h"
 
 #include <QDir>
+#include <QMap>
 #include <QProcessEnvironment>
 
 /// The folders of a run as they lie on a user's machine, each apart from the others, below one
 /// folder: "home" with "private.txt", "out" for output, "outside" for what is nobody's business,
 /// and "temporary".
-class WalledPlaces final
+class ConfinedPlaces final
 {
 public:
-    explicit WalledPlaces(const QString &folder)
+    explicit ConfinedPlaces(const QString &folder)
         : m_folder(folder)
     {
         for (const char *const sub : {"home", "out", "outside", "temporary"})

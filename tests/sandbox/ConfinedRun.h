@@ -1,14 +1,14 @@
-#ifndef WALLEDRUN_H
-#define WALLEDRUN_H
+#ifndef CONFINEDRUN_H
+#define CONFINEDRUN_H
 
+#include "ConfinedPlaces.h"
 #include "PageRun.h"
-#include "WalledPlaces.h"
 
 /// A run of the program whose folders are apart from each other.
-class WalledRun final
+class ConfinedRun final
 {
 public:
-    WalledRun()
+    ConfinedRun()
         : m_places(m_run.folder())
     {
         set(m_places.variables());
@@ -31,7 +31,7 @@ public:
 
 private:
     ProgramRun m_run;
-    WalledPlaces m_places;
+    ConfinedPlaces m_places;
 };
 
 #endif
