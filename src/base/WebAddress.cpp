@@ -5,7 +5,7 @@
 namespace {
 
 /// Nothing else ends the part of an address that names user and host: a password may hold quotes
-/// and blanks.
+/// and spaces.
 bool endsAuthority(QChar c)
 {
     return c == QLatin1Char('/') || c == QLatin1Char('?') || c == QLatin1Char('#');
@@ -17,8 +17,8 @@ bool isDigit(QChar c)
 }
 
 /// Reads what follows the "://" of an address, character by character, and tells whether an "@"
-/// ends a user's name and password there. With blanks before it, it may as well stand in text that
-/// follows the address: a host's name has no blanks, while a password may have some. In doubt it is
+/// ends a user's name and password there. With spaces before it, it may as well stand in text that
+/// follows the address: a host's name has no spaces, while a password may have some. In doubt it is
 /// taken for a password, since a text with a hole is better than half a password kept.
 class CredentialsReader final
 {
@@ -45,7 +45,7 @@ public:
     }
 
 private:
-    /// Up to the first blank it may be a host and its port.
+    /// Up to the first space it may be a host and its port.
     void takeBeforeBlank(QChar c)
     {
         if (c.isSpace()) {
@@ -63,8 +63,8 @@ private:
 
     bool m_hasBlank = false;
     bool m_isAfterBlank = false;
-    bool m_hasLaterColon = false; ///< behind the first blank, or right before it
-    int m_length = 0; ///< of what stands before the first blank, as what follows
+    bool m_hasLaterColon = false; ///< behind the first space, or right before it
+    int m_length = 0; ///< of what stands before the first space, as what follows
     bool m_isColonSeen = false;
     bool m_isColonLast = false;
     bool m_hasColon = false;
