@@ -3,6 +3,7 @@
 // "*" is a long text, made of the rest again and again: a scan that is not linear would not end in
 // time.
 #include "FuzzSupport.h"
+#include "HostEvents.h"
 #include "HostLine.h"
 #include "PageRules.h"
 #include "WebAddress.h"
@@ -31,7 +32,7 @@ void checkLists(const QString &text)
     for (const QString &address : addresses) {
         FUZZ_CHECK(address.startsWith(QLatin1String("http")));
         FUZZ_CHECK(!address.contains(QLatin1Char('"')) && !address.contains(QLatin1Char('\'')));
-        HostLine().text(QStringLiteral("videoUrl:")).quoted(address).send();
+        HostEvents::send(event::CandidateFound{address});
     }
     Utils::DecodeUrl(list);
     Utils::resolved(list, QStringLiteral("http://h.test/dir/page?q"));

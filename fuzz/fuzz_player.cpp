@@ -1,6 +1,6 @@
 // A page's "flashvars" text and the player description in it.
 #include "FuzzSupport.h"
-#include "HostLine.h"
+#include "HostEvents.h"
 #include "PlayerDescription.h"
 #include "utils.h"
 
@@ -51,7 +51,7 @@ void checkStream(const PlayerDescription::Stream &stream)
                                        QStringLiteral("hq"), QStringLiteral("sd"),
                                        QStringLiteral("ld")};
     FUZZ_CHECK(!stream.address.isEmpty() && qualities.contains(stream.quality));
-    HostLine().text(QStringLiteral("videoUrl:")).quoted(stream.address).send();
+    HostEvents::send(event::CandidateFound{stream.address});
 
     const QByteArray description = descriptionOf(stream);
     const QString flashVars = QLatin1String("a=1&sequence=")

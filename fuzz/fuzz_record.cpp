@@ -2,8 +2,10 @@
 // the two apart.
 #include "CsvLog.h"
 #include "FuzzSupport.h"
+#include "HostEvents.h"
 #include "HostLine.h"
 #include "ParseData.h"
+#include "TextRenderer.h"
 #include "VideoPreference.h"
 
 #include <QFileInfo>
@@ -58,9 +60,10 @@ void checkJson(const ParseData &data)
         FUZZ_CHECK(isSame(again.playList.at(i), data.playList.at(i)));
 
     // On its way to the host it stays one line and the same document.
-    const QString line = HostLine().text(fuzz::text(json)).toString();
-    FUZZ_CHECK(QJsonDocument::fromJson(line.toUtf8()) == document);
-    HostLine::sendQuoted(fuzz::text(json));
+    const QByteArray line = TextRenderer::lineOf(event::RecordMade{json}).toUtf8();
+    FUZZ_CHECK(line.startsWith('"') && line.endsWith("\" "));
+    FUZZ_CHECK(QJsonDocument::fromJson(line.mid(1, line.size() - 3)) == document);
+    HostEvents::send(event::RecordMade{json});
 }
 
 /// A name made of the title is one that a file can have.
