@@ -18,6 +18,9 @@ import unittest
 INCLUDE = re.compile(r'^\s*#\s*include\s*["<]([^">]+)[">]', re.MULTILINE)
 # The tool that builds lines is for the renderer; others may ask it about characters.
 LINE_MAKING = re.compile(r"\bHostLine(?!::(?:onOneLine|breaksLine)\b|\.h\b)")
+# These get their options handed, so that two runs in one process can differ in theirs.
+NOT_ASKING = ("net", "transfer", "streams", "adobedownloader")
+ASKING = re.compile(r"\bCVideoPreference::instance\b")
 
 
 class House:
@@ -52,6 +55,11 @@ class House:
                 for header in INCLUDE.findall(file.read_text())
                 if header in home and home[header] not in self.below(layer)]
 
+    def asking(self, layers):
+        """Files of the layers that look options up."""
+        return [file for layer in layers for file in self.files[layer]
+                if ASKING.search(file.read_text())]
+
     def visible_headers(self):
         """Headers that the compiler would find for a layer that does not stand on theirs."""
         home = self.layer_of_header()
@@ -85,6 +93,9 @@ class TheHouse(unittest.TestCase):
         headers = [file.name for files in self.house.files.values() for file in files
                    if file.suffix == ".h"]
         self.assertEqual(len(headers), len(set(headers)))
+
+    def test_lower_layers_ask_for_no_options(self):
+        self.assertEqual(self.house.asking(NOT_ASKING), [])
 
     def test_only_the_renderer_makes_lines(self):
         makers = [file for file in self.sources("src/**/*", "AdobeDownloader/src/**/*")
@@ -125,6 +136,11 @@ class TheTestItself(unittest.TestCase):
         self.layer("upper", on="lower")
         self.assertEqual(House(self.path).forbidden_includes(), [])
         self.assertEqual(len(House(self.path).visible_headers()), 1)
+
+    def test_asking(self):
+        self.layer("lower", text="CVideoPreference::instance()->GetLog();\n")
+        self.layer("upper", text="CVideoPreference::AnyFormat;\n")
+        self.assertEqual(len(House(self.path).asking(["lower", "upper"])), 1)
 
     def test_circle(self):
         self.layer("lower", on="upper")
