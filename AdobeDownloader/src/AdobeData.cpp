@@ -88,10 +88,10 @@ QString CAdobeData::GetBaseFileName(int segment) const
     return stem + QLatin1String("Seg") + QString::number(segment) + QLatin1String("-Frag");
 }
 
-QString CAdobeData::GetFragCacheFile(int fragment) const
+QString CAdobeData::GetFragCacheFile(int segment, int fragment) const
 {
-    return option("outDir") + QLatin1String("/f4ftmp/")
-        + GetBaseFileName(GetSegmentFromFragment(fragment).toInt()) + QString::number(fragment);
+    return option("outDir") + QLatin1String("/f4ftmp/") + GetBaseFileName(segment)
+        + QString::number(fragment);
 }
 
 QVariant CAdobeData::GetSegmentFromFragment(int fragment) const

@@ -28,7 +28,7 @@ public:
     [[nodiscard]] QString GetBaseFileName(int segment) const;
 
     /// The path of a fragment's cache file.
-    [[nodiscard]] QString GetFragCacheFile(int fragment) const;
+    [[nodiscard]] QString GetFragCacheFile(int segment, int fragment) const;
 
     /// The number of the segment that holds a fragment; invalid when there is no segment table.
     [[nodiscard]] QVariant GetSegmentFromFragment(int fragment) const;

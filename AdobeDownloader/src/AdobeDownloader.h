@@ -2,24 +2,20 @@
 #define ADOBEDOWNLOADER_H
 
 #include "AdobeParser.h"
+#include "HdsSource.h"
+#include "SegmentFetcher.h"
 #include "StopFlag.h"
 
-#include <QList>
 #include <QObject>
-#include <QTimer>
 
 #include <memory>
-
-class CAdobeDownloadThread;
-class ConnectionPool;
 
 /// Downloads one HDS stream, as its session's options describe it, into one FLV file.
 ///
 /// Life: Download() reads the manifest in nested event loops, then workers fetch the fragments
-/// while the caller's event loop runs. The object lives on the main thread and owns its workers;
-/// they report to it by queued signals only. A run ends exactly once, with finished(), and an
-/// object does one run. It may be destroyed at any time but from a slot of AdobeActive(): that
-/// stops the workers and waits for them.
+/// while the caller's event loop runs. The object lives on the main thread. A run ends exactly
+/// once, with finished(), and an object does one run. It may be destroyed at any time but from a
+/// slot of AdobeActive(): that stops the workers and waits for them.
 class CAdobeDownloader final : public QObject
 {
     Q_OBJECT
@@ -72,45 +68,12 @@ public slots:
     void OnCancelThread(int fragNum);
 
 private:
-    enum class State {
-        Idle,
-        Preparing, // Download() waits for the manifest
-        Fetching,
-        Stopping, // the result is known, workers are still running
-        Ended
-    };
-
-    [[nodiscard]] QVariant option(const char *key) const;
-    [[nodiscard]] int workerPlaces() const;
-    void warnOfLosses() const;
-    bool beginFetching();
-    bool startWorker(int fragNum, bool isAfresh);
-    bool fetchLost();
-    void collectFinished();
-    void collect(const CAdobeDownloadThread &worker);
-    bool writeCollected();
-    void complete();
-    void deleteCache();
-    void RemoveAllThread();
-    void removeWorker(int index);
-    void stopWith(int result);
-    void endSoonIfStopped();
-    void endIfStopped();
-    [[nodiscard]] bool isFetching() const { return m_state == State::Fetching; }
-
     const std::shared_ptr<HdsSession> m_session;
     StopFlag m_stop; // for the parser's requests
     std::shared_ptr<CAdobeParser> m_parser;
-    std::shared_ptr<ConnectionPool> m_pool; // shared with the workers
-    QList<CAdobeDownloadThread *> m_workers; // children of this object
-    QTimer m_heartbeat;
-    State m_state = State::Idle;
-    int m_result = 0; // in the states Stopping and Ended
-    int m_nextFragment = 0; // the last fragment handed out
-    qint64 m_maxHeldBytes;
-    bool m_isCancelled = false;
-    bool m_isCollecting = false;
-    bool m_hasNews = false; // a worker ended since the last look
+    HdsSource m_source;
+    SegmentFetcher m_fetcher;
+    bool m_isStarted = false;
 };
 
 #endif

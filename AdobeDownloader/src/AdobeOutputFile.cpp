@@ -4,14 +4,15 @@
 #include "HdsSession.h"
 #include "HostEvents.h"
 
+#include <QFileInfo>
+
 #include <algorithm>
 
 namespace {
 
 constexpr quint64 compactHeaderBytes = 8;
 constexpr quint64 largeHeaderBytes = 16;
-constexpr std::size_t maxSpares = 8;
-constexpr int maxSpareBytes = 8 * 1024 * 1024;
+constexpr int maxKeptBytes = 8 * 1024 * 1024;
 constexpr unsigned int flagsOffset = 4;
 
 const QByteArray &mdatType()
@@ -61,178 +62,60 @@ QVariant CAdobeOutputFile::option(const char *key) const
     return m_options.GetOption(QLatin1String(key));
 }
 
-void CAdobeOutputFile::Begin(int firstFragment)
+void CAdobeOutputFile::reset()
 {
-    End();
-    m_nextFragment = firstFragment;
     m_lastWritten = 0;
-    m_lostFragment = 0;
     m_losses = Losses();
     m_hasMedia = false;
-    m_hasFailed = false;
     m_hasWarned = false;
+    m_tags.clear();
     m_timeline = std::make_unique<FlvTimeline>(option("fixWindow").toInt());
 }
 
-void CAdobeOutputFile::End()
-{
-    m_fragments.clear();
-    m_heldBytes = 0;
-    m_spares.clear();
-    m_tags.clear();
-    m_file.close();
-    m_goOn = nullptr;
-}
-
-void CAdobeOutputFile::SetFragContent(int fragNum, const QByteArray &data)
-{
-    if (fragNum < m_nextFragment)
-        return; // written already
-    if (fragNum == m_lostFragment)
-        m_lostFragment = 0;
-    takeResponse(fragNum); // of an entry that this one replaces
-    m_heldBytes += data.size();
-    m_fragments.insert(fragNum,
-                       QVariantMap{
-                           {QStringLiteral("response"), data},
-                           {QStringLiteral("flvData"), QByteArray()},
-                           {QStringLiteral("bDecoded"), false},
-                           {QStringLiteral("bflvData"), true},
-                           {QStringLiteral("tagHeaderLen"), FlvTag::headerBytes},
-                           {QStringLiteral("prevTagSize"), FlvTag::backPointerBytes},
-                       });
-}
-
-void CAdobeOutputFile::SetFragFile(int fragNum, const QString &path, qint64 bytes)
-{
-    SetFragContent(fragNum, QByteArray());
-    const auto entry = m_fragments.find(fragNum);
-    if (entry == m_fragments.end())
-        return;
-    QVariantMap fields = entry->toMap();
-    fields.insert(QStringLiteral("file"), path);
-    fields.insert(QStringLiteral("fileBytes"), bytes);
-    *entry = fields;
-}
-
-/// Has the fragment's bytes in memory. Returns false when they have been left to a file that does
-/// not hold them any more; the fragment is then lost.
-bool CAdobeOutputFile::readBack(int fragNum)
-{
-    const QVariantMap fields = m_fragments.value(fragNum).toMap();
-    const QString path = fields.value(QStringLiteral("file")).toString();
-    if (path.isEmpty())
-        return true;
-    const QByteArray content =
-        CAdobeUtils::ReadWholeFile(path, fields.value(QStringLiteral("fileBytes")).toLongLong());
-    if (!content.isEmpty()) {
-        SetFragContent(fragNum, content);
-        return true;
-    }
-    qWarning("fragment %d is not to be read again from %s", fragNum, qUtf8Printable(path));
-    m_fragments.remove(fragNum);
-    m_lostFragment = fragNum;
-    return false;
-}
-
-int CAdobeOutputFile::LostFragment() const
-{
-    return m_lostFragment;
-}
-
-QByteArray CAdobeOutputFile::takeResponse(int fragNum)
-{
-    const auto entry = m_fragments.find(fragNum);
-    if (entry == m_fragments.end())
-        return {};
-    QVariantMap fields = entry->toMap();
-    const QByteArray response = fields.take(QStringLiteral("response")).toByteArray();
-    *entry = fields;
-    m_heldBytes -= response.size();
-    return response;
-}
-
-int CAdobeOutputFile::WriteFlvFile()
-{
-    if (m_hasFailed)
-        return -1;
-    const int lastFragment = m_data.GetFragCount();
-    int written = 0;
-    while (m_nextFragment <= lastFragment && m_fragments.contains(m_nextFragment)) {
-        if (!readBack(m_nextFragment))
-            break;
-        if ((!m_file.isOpen() && !openFile()) || !writeFragment(m_nextFragment)) {
-            qWarning("%s cannot be written: %s", qUtf8Printable(m_file.path()),
-                     qUtf8Printable(m_file.errorString()));
-            m_hasFailed = true;
-            return -1;
-        }
-        m_lastWritten = m_nextFragment++;
-        ++written;
-        if (m_goOn && !m_goOn())
-            break;
-    }
-    return written;
-}
-
 /// A name that the options lack goes back into them, by interface.
-bool CAdobeOutputFile::openFile()
+bool CAdobeOutputFile::writeHead()
 {
     if (option("outFile").toString().isEmpty())
         m_options.SetOption(QStringLiteral("outFile"), fileName());
-    if (!m_file.open(FilePath(), OutputFile::Mode::Replace) || !write(GetFlvHeader(true, true)))
+    if (!writeBytes(GetFlvHeader(true, true)))
         return false;
     return !option("metadata").toBool() || WriteMetadata();
 }
 
-bool CAdobeOutputFile::writeFragment(int fragNum)
+bool CAdobeOutputFile::writeSegment(qint64 number, QByteArray &content)
 {
-    const QVariantMap fields = m_fragments.value(fragNum).toMap();
-    if (fields.value(QStringLiteral("bflvData")).toBool()) {
-        QByteArray response = takeResponse(fragNum);
-        DecodeFragment(fragNum, response);
-        keepSpare(response);
-    }
-    m_tags = m_fragments.take(fragNum).toMap().value(QStringLiteral("flvData")).toByteArray();
-    const bool isWritten = write(m_tags);
-    if (m_tags.capacity() > maxSpareBytes)
+    const auto fragNum = static_cast<int>(number);
+    DecodeFragment(fragNum, content);
+    if (!writeBytes(m_tags))
+        return false;
+    if (m_tags.capacity() > maxKeptBytes)
         m_tags.clear();
-    return isWritten;
+    m_lastWritten = fragNum;
+    return true;
 }
 
-void CAdobeOutputFile::keepSpare(QByteArray &memory)
+bool CAdobeOutputFile::conclude()
 {
-    if (m_spares.size() < maxSpares && memory.capacity() <= maxSpareBytes)
-        m_spares.push_back(std::move(memory));
+    if (!SegmentSink::conclude())
+        return false;
+    warnOfLosses();
+    if (!m_hasMedia) {
+        qWarning("%s holds no sound and no picture", qUtf8Printable(FilePath()));
+        return false;
+    }
+    const qint64 size = QFileInfo(FilePath()).size();
+    HostEvents::send(event::Progress{size, size});
+    return true;
 }
 
-QByteArray CAdobeOutputFile::TakeSpare()
+void CAdobeOutputFile::warnOfLosses() const
 {
-    if (m_spares.empty())
-        return {};
-    QByteArray spare = std::move(m_spares.back());
-    m_spares.pop_back();
-    return spare;
-}
-
-bool CAdobeOutputFile::write(const QByteArray &data)
-{
-    return m_file.write(data.constData(), data.size());
-}
-
-bool CAdobeOutputFile::HasMedia() const
-{
-    return m_hasMedia;
-}
-
-CAdobeOutputFile::Losses CAdobeOutputFile::GetLosses() const
-{
-    return m_losses;
-}
-
-bool CAdobeOutputFile::IsInPlace() const
-{
-    return OutputFile::isInPlace(FilePath(), m_file.size());
+    if (m_losses.isNone())
+        return;
+    qWarning("%s is not complete: of %d fragments %d never came, %d hold no sound or picture that "
+             "can be used and %d are cut short; %lld tags are left out",
+             qUtf8Printable(FilePath()), m_losses.given, m_losses.missing, m_losses.unusable,
+             m_losses.cut, static_cast<long long>(m_losses.skippedTags));
 }
 
 void CAdobeOutputFile::OutProgress() const
@@ -240,14 +123,9 @@ void CAdobeOutputFile::OutProgress() const
     HostEvents::send(event::Progress{m_lastWritten, m_data.GetFragCount(), event::Unit::Fragments});
 }
 
-int CAdobeOutputFile::GetWriteFragNum() const
+QString CAdobeOutputFile::nameOf(qint64 number) const
 {
-    return m_lastWritten;
-}
-
-qint64 CAdobeOutputFile::HeldBytes() const
-{
-    return m_heldBytes;
+    return QStringLiteral("fragment %1").arg(number);
 }
 
 QString CAdobeOutputFile::FilePath() const
@@ -259,11 +137,6 @@ QString CAdobeOutputFile::fileName() const
 {
     const QString name = option("outFile").toString();
     return name.isEmpty() ? m_data.GetBaseFileName(0) + QLatin1String(".flv") : name;
-}
-
-void CAdobeOutputFile::SetGoOn(const std::function<bool()> &goOn)
-{
-    m_goOn = goOn;
 }
 
 QByteArray CAdobeOutputFile::GetFlvHeader(bool audio, bool video)
@@ -302,17 +175,12 @@ bool CAdobeOutputFile::IsWhole(const QByteArray &data)
 
 void CAdobeOutputFile::DecodeFragment(int fragNum, QByteArray &data)
 {
-    QByteArray flv = std::move(m_tags);
-    flv.resize(0);
+    m_tags.resize(0);
     const QVector<FlvTag> tags = takeTags(fragNum, data);
-    if (!tags.isEmpty()) {
-        flv.reserve(data.size());
-        m_timeline->append(flv, data, tags);
-    }
-    QVariantMap fields = m_fragments.value(fragNum).toMap();
-    fields.insert(QStringLiteral("flvData"), flv);
-    fields.insert(QStringLiteral("bDecoded"), true);
-    m_fragments.insert(fragNum, fields);
+    if (tags.isEmpty())
+        return;
+    m_tags.reserve(data.size());
+    m_timeline->append(m_tags, data, tags);
 }
 
 /// The fragment's tags, and notes what is missing of it.
@@ -355,5 +223,5 @@ bool CAdobeOutputFile::WriteMetadata()
         return true;
     QByteArray tag;
     m_timeline->appendTag(tag, FlvTag::Script, metadata);
-    return write(tag);
+    return writeBytes(tag);
 }

@@ -6,7 +6,6 @@
 #include <QCryptographicHash>
 #include <QEventLoop>
 #include <QFile>
-#include <QFileInfo>
 #include <QRegExp>
 #include <QUrl>
 #include <QtEndian>
@@ -166,15 +165,6 @@ QByteArray CAdobeUtils::ReadFileContent(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QByteArray CAdobeUtils::ReadWholeFile(const QString &path, qint64 bytes)
-{
-    const QFileInfo info(path);
-    if (!info.isFile() || info.size() != bytes)
-        return {};
-    const QByteArray content = ReadFileContent(path);
-    return content.size() == bytes ? content : QByteArray(); // a disk may fail midway
 }
 
 bool CAdobeUtils::WriteFileContent(const QString &path, const QByteArray &data, bool append)

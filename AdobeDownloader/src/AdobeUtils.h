@@ -66,10 +66,6 @@ public:
     /// The whole file; empty when it cannot be opened.
     [[nodiscard]] static QByteArray ReadFileContent(const QString &path);
 
-    /// The content of a regular file, if it is of that size and can be read whole; else empty.
-    /// Never waits, as opening a pipe may.
-    [[nodiscard]] static QByteArray ReadWholeFile(const QString &path, qint64 bytes);
-
     /// Writes the file afresh, or at its end when `append` is set. Returns whether it could be
     /// opened; what happens after that is not reported.
     static bool WriteFileContent(const QString &path, const QByteArray &data, bool append);

@@ -1,0 +1,28 @@
+#ifndef SEGMENT_H
+#define SEGMENT_H
+
+#include <QByteArray>
+#include <QString>
+
+#include <functional>
+
+/// One segment of a stream: where it comes from, where it is kept, and what it must be. A value, so
+/// that a worker needs nothing of the source, which may change meanwhile.
+struct Segment
+{
+    qint64 number = 0; ///< a stream's segments are numbered without gaps, from anywhere
+    QString address; ///< empty for one that is not to be had any more
+    qint64 firstByte = 0; ///< of what is at the address
+    qint64 byteCount = 0; ///< from there on; 0 for all
+    QString cacheFile; ///< its path; empty for a segment that is not to be kept
+
+    /// Whether a body whose length the server did not tell is whole. Called on a worker's thread;
+    /// without it that cannot be told.
+    std::function<bool(const QByteArray &body)> isWhole;
+
+    /// Turns a whole body into what the cache keeps and the sink takes, such as by decrypting it;
+    /// false when that cannot be done. Called on a worker's thread; without it they are the same.
+    std::function<bool(QByteArray &body)> decode;
+};
+
+#endif
