@@ -10,7 +10,7 @@
 /// The description of the stream being downloaded: what the parsers found, and the addresses and
 /// file names that follow from it and from the options.
 ///
-/// It has no lock: it is written on the main thread while no worker runs, and workers only read it.
+/// Main thread only, as workers are told what they need to know of it.
 class CAdobeData final
 {
 public:

@@ -33,12 +33,17 @@ HdsTransfer::HdsTransfer(const Wish &wish, QObject *parent)
 
 void HdsTransfer::start()
 {
-    setOptions();
+    if (m_isStarted)
+        return;
+    m_isStarted = true;
+    if (!m_isCancelled)
+        setOptions();
     m_downloader.Download();
 }
 
 void HdsTransfer::cancel()
 {
+    m_isCancelled = true;
     m_downloader.Cancel();
 }
 

@@ -40,6 +40,8 @@ private:
     const Wish m_wish;
     const std::shared_ptr<HdsSession> m_session;
     CAdobeDownloader m_downloader;
+    bool m_isStarted = false;
+    bool m_isCancelled = false;
 };
 
 #endif

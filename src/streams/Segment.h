@@ -20,8 +20,9 @@ struct Segment
     /// without it that cannot be told.
     std::function<bool(const QByteArray &body)> isWhole;
 
-    /// Turns a whole body into what the cache keeps and the sink takes, such as by decrypting it;
-    /// false when that cannot be done. Called on a worker's thread; without it they are the same.
+    /// Turns the body that has come into what the cache keeps and the sink takes, such as by
+    /// decrypting it; false when that cannot be done: the segment is then given up. Called on a
+    /// worker's thread; without it they are the same.
     std::function<bool(QByteArray &body)> decode;
 };
 

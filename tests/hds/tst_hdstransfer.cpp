@@ -96,8 +96,10 @@ private slots:
         QCOMPARE(error, QString());
         QCOMPARE(progress.constLast(), (QVariantList{qint64(10), qint64(10)}));
         QCOMPARE(catcher.linesWith(QStringLiteral("downloaded:10/10")).size(), 1);
+        const int linesToTheEnd = catcher.lines().size();
         transfer.cancel(); // after the end
         transfer.start();
+        QCOMPARE(catcher.lines().size(), linesToTheEnd);
         QTest::qWait(0);
         QCOMPARE(ends.size(), 1);
         QCOMPARE(m_server->requestsFor("/dir/m.f4m").size(), 1);
@@ -145,17 +147,19 @@ private slots:
         wanted.proxy.type = 3;
         wanted.proxy.port = 4;
         wanted.outFile = outFile;
+        m_server->on("/dir/m.f4m", replyOf(QByteArray()));
         HdsTransfer transfer(wanted);
-        transfer.cancel(); // nothing is asked of anybody
         QSignalSpy ends(&transfer, &Transfer::ended);
         const MessageCatcher catcher;
         transfer.start();
-        QCOMPARE(endOf(ends), Transfer::Outcome::Canceled);
+        QCOMPARE(endOf(ends), Transfer::Outcome::Failed);
         options.last() = options.constLast().arg(m_folder->path());
         const QStringList before{m_folder->path(),
                                  QStringLiteral("setOption: manifest=") + wanted.manifest};
-        QCOMPARE(catcher.lines(), quotedAll(before + options));
-        QVERIFY(m_server->requests().isEmpty());
+        const QStringList told = quotedAll(before + options);
+        QCOMPARE(catcher.lines().mid(0, told.size()), told);
+        QCOMPARE(catcher.lines().value(told.size()),
+                 QStringLiteral("Processing manifest info.... "));
     }
 
     void itsQueryGoesWithEveryFragment_data()
@@ -186,6 +190,20 @@ private slots:
         transfer.start();
         QCOMPARE(ends.size(), 1); // from inside the call
         QCOMPARE(endOf(ends), Transfer::Outcome::Failed);
+    }
+
+    void cancelledBeforeItsStart()
+    {
+        HdsTransfer transfer(wish());
+        QSignalSpy ends(&transfer, &Transfer::ended);
+        const MessageCatcher catcher;
+        transfer.cancel();
+        QVERIFY(ends.isEmpty());
+        transfer.start();
+        QCOMPARE(ends.size(), 1); // from inside the call
+        QCOMPARE(endOf(ends), Transfer::Outcome::Canceled);
+        QCOMPARE(catcher.lines(), QStringList());
+        QVERIFY(m_server->requests().isEmpty());
     }
 
     void cancelledFromItsProgress()
