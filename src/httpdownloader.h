@@ -1,20 +1,15 @@
 #ifndef HTTPDOWNLOADER_H
 #define HTTPDOWNLOADER_H
 
-#include <QNetworkAccessManager>
 #include <QObject>
 #include <QUrl>
 
 #include "CookieJar.h"
+#include "HttpClient.h"
 #include "OutputFile.h"
 #include "RunOptions.h"
-#include "XGzip.h"
 
-#include <memory>
 #include <optional>
-
-class QNetworkReply;
-class QNetworkRequest;
 
 /// Fetches one address over HTTP: a byte range into a file, or the whole body into memory.
 ///
@@ -84,46 +79,36 @@ private slots:
     void updateDataReadProgress(qint64 bytesReceived, qint64 bytesTotal);
 
 private:
+    HttpDownloader(const std::optional<RunOptions> &options, QObject *parent);
     [[nodiscard]] RunOptions options() const;
     [[nodiscard]] bool isFileMode() const;
     [[nodiscard]] bool openFile();
-    void setRange(QNetworkRequest &request) const;
-    void send(const QUrl &url);
-    [[nodiscard]] bool followRedirect();
-    void releaseReply();
+    void ask();
     void checkAnswer();
-    void endReplySoon();
     [[nodiscard]] bool hasUsableAnswer() const;
     [[nodiscard]] bool answersWantedRange() const;
     [[nodiscard]] bool reachesRangeEnd() const;
-    [[nodiscard]] qint64 declaredLength() const;
     void saveReadable();
-    [[nodiscard]] bool store(const char *data, qint64 bytes);
-    [[nodiscard]] bool takeBytes(const char *data, qint64 bytes);
     void collectReadable();
     void finishFile();
 
     const std::optional<RunOptions> m_options; ///< none for those of the command line
     QString m_filePath;
     QString m_url;
-    QNetworkReply *m_reply = nullptr;
     OutputFile m_file;
-    QNetworkAccessManager m_manager;
     qint64 m_rangeStart = 0;
     qint64 m_rangeEnd = -1;
     int m_rangeNo = -1;
     bool m_append = false;
     QByteArray m_content;
     qint64 m_expectedLength = 0;
-    CookieJar m_cookieJar;
-    qint64 m_receivedBytes = 0; ///< of the running answer's body
+    RunOptions m_current; ///< of the transfer under way
+    int m_transferNo = 0; ///< tells whether a receiver has begun another transfer
     bool m_hasWriteFailed = false;
     bool m_isOverwriting = false; // the file from its beginning, instead of adding to it
-    RunOptions m_current; ///< of the transfer under way
-    int m_redirectCount = 0;
-    bool m_isCancelled = false; ///< a redirect that is under way is not followed any more
-    QByteArray m_chunk; ///< carries bytes from the reply to the file
-    std::unique_ptr<XGzip> m_unpacker; ///< of the running answer, if it takes one
+    bool m_isCancelled = false; ///< the end's own progress is not told
+    CookieJar m_cookieJar;
+    HttpClient m_client;
 };
 
 #endif

@@ -1,18 +1,12 @@
 #include "AdobeBrowser.h"
 
-#include "AdobeCookieJar.h"
 #include "AdobePreference.h"
 #include "AdobeUtils.h"
-#include "ConnectionPool.h"
 #include "HostEvents.h"
-#include "InterimAnswer.h"
 #include "NetworkProxy.h"
 #include "StallWatch.h"
-#include "TlsTrust.h"
 #include "WebAddress.h"
-#include "XGzip.h"
 
-#include <QNetworkRequest>
 #include <QRegExp>
 #include <QSaveFile>
 #include <QTextCodec>
@@ -24,7 +18,6 @@ namespace {
 constexpr int watchIntervalMs = 100; // how late a stop may take effect
 constexpr qint64 defaultStallTimeoutMs = 60 * 1000; // a server silent for so long has given up
 constexpr qint64 defaultMaxContentBytes = 256 * 1024 * 1024;
-constexpr qint64 maxReservedBytes = 8 * 1024 * 1024; // on the word of a server alone
 constexpr int statusOk = 200;
 
 /// The caller's limit for silence, in place of the usual one.
@@ -41,16 +34,16 @@ QNetworkProxy proxyOf(CAdobePreference &options)
                                      options.GetOption(QStringLiteral("proxyPort")).toInt());
 }
 
-QNetworkRequest requestOf(CAdobePreference &options, const QUrl &url)
+HttpClient::Headers headersOf(CAdobePreference &options)
 {
-    QNetworkRequest request(url);
+    HttpClient::Headers headers;
     const QString userAgent = options.GetOption(QStringLiteral("userAgent")).toString();
     if (!userAgent.isEmpty())
-        request.setRawHeader("User-Agent", userAgent.toUtf8());
-    const QVariantMap headers = options.GetOption(QStringLiteral("browserHeader")).toMap();
-    for (auto header = headers.cbegin(); header != headers.cend(); ++header)
-        request.setRawHeader(header.key().toUtf8(), header.value().toString().toUtf8());
-    return request;
+        headers += qMakePair(QByteArrayLiteral("User-Agent"), userAgent.toUtf8());
+    const QVariantMap others = options.GetOption(QStringLiteral("browserHeader")).toMap();
+    for (auto header = others.cbegin(); header != others.cend(); ++header)
+        headers += qMakePair(header.key().toUtf8(), header.value().toString().toUtf8());
+    return headers;
 }
 
 } // namespace
@@ -60,23 +53,18 @@ CAdobeBrowser::CAdobeBrowser(const StopFlag &stop, const std::shared_ptr<Connect
     : QObject(parent)
     , m_options(options ? *options : *CAdobePreference::GetInstance())
     , m_stop(stop)
-    , m_pool(pool)
-    , m_manager(pool ? pool->take() : std::make_unique<QNetworkAccessManager>())
+    , m_client(NetSettings(), pool)
     , m_maxContentBytes(defaultMaxContentBytes)
     , m_stallTimeoutMs(stallTimeoutOf(m_options))
 {
-    m_manager->setCookieJar(new CAdobeCookieJar(m_manager.get()));
     m_watch.setInterval(watchIntervalMs);
     connect(&m_watch, &QTimer::timeout, this, &CAdobeBrowser::watchWait);
+    connect(&m_client, &HttpClient::readable, this, &CAdobeBrowser::httpReadyRead);
+    connect(&m_client, &HttpClient::redirected, this, &CAdobeBrowser::onRedirected);
+    connect(&m_client, &HttpClient::ended, this, &CAdobeBrowser::httpFinished);
 }
 
-CAdobeBrowser::~CAdobeBrowser()
-{
-    const bool isInOrder = success();
-    dropReply();
-    if (m_pool && isInOrder)
-        m_pool->giveBack(std::move(m_manager));
-}
+CAdobeBrowser::~CAdobeBrowser() = default;
 
 void CAdobeBrowser::get(const QString &url, bool wait)
 {
@@ -96,153 +84,105 @@ void CAdobeBrowser::post(const QString &url, const QByteArray &data, bool wait)
     begin(url, Method::Post, wait, data);
 }
 
-void CAdobeBrowser::begin(const QString &url, Method method, bool wait, const QByteArray &data)
+void CAdobeBrowser::begin(const QString &url, Method method, bool wait, const QByteArray &form)
 {
-    m_redirectCount = 0;
     m_content.resize(0);
-    dropReply();
+    m_isDamaged = false;
+    m_client.drop();
+    m_watch.stop();
     // What could not be started has no end to wait for.
-    if (startRequest(url, method, data) && wait)
+    if (startRequest(url, method, form) && wait)
         CAdobeUtils::WaitFor(this, SIGNAL(finished(int)));
 }
 
-bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteArray &data)
+bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteArray &form)
 {
     m_url = url;
     m_method = method;
-    const QUrl address(url);
-    if (m_exit || m_stop.isRaised() || !WebAddress::isWeb(address))
+    if (isStopped() || !WebAddress::isWeb(QUrl(url)))
         return false;
-
-    TlsTrust::prepareFor(address);
-    m_manager->setProxy(proxyOf(m_options));
-    QNetworkRequest request = requestOf(m_options, address);
-    dropReply();
-    m_content.resize(0);
-    m_packedBytes = -1;
-    m_isDamaged = false;
-    switch (method) {
-    case Method::Get:
-        m_reply = m_manager->get(request);
-        break;
-    case Method::Head:
-        m_reply = m_manager->head(request);
-        break;
-    case Method::Post:
-        request.setHeader(QNetworkRequest::ContentTypeHeader,
-                          QStringLiteral("application/x-www-form-urlencoded"));
-        m_reply = m_manager->post(request, data);
-        break;
-    }
-    connect(m_reply.data(), &QNetworkReply::readyRead, this, &CAdobeBrowser::httpReadyRead);
-    connect(m_reply.data(), &QNetworkReply::finished, this, &CAdobeBrowser::httpFinished);
-    TlsTrust::reportRefusal(m_reply.data());
-    const auto *const stallWatch = new StallWatch(m_reply.data(), m_stallTimeoutMs);
-    connect(stallWatch, &StallWatch::stalled, m_reply.data(), &QNetworkReply::abort);
+    HttpClient::Request request;
+    request.method = method;
+    request.url = QUrl(url);
+    request.headers = headersOf(m_options);
+    request.form = form;
+    request.redirects = {qMax(0, m_maxRedirect - 1), true, true};
+    request.cookies = &m_cookieJar;
+    m_client.setSettings({proxyOf(m_options), m_stallTimeoutMs});
+    m_client.start(request);
     m_watch.start();
     return true;
 }
 
-void CAdobeBrowser::dropReply()
+bool CAdobeBrowser::isStopped() const
 {
-    m_watch.stop();
-    if (!m_reply)
-        return;
-    m_reply->disconnect(this);
-    m_reply->abort();
-    m_reply->deleteLater();
-    m_reply.clear();
+    return m_exit || m_stop.isRaised();
 }
 
 void CAdobeBrowser::watchWait()
 {
-    if (m_exit || m_stop.isRaised())
-        m_reply->abort(); // comes back through httpFinished()
+    if (isStopped())
+        m_client.abort(); // comes back through httpFinished()
 }
 
 void CAdobeBrowser::httpReadyRead()
 {
-    if (qMax(announcedLength(), m_content.size() + m_reply->bytesAvailable()) > m_maxContentBytes) {
+    if (qMax(m_client.declaredLength(), m_content.size() + m_client.bytesAvailable())
+        > m_maxContentBytes) {
         qWarning("%s is not fetched: its body is over %lld bytes", qUtf8Printable(m_url),
                  static_cast<long long>(m_maxContentBytes));
         m_content.clear();
-        m_reply->abort();
+        m_client.abort();
         return;
     }
     takeArrived();
 }
 
-/// Reads into place: a body of megabytes would else be copied once more for each of its pieces.
 void CAdobeBrowser::takeArrived()
 {
-    const qint64 arrived = m_reply->bytesAvailable();
-    if (m_content.isEmpty())
-        m_content.reserve(
-            static_cast<int>(qMax(arrived, qMin(announcedLength(), maxReservedBytes))));
-    const int size = m_content.size();
-    m_content.resize(size + static_cast<int>(arrived));
-    const qint64 read = m_reply->read(m_content.data() + size, arrived);
-    m_content.resize(size + static_cast<int>(qMax(qint64(0), read)));
+    if (!m_isDamaged)
+        m_isDamaged = !m_client.readInto(m_content, m_maxContentBytes);
+    if (m_isDamaged)
+        m_client.skip();
 }
 
-void CAdobeBrowser::unpack()
+void CAdobeBrowser::onRedirected(const QUrl &target)
 {
-    const QByteArray packed = std::exchange(m_content, QByteArray());
-    XGzip unpacker;
-    const bool isTaken =
-        unpacker.unpack(packed.constData(), packed.size(), [this](const char *data, qint64 bytes) {
-            m_content.append(data, static_cast<int>(bytes));
-            return m_content.size() <= m_maxContentBytes;
-        });
-    m_packedBytes = packed.size();
-    m_isDamaged = !isTaken || !unpacker.isWhole();
+    const QString address = target.toString(QUrl::FullyEncoded);
+    HostEvents::send(event::PageRedirected{address});
+    m_url = address;
+    m_content.resize(0);
+    m_isDamaged = false;
+    if (m_method == Method::Post)
+        m_method = Method::Get;
+    if (isStopped())
+        m_client.abort();
 }
 
 void CAdobeBrowser::httpFinished()
 {
     m_watch.stop();
-    InterimAnswer::report(*m_reply);
-    if (m_reply->isOpen())
-        takeArrived();
-    if (XGzip::isIn(*m_reply))
-        unpack();
-    const QString target = redirectUrl();
-    if (target.isEmpty()) {
-        emit finished(0);
-        return;
-    }
-    if (++m_redirectCount >= m_maxRedirect) {
-        emit finished(1);
-        return;
-    }
-    HostEvents::send(event::PageRedirected{target});
-    // The answer to a redirected POST is fetched like any page.
-    if (!startRequest(target, m_method == Method::Post ? Method::Get : m_method))
-        emit finished(1);
+    takeArrived();
+    if (m_client.isPacked() && m_client.receivedBytes() == 0)
+        m_isDamaged = true; // nothing is no packed body
+    emit finished(redirectUrl().isEmpty() ? 0 : 1);
 }
 
 bool CAdobeBrowser::success() const
 {
-    const qint64 arrived = m_packedBytes >= 0 ? m_packedBytes : m_content.size();
-    return !m_isDamaged && m_reply && m_reply->isFinished()
-        && m_reply->error() == QNetworkReply::NoError
-        && m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == statusOk
-        && (m_method == Method::Head || !isLengthKnown() || arrived == announcedLength());
+    return !m_isDamaged && m_client.hasAnswer() && !m_client.isRunning()
+        && m_client.error() == QNetworkReply::NoError && m_client.status() == statusOk
+        && (m_method == Method::Head || m_client.isBodyWhole());
 }
 
 bool CAdobeBrowser::isLengthKnown() const
 {
-    return m_reply && m_reply->header(QNetworkRequest::ContentLengthHeader).isValid();
-}
-
-qint64 CAdobeBrowser::announcedLength() const
-{
-    return m_reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+    return m_client.declaredLength() >= 0;
 }
 
 QNetworkReply::NetworkError CAdobeBrowser::error() const
 {
-    return m_reply ? m_reply->error() : QNetworkReply::OperationCanceledError;
+    return m_client.error();
 }
 
 QByteArray CAdobeBrowser::rawContent() const
@@ -250,16 +190,11 @@ QByteArray CAdobeBrowser::rawContent() const
     return m_content;
 }
 
-QString CAdobeBrowser::contentType() const
-{
-    return m_reply ? m_reply->header(QNetworkRequest::ContentTypeHeader).toString() : QString();
-}
-
 QString CAdobeBrowser::content() const
 {
     QRegExp charset(QStringLiteral(";\\s*charset=([-_.:a-z0-9]+)"), Qt::CaseInsensitive);
     const QTextCodec *codec = nullptr;
-    if (charset.indexIn(contentType()) >= 0)
+    if (charset.indexIn(m_client.contentType()) >= 0)
         codec = QTextCodec::codecForName(charset.cap(1).toLatin1());
     if (!codec)
         codec = QTextCodec::codecForName("UTF-8");
@@ -278,7 +213,7 @@ QString CAdobeBrowser::format() const
         {"application/smil", "smil"},
         {"application/json", "json"},
     };
-    const QString type = contentType();
+    const QString type = m_client.contentType();
     for (const auto &format : formats) {
         if (type.contains(QLatin1String(format.type)))
             return QLatin1String(format.name);
@@ -293,13 +228,12 @@ QString CAdobeBrowser::url() const
 
 bool CAdobeBrowser::isRedirect() const
 {
-    return !m_reply || m_reply->attribute(QNetworkRequest::RedirectionTargetAttribute).isNull();
+    return m_client.redirectTarget().isEmpty();
 }
 
 QString CAdobeBrowser::redirectUrl() const
 {
-    return isRedirect() ? QString()
-                        : WebAddress::redirectTarget(*m_reply).toString(QUrl::FullyEncoded);
+    return m_client.redirectTarget().toString(QUrl::FullyEncoded);
 }
 
 bool CAdobeBrowser::save(const QString &path) const
@@ -333,6 +267,5 @@ void CAdobeBrowser::setStallTimeout(qint64 timeoutMs)
 void CAdobeBrowser::exit()
 {
     m_exit = true;
-    if (m_reply && !m_reply->isFinished())
-        m_reply->abort();
+    m_client.abort();
 }

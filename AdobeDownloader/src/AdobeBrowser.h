@@ -1,22 +1,22 @@
 #ifndef ADOBEBROWSER_H
 #define ADOBEBROWSER_H
 
+#include "AdobeCookieJar.h"
+#include "HttpClient.h"
 #include "StopFlag.h"
 
 #include <QByteArray>
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <QTimer>
 
 #include <memory>
 
 class CAdobePreference;
-class ConnectionPool;
 
-/// A small HTTP client: one request at a time, its redirects followed, its body kept in memory.
+/// One HTTP request at a time, its redirects followed, its body kept in memory, and the host told
+/// of it.
 ///
 /// Headers and proxy come from the HDS options; cookies from the store of the process; only http
 /// and https addresses are fetched. It belongs to the thread that creates it and needs no running
@@ -100,22 +100,19 @@ private slots:
     void httpFinished();
 
 private:
-    enum class Method { Get, Head, Post };
+    using Method = HttpClient::Method;
 
-    bool startRequest(const QString &url, Method method, const QByteArray &data = QByteArray());
-    void begin(const QString &url, Method method, bool wait, const QByteArray &data = QByteArray());
+    bool startRequest(const QString &url, Method method, const QByteArray &form);
+    void begin(const QString &url, Method method, bool wait, const QByteArray &form = QByteArray());
+    void onRedirected(const QUrl &target);
     void takeArrived();
-    void unpack();
-    void dropReply();
     void watchWait();
-    [[nodiscard]] QString contentType() const;
-    [[nodiscard]] qint64 announcedLength() const;
+    [[nodiscard]] bool isStopped() const;
 
     CAdobePreference &m_options;
     StopFlag m_stop;
-    std::shared_ptr<ConnectionPool> m_pool;
-    std::unique_ptr<QNetworkAccessManager> m_manager;
-    QPointer<QNetworkReply> m_reply; // child of the manager
+    CAdobeCookieJar m_cookieJar;
+    HttpClient m_client;
     QTimer m_watch;
     QString m_url;
     Method m_method = Method::Get;
@@ -123,8 +120,6 @@ private:
     qint64 m_maxContentBytes;
     qint64 m_stallTimeoutMs;
     int m_maxRedirect = 5;
-    int m_redirectCount = 0;
-    qint64 m_packedBytes = -1; ///< of a body that has been unpacked; -1 for any other
     bool m_isDamaged = false; ///< the body could not be unpacked
     bool m_exit = false;
 };

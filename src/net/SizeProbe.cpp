@@ -1,62 +1,21 @@
 #include "SizeProbe.h"
 
-#include "InterimAnswer.h"
-#include "NetworkProxy.h"
-#include "StallWatch.h"
-#include "TlsTrust.h"
-#include "WebAddress.h"
-#include "XGzip.h"
+#include "HttpClient.h"
 
 #include <QEventLoop>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-
-#include <memory>
 
 namespace {
 
-constexpr int maxRedirects = 10;
 constexpr qint64 bufferBytes = 64 * 1024; // only the header of the answer is wanted
-
-bool isRedirect(const QNetworkReply &reply)
-{
-    const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    return status >= 300 && status < 400;
-}
-
-/// A request that fails at once when the address is not one of the web.
-QNetworkRequest requestFor(const QUrl &url)
-{
-    QNetworkRequest request(WebAddress::isWeb(url) ? url : QUrl());
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::NoLessSafeRedirectPolicy);
-    request.setMaximumRedirectsAllowed(maxRedirects);
-    return request;
-}
-
-/// Waits for the header of the answer; its body may never come.
-void waitForHeader(const QNetworkReply &reply)
-{
-    QEventLoop loop;
-    QObject::connect(&reply, &QNetworkReply::metaDataChanged, &loop, [&reply, &loop] {
-        if (!isRedirect(reply))
-            loop.quit();
-    });
-    QObject::connect(&reply, &QNetworkReply::readyRead, &loop, &QEventLoop::quit);
-    QObject::connect(&reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    loop.exec();
-}
 
 /// The length that an answer declares for the file. That of a redirect's own body, or of a packed
 /// one, says nothing of it.
-qint64 declaredLength(const QNetworkReply &reply)
+qint64 fileLengthOf(const HttpClient &client)
 {
-    if (isRedirect(reply))
+    const bool isRedirect = client.status() >= 300 && client.status() < 400;
+    if (isRedirect || client.isInterim() || client.isPacked())
         return 0;
-    InterimAnswer::report(reply);
-    if (InterimAnswer::isIn(reply) || XGzip::isIn(reply))
-        return 0;
-    return reply.header(QNetworkRequest::ContentLengthHeader).toLongLong();
+    return qMax(qint64(0), client.declaredLength());
 }
 
 } // namespace
@@ -68,16 +27,16 @@ SizeProbe::SizeProbe(const NetSettings &settings)
 
 qint64 SizeProbe::sizeOf(const QUrl &url) const
 {
-    TlsTrust::prepare();
-    QNetworkAccessManager manager;
-    manager.setProxy(m_settings.proxy);
-    const std::unique_ptr<QNetworkReply> reply(manager.get(requestFor(url)));
-    TlsTrust::reportRefusal(reply.get());
-    NetworkProxy::limitUnread(*reply, manager, bufferBytes);
-    const auto *const watch = new StallWatch(reply.get(), m_settings.stallMs); // the reply's child
-    QObject::connect(watch, &StallWatch::stalled, reply.get(), &QNetworkReply::abort);
-    waitForHeader(*reply);
-    return declaredLength(*reply);
+    HttpClient client(m_settings);
+    QEventLoop loop;
+    QObject::connect(&client, &HttpClient::answered, &loop, &QEventLoop::quit); // no body is needed
+    QObject::connect(&client, &HttpClient::ended, &loop, &QEventLoop::quit);
+    HttpClient::Request request;
+    request.url = url;
+    request.maxUnreadBytes = bufferBytes;
+    client.start(request);
+    loop.exec();
+    return fileLengthOf(client);
 }
 
 qint64 SizeProbe::sizeOf(const QString &address) const

@@ -6,7 +6,8 @@
 #include <QUrl>
 
 /// Asks servers how long a file is, without fetching it. Waits in nested event loops, so whoever
-/// asks looks at its own state again afterwards. Sends no cookies; main thread.
+/// asks looks at its own state again afterwards. Sends no cookies but what the way to the file
+/// sets; main thread.
 class SizeProbe final
 {
 public:
