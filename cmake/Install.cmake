@@ -75,6 +75,6 @@ string(JOIN ", " CPACK_DEBIAN_PACKAGE_DEPENDS
     ffmpeg
     rtmpdump
     "fonts-dejavu-core | fonts-liberation | fonts-noto-core")
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS ca-certificates)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates, publicsuffix")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS bash-completion)
 include(CPack)

@@ -11,7 +11,8 @@ here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
 
 compiler='g++ cmake ninja-build pkg-config'
 toolkit='qtbase5-dev qtbase5-dev-tools libqt5webkit5-dev libqt5xmlpatterns5-dev'
-system='libseccomp-dev zlib1g-dev'
+# With the list of public suffixes that the system keeps up to date.
+system='libpsl-dev publicsuffix libseccomp-dev zlib1g-dev'
 # Without these plug-ins the engine may not ask for a page's video at all, without a font it lays
 # out no text, and without the certificates no https page opens.
 engine='gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav'

@@ -1,12 +1,12 @@
 #ifndef COOKIEJAR_H
 #define COOKIEJAR_H
 
-#include <QNetworkCookieJar>
+#include "MemoryCookieJar.h"
 
 /// A cookie jar over the process-wide CookieStore: every jar of a process holds the same cookies,
 /// so a download carries the session of its page. A jar belongs to one thread; jars of different
 /// threads may be used at the same time.
-class CookieJar : public QNetworkCookieJar
+class CookieJar : public MemoryCookieJar
 {
     Q_OBJECT
 
@@ -14,12 +14,11 @@ public:
     /// Loads the stored cookies.
     explicit CookieJar(QObject *parent = nullptr);
 
-    QList<QNetworkCookie> cookiesForUrl(const QUrl &url) const override;
     bool insertCookie(const QNetworkCookie &cookie) override;
     bool deleteCookie(const QNetworkCookie &cookie) override;
 
 protected:
-    bool validateCookie(const QNetworkCookie &cookie, const QUrl &url) const override;
+    [[nodiscard]] QList<QNetworkCookie> cookies() const override;
 };
 
 #endif

@@ -2,13 +2,13 @@
 
 #include "ConnectionPool.h"
 #include "InterimAnswer.h"
+#include "MemoryCookieJar.h"
 #include "NetworkProxy.h"
 #include "StallWatch.h"
 #include "TlsTrust.h"
 #include "WebAddress.h"
 
 #include <QNetworkAccessManager>
-#include <QNetworkCookieJar>
 
 namespace {
 
@@ -35,7 +35,7 @@ void lendJar(QNetworkAccessManager &manager, QNetworkCookieJar *jar)
 /// Gives a manager a jar of its own, which holds nothing.
 void takeJarBack(QNetworkAccessManager &manager)
 {
-    manager.setCookieJar(new QNetworkCookieJar(&manager));
+    manager.setCookieJar(new MemoryCookieJar(&manager));
 }
 
 } // namespace

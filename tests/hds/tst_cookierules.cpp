@@ -22,8 +22,8 @@ class tst_CookieRules : public QObject
     static void add(const char *name, const char *setBy, const char *line, const char *askedBy,
                     bool isSent)
     {
-        QTest::newRow(name) << QString::fromLatin1(setBy) << QByteArray(line)
-                            << QString::fromLatin1(askedBy) << isSent;
+        QTest::newRow(name) << QString::fromUtf8(setBy) << QByteArray(line)
+                            << QString::fromUtf8(askedBy) << isSent;
     }
 
 private slots:
@@ -63,6 +63,32 @@ private slots:
             false);
         add("below a public suffix", "http://a.b.co.uk/", "c=1; Domain=b.co.uk",
             "http://c.b.co.uk/", true);
+        add("suffix of a firm", "http://a.github.io/", "c=1; Domain=github.io",
+            "http://b.github.io/", false);
+        add("below the suffix of a firm", "http://b.a.github.io/", "c=1; Domain=a.github.io",
+            "http://c.a.github.io/", true);
+        add("public suffix for itself", "http://github.io/", "c=1; Domain=github.io",
+            "http://github.io/", true);
+        add("public suffix for those below", "http://github.io/", "c=1; Domain=github.io",
+            "http://a.github.io/", false);
+        add("single label on no list", "http://a.test/", "c=1; Domain=test", "http://b.test/",
+            false);
+        add("below a single label on no list", "http://b.a.test/", "c=1; Domain=a.test",
+            "http://c.a.test/", true);
+        const char *const chinese = "http://a.例.公司.cn/";
+        add("other letters", chinese, "c=1; Domain=例.公司.cn", "http://b.例.公司.cn/", true);
+        add("other letters: encoded", chinese, "c=1; Domain=xn--fsq.xn--55qx5d.cn",
+            "http://b.xn--fsq.xn--55qx5d.cn/", true);
+        add("public suffix in other letters", chinese, "c=1; Domain=公司.cn", "http://b.公司.cn/",
+            false);
+        add("public suffix in other letters: encoded", "http://a.xn--55qx5d.cn/",
+            "c=1; Domain=xn--55qx5d.cn", "http://b.xn--55qx5d.cn/", false);
+        add("dot at the end", "http://a.example.com./", "c=1; Domain=example.com.",
+            "http://b.example.com./", false);
+        add("dot at the end of the host", "http://a.example.com./", "c=1; Domain=example.com",
+            "http://a.example.com./", false);
+        add("dot at the end: host only", "http://a.example.com./", "c=1", "http://a.example.com./",
+            true);
         add("numbers", "http://10.0.0.1/", "c=1", "http://10.0.0.1/", true);
         add("numbers by name", "http://10.0.0.1/", "c=1; Domain=10.0.0.1", "http://10.0.0.1/",
             true);
@@ -152,6 +178,11 @@ private slots:
         row("host only", "example.com", "FALSE\t/\tFALSE", "http://a.example.com/", false);
         row("letter case", ".Example.COM", "TRUE\t/\tFALSE", "http://a.example.com/", true);
         row("public suffix", ".co.uk", "TRUE\t/\tFALSE", "http://a.co.uk/", false);
+        row("suffix of a firm", ".github.io", "TRUE\t/\tFALSE", "http://a.github.io/", false);
+        row("single label on no list", ".test", "TRUE\t/\tFALSE", "http://a.test/", false);
+        row("public suffix in other letters", ".公司.cn", "TRUE\t/\tFALSE", "http://a.公司.cn/",
+            false);
+        row("dot at the end", ".co.uk.", "TRUE\t/\tFALSE", "http://a.co.uk./", false);
         row("tail of numbers", ".0.0.1", "TRUE\t/\tFALSE", "http://127.0.0.1/", false);
         row("secure", ".example.com", "TRUE\t/\tTRUE", "http://a.example.com/", false);
         row("secure over https", ".example.com", "TRUE\t/\tTRUE", "https://a.example.com/", true);

@@ -106,8 +106,9 @@ check_package() { # package
     expect_line "$work/control" 'Package: clipweir'
     expect_line "$work/control" "Version: $version"
     expect_line "$work/control" "Architecture: $(dpkg --print-architecture)"
-    for library in libqt5webkit5 libqt5network5 libqt5widgets5 libqt5xmlpatterns5 libseccomp2 libc6 \
-        gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav ffmpeg rtmpdump; do
+    for library in libqt5webkit5 libqt5network5 libqt5widgets5 libqt5xmlpatterns5 libpsl5 \
+        libseccomp2 libc6 gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav \
+        ffmpeg rtmpdump; do
         expect_dependency "$work/control" "$library"
     done
     dpkg-deb -c "$1" | sed -E '/^[-dl]\S+ root\/root /d' >"$work/foreign"
