@@ -6,7 +6,6 @@
 #include "StallWatch.h"
 #include "SynchronousRequest.h"
 #include "TlsTrust.h"
-#include "VideoPreference.h"
 #include "WebAddress.h"
 
 #include <QNetworkCookieJar>
@@ -26,29 +25,18 @@ constexpr int compactFromBytes = 1 << 20;
 constexpr qint64 readBufferBytes = 1 << 20; // a fast server waits until the proxy has looked
 constexpr int lastCopiedAttribute = 7; // QNetworkRequest::DoNotBufferUploadDataAttribute
 
-qint64 stallLimitMs()
-{
-    return StallWatch::limitOf(CVideoPreference::instance()->GetStall());
-}
-
 /// Whether the address is the page that the caller named, which may be a file of this machine.
-bool isPageAddress(const QUrl &url)
+bool isPageAddress(const QUrl &url, const QUrl &page)
 {
-    const QUrl page(CVideoPreference::instance()->GetPageUrl());
     return url.scheme() == page.scheme() && url.host() == page.host()
         && url.path(QUrl::FullyDecoded) == page.path(QUrl::FullyDecoded);
 }
 
-/// Whether a page may load the address: from the web, or out of the page itself. Of this machine's
-/// files only the one that the caller named is opened, however a page asks for another.
-bool mayLoad(const QUrl &url)
-{
-    return WebAddress::isWeb(url) || url.scheme() == QLatin1String("data") || isPageAddress(url);
-}
-
 } // namespace
 
-NetworkAccessManagerProxy::NetworkAccessManagerProxy(QNetworkCookieJar *cookieJar)
+NetworkAccessManagerProxy::NetworkAccessManagerProxy(QNetworkCookieJar *cookieJar,
+                                                     const RunOptions &options)
+    : m_options(options)
 {
     if (cookieJar) {
         setCookieJar(cookieJar);
@@ -59,6 +47,14 @@ NetworkAccessManagerProxy::NetworkAccessManagerProxy(QNetworkCookieJar *cookieJa
 void NetworkAccessManagerProxy::disable()
 {
     m_isDisabled = true;
+}
+
+/// Whether the page may load the address: from the web, or out of the page itself. Of this
+/// machine's files only the one that the caller named is opened, however a page asks for another.
+bool NetworkAccessManagerProxy::mayLoad(const QUrl &url) const
+{
+    return WebAddress::isWeb(url) || url.scheme() == QLatin1String("data")
+        || isPageAddress(url, QUrl(m_options.pageUrl));
 }
 
 QNetworkReply *NetworkAccessManagerProxy::createRequest(Operation operation,
@@ -72,7 +68,7 @@ QNetworkReply *NetworkAccessManagerProxy::createRequest(Operation operation,
 
     TlsTrust::prepareFor(request.url());
     // By itself the toolkit waits for a synchronous request without end.
-    const qint64 stallMs = stallLimitMs();
+    const qint64 stallMs = StallWatch::limitOf(m_options.stallS);
     if (stallMs > 0 && SynchronousRequest::isOne(request)) {
         auto reply = SynchronousRequest::run(operation, request, outgoingData, proxy(), stallMs);
         return new NetworkReplyProxy(this, reply.release());
@@ -104,6 +100,7 @@ QNetworkRequest NetworkAccessManagerProxy::onFreshConnection(QNetworkRequest req
 NetworkReplyProxy::NetworkReplyProxy(NetworkAccessManagerProxy *manager, QNetworkReply *reply)
     : QNetworkReply(manager)
     , m_reply(reply)
+    , m_keepsImages(manager->options().keepsImages)
 {
     m_reply->setParent(nullptr);
     setOperation(m_reply->operation());
@@ -158,7 +155,7 @@ NetworkReplyProxy::~NetworkReplyProxy()
     m_reply.release()->deleteLater(); // one of its signals has led here
 }
 
-void NetworkReplyProxy::connectReply(const QNetworkAccessManager &manager)
+void NetworkReplyProxy::connectReply(const NetworkAccessManagerProxy &manager)
 {
     NetworkProxy::limitUnread(*m_reply, manager, readBufferBytes);
     connect(m_reply.get(), &QNetworkReply::metaDataChanged, this,
@@ -177,7 +174,8 @@ void NetworkReplyProxy::connectReply(const QNetworkAccessManager &manager)
             });
     connect(m_reply.get(), &QNetworkReply::downloadProgress, this,
             &NetworkReplyProxy::downloadPageProgress);
-    const auto *const watch = new StallWatch(m_reply.get(), stallLimitMs());
+    const auto *const watch =
+        new StallWatch(m_reply.get(), StallWatch::limitOf(manager.options().stallS));
     connect(watch, &StallWatch::stalled, this, &NetworkReplyProxy::failAsStalled);
 }
 
@@ -404,8 +402,8 @@ bool NetworkReplyProxy::isLongMedia(qint64 received, qint64 size) const
 
 bool NetworkReplyProxy::isCutImage(qint64 received, qint64 size) const
 {
-    return contentType().contains(QLatin1String("image/"))
-        && !CVideoPreference::instance()->GetKeepImage() && (received < size || size == -1);
+    return contentType().contains(QLatin1String("image/")) && !m_keepsImages
+        && (received < size || size == -1);
 }
 
 void NetworkReplyProxy::abortLongMediaReply(qint64 received, qint64 size)

@@ -5,6 +5,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 
+#include "RunOptions.h"
 #include "XGzip.h"
 
 #include <memory>
@@ -21,7 +22,10 @@ class NetworkAccessManagerProxy final : public QNetworkAccessManager
 
 public:
     /// @param cookieJar may be null; stays the caller's and must outlive the manager
-    explicit NetworkAccessManagerProxy(QNetworkCookieJar *cookieJar);
+    explicit NetworkAccessManagerProxy(QNetworkCookieJar *cookieJar,
+                                       const RunOptions &options = RunOptions::ofCommandLine());
+
+    [[nodiscard]] const RunOptions &options() const { return m_options; }
 
     /// From now on no request reaches the network. There is no way back.
     void disable();
@@ -50,8 +54,10 @@ protected:
                                  QIODevice *outgoingData) override;
 
 private:
+    [[nodiscard]] bool mayLoad(const QUrl &url) const;
     [[nodiscard]] QNetworkRequest onFreshConnection(QNetworkRequest request) const;
 
+    const RunOptions m_options;
     bool m_isDisabled = false;
     QHash<QString, int> m_interimAnswers; ///< how many each host has sent, that are no answers
 };
@@ -105,7 +111,7 @@ protected:
 private:
     class Report;
 
-    void connectReply(const QNetworkAccessManager &manager);
+    void connectReply(const NetworkAccessManagerProxy &manager);
     void finishInternal();
     void takeOverFinishedReply();
     void copyMetaData();
@@ -128,6 +134,7 @@ private:
     qint64 m_receivedBytes = 0;
     QByteArray m_buffer;
     int m_bufferPos = 0; ///< bytes of m_buffer that the engine has read
+    const bool m_keepsImages;
     bool m_isHeldBack = false; ///< bytes are left with the real reply
     bool m_isUntold = false; ///< sizeUntold() has been emitted
     bool m_hasError = false;

@@ -4,91 +4,27 @@
 #include "CsvLog.h"
 #include "FilterVideo.h"
 #include "HostEvents.h"
-#include "NetDomManager.h"
 #include "PageText.h"
-#include "QWebPageProxy.h"
 #include "RecordReport.h"
-#include "RunTimes.h"
 #include "ShareMemoryManager.h"
-#include "VideoPreference.h"
-#include "WebkitSnapshot.h"
 #include "httpdownloader.h"
 #include "utils.h"
 
-#include <QApplication>
-#include <QFile>
-#include <QImage>
-#include <QPainter>
-#include <QScopedValueRollback>
-#include <QWebFrame>
-#include <QWebSecurityOrigin>
-#include <QWebSettings>
-#include <QWebView>
+#include <QCoreApplication>
 
+#include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace {
 
-constexpr int quietPeriodMs = 20000;
 constexpr int watchIntervalMs = 250;
 
-constexpr qint64 knownSizeFrom = 1048576; // a smaller reply says nothing of the file's size
-constexpr qint64 acceptedMediaFrom = 1048576;
-constexpr qint64 acceptedAnythingFrom = 1073741824;
-constexpr qint64 foundAnythingFrom = 10485760;
-constexpr qint64 foundMediaFrom = 5242880;
-
-constexpr int maxPaintedWidth = 8192;
-constexpr int maxPaintedPixels = 32 * 1024 * 1024;
-
-constexpr qint64 copyChunkBytes = 1 << 20;
-
-/// What the media framework, with all its plug-ins, opens by itself: files of this machine, and
-/// servers past the page's network and its proxy.
-constexpr const char *playerSchemes[] = {
-    "aws",   "bluray",    "cdda",     "dav",   "davs",          "dv",     "dvb",       "dvd",
-    "fd",    "hdv",       "icy",      "icyx",  "imagesequence", "iradio", "mms",       "mmsh",
-    "mmst",  "multifile", "nfs",      "pipe",  "pushfile",      "radio",  "resource",  "rfb",
-    "rist",  "rtmfp",     "rtmp",     "rtmpe", "rtmps",         "rtmpt",  "rtmpte",    "rtmpts",
-    "rtp",   "rtsp",      "rtsp-sdp", "rtsph", "rtsps",         "rtspsh", "rtspst",    "rtspsu",
-    "rtspt", "rtspu",     "sdp",      "sftp",  "shm",           "smb",    "splitfile", "splitmux",
-    "srt",   "tcp",       "testbin",  "udp",   "v4l2",          "vcd",    "webrtc"};
-
 const QLatin1String f4fFragmentPattern("([s|S]eg[0-9]{1,20}-[F|f]rag[0-9]{1,20})");
-
-bool isMedia(const QString &contentType)
-{
-    return contentType.contains(QLatin1String("video/"))
-        || contentType.contains(QLatin1String("audio/"));
-}
-
-constexpr int noLimitMs = std::numeric_limits<int>::max();
-
-/// The time that the search may take. A negative number of seconds sets no limit.
-int searchLimitMs(int seconds)
-{
-    return seconds < 0 ? noLimitMs
-                       : static_cast<int>(qMin<qint64>(seconds * qint64(1000), noLimitMs));
-}
 
 bool isExitAsked()
 {
     return ShareMemoryManager::GetInstance()->GetExitFlag();
-}
-
-/// Tells how a download ended, unless its state is one that is not reported.
-void reportResult(event::What what, int state)
-{
-    switch (state) {
-    case Downloader::Succeeded:
-        return HostEvents::send(event::DownloadEnded{what, event::Outcome::Succeeded});
-    case Downloader::Failed:
-        return HostEvents::send(event::DownloadEnded{what, event::Outcome::Failed});
-    case Downloader::Canceled:
-        return HostEvents::send(event::DownloadEnded{what, event::Outcome::Canceled});
-    default:
-        return;
-    }
 }
 
 QString queryOf(const QString &address)
@@ -118,57 +54,32 @@ void setHdsOption(const QString &name, const QString &text)
 
 /// What comes before the output in the stream's download as an argument list. The first two stand
 /// where a program name would, and are not read.
-QStringList hdsArguments(const QString &f4mUrl)
+QStringList hdsArguments(const QString &f4mUrl, const RunOptions &options)
 {
-    const auto *const preference = CVideoPreference::instance();
-    QStringList arguments{QStringLiteral("--url"), preference->GetPageUrl(),
-                          QStringLiteral("--manifest"), f4mUrl};
+    QStringList arguments{QStringLiteral("--url"), options.pageUrl, QStringLiteral("--manifest"),
+                          f4mUrl};
     const bool hasQuery = f4mUrl.indexOf(QLatin1Char('?')) > 0;
     if (hasQuery && !isLikeOption(queryOf(f4mUrl)))
         arguments += {QStringLiteral("--auth"), queryOf(f4mUrl)};
-    const ProxySetting proxy = preference->GetProxy();
+    const ProxySetting &proxy = options.proxy;
     if (!proxy.host.isEmpty())
         arguments += {QStringLiteral("--proxy"),
                       QStringLiteral("%1:%2:%3").arg(proxy.type).arg(proxy.host).arg(proxy.port)};
     return arguments;
 }
 
-bool appendFile(QFile &output, const QString &path)
-{
-    QFile input(path);
-    if (!input.open(QIODevice::ReadOnly))
-        return false;
-    while (!input.atEnd()) {
-        const QByteArray chunk = input.read(copyChunkBytes);
-        if (chunk.isEmpty() || output.write(chunk) != chunk.size())
-            return false;
-    }
-    return true;
-}
-
 } // namespace
 
-Browser::Browser(QObject *parent)
+Browser::Browser(std::unique_ptr<PageEngine> engine, const RunOptions &options, QObject *parent)
     : QObject(parent)
-    , m_siteSettings(SiteSettings::load())
+    , m_options(options)
+    , m_engine(std::move(engine))
+    , m_rules(options.expectedBytes)
+    , m_sizeProbe(options.netSettings())
+    , m_site(options.pageUrl)
+    , m_videoDownloader(options)
+    , m_thumbDownloader(options)
 {
-    createView();
-
-    QWebSettings *const settings = QWebSettings::globalSettings();
-    settings->setDefaultTextEncoding(QStringLiteral("UTF-8"));
-    for (const auto attribute :
-         {QWebSettings::AutoLoadImages, QWebSettings::DnsPrefetchEnabled,
-          QWebSettings::JavascriptEnabled, QWebSettings::PluginsEnabled,
-          QWebSettings::JavascriptCanOpenWindows, QWebSettings::ZoomTextOnly})
-        settings->setAttribute(attribute, true);
-    // A page's databases would be kept in the working folder, beyond the run.
-    settings->setAttribute(QWebSettings::OfflineStorageDatabaseEnabled, false);
-    settings->setOfflineStorageDefaultQuota(0);
-
-    // The engine lets no page of the web play from a local scheme.
-    for (const char *const scheme : playerSchemes)
-        QWebSecurityOrigin::addLocalScheme(QLatin1String(scheme));
-
     connectAll();
 }
 
@@ -176,35 +87,29 @@ Browser::~Browser()
 {
     disConnect();
     m_hdsDownloader.disconnect(this);
-    m_view.reset(); // the page's replies live in the network manager: the page goes first
-}
-
-void Browser::createView()
-{
-    m_view = std::make_unique<QWebView>();
-    m_page = new QWebPageProxy(m_view.get());
-    m_networkManager = std::make_unique<NetworkAccessManagerProxy>(&m_cookieJar);
-    m_page->setNetworkAccessManager(m_networkManager.get());
-    m_view->setPage(m_page);
+    m_engine.reset(); // it may have much to say while it goes
 }
 
 void Browser::connectAll()
 {
-    connect(m_page, &QWebPageProxy::pageLoadState, this, &Browser::loadFinished);
-    connect(m_networkManager.get(), &NetworkAccessManagerProxy::replyDownloadProgress, this,
-            qOverload<const QString &, qint64, const QString &>(&Browser::setVideoUrl));
-    connect(m_networkManager.get(), &NetworkAccessManagerProxy::sendUrl, this,
+    const PageEngine *const engine = m_engine.get();
+    connect(engine, &PageEngine::requestSeen, this,
             qOverload<const QString &>(&Browser::setVideoUrl));
-    connect(m_networkManager.get(), &NetworkAccessManagerProxy::sizeUntold, this,
-            [this](const QString &url) { m_untoldSizes += url; });
-    connect(m_networkManager.get(), &NetworkAccessManagerProxy::replyFinished, this,
-            &Browser::replyFinished);
+    connect(engine, &PageEngine::replySeen, this,
+            qOverload<const QString &, qint64, const QString &>(&Browser::setVideoUrl));
+    connect(engine, &PageEngine::sizeUntold, this,
+            [this](const QString &url) { m_untoldSizes.add(url); });
+    connect(engine, &PageEngine::replyEnded, this, &Browser::replyFinished);
+    connect(engine, &PageEngine::loaded, this, &Browser::loadFinished);
+    connect(engine, &PageEngine::snapshot, this, &Browser::onSnapshot);
+    connect(engine, &PageEngine::windowClosed, this, &Browser::requestClose);
+    connect(engine, &PageEngine::lost, this, &Browser::onEngineLost);
     // Queued: whoever ends the run may stand deep inside the engine, which does not survive that
-    // its view is closed there.
+    // its page is closed there.
     connect(this, &Browser::closeWebView, this, &Browser::webViewClose, Qt::QueuedConnection);
-    connect(&m_analysisTimer, &QTimer::timeout, this, &Browser::onAnalysisTimerTimeOut);
-    connect(&m_firstTerminateTimer, &QTimer::timeout, this, &Browser::onTerminateTimerTimeOut);
-    connect(&m_secondTerminateTimer, &QTimer::timeout, this, &Browser::onTerminateTimerTimeOut);
+    connect(&m_clock, &SearchClock::ticked, this, &Browser::onAnalysisTimerTimeOut);
+    connect(&m_clock, &SearchClock::timedOut, this, &Browser::onTerminateTimerTimeOut);
+    connect(&m_watchTimer, &QTimer::timeout, this, &Browser::onWatchTimerTimeOut);
     connect(&m_videoDownloader, &Downloader::finished, this,
             [this](int rangeNo, int downType, int state) {
                 // A refused address carries no type, but it was the video's all the same.
@@ -214,60 +119,43 @@ void Browser::connectAll()
     connect(&m_thumbDownloader, &Downloader::finished, this, &Browser::getDownloadState);
     connect(&m_hdsDownloader, &CAdobeDownloader::finished, this, &Browser::onDownloadFinishedF4f);
     connect(&m_hdsDownloader, &CAdobeDownloader::AdobeActive, this, &Browser::onF4fCheckExit);
-    connect(&m_watchTimer, &QTimer::timeout, this, &Browser::onWatchTimerTimeOut);
-    connect(qApp, &QGuiApplication::lastWindowClosed, this, &Browser::requestClose);
 }
 
 void Browser::disConnect()
 {
-    m_page->disconnect(this);
-    m_networkManager->disconnect(this);
-    m_analysisTimer.disconnect(this);
-    m_firstTerminateTimer.disconnect(this);
-    m_secondTerminateTimer.disconnect(this);
+    m_engine->disconnect(this);
+    m_clock.disconnect(this);
     m_videoDownloader.disconnect(this);
     m_thumbDownloader.disconnect(this);
 }
 
 void Browser::loadPage()
 {
-    const auto *const preference = CVideoPreference::instance();
-    const QString pageUrl = preference->GetPageUrl();
-
-    const int timeoutMs = searchLimitMs(preference->GetTimeOut());
+    const auto limit = SearchClock::limitOf(m_options.timeoutS);
+    const qint64 deadlineMs = limit ? limit->count() : std::numeric_limits<int>::max();
     m_result.startTime = QDateTime::currentDateTime();
     // Before the first line, which a host that does not read may hold up.
-    m_guard = std::make_unique<RunGuard>(timeoutMs, preference->GetMemoryLimit(), [this] {
+    m_guard = std::make_unique<RunGuard>(deadlineMs, m_options.memoryBytes, [this] {
         QMetaObject::invokeMethod(this, &Browser::onMemoryFull, Qt::QueuedConnection);
     });
-    m_guard->beat(std::make_shared<RecordReport>(m_result));
+    showLife();
 
     setProxy();
-    m_view->setVisible(preference->GetShow());
-    HostEvents::send(event::ParsingBegun{pageUrl});
+    m_engine->setShown(m_options.isShown);
+    HostEvents::send(event::ParsingBegun{m_options.pageUrl});
 
     m_isAnalysing = true;
-    for (QTimer *const timer : {&m_analysisTimer, &m_firstTerminateTimer, &m_secondTerminateTimer})
-        timer->setTimerType(Qt::PreciseTimer);
-    m_analysisTimer.start(runTimes().analysisTick);
-    if (timeoutMs != noLimitMs) {
-        m_firstTerminateTimer.start(timeoutMs);
-        m_secondTerminateTimer.start(timeoutMs);
-    }
+    m_clock.start(limit);
     m_watchTimer.start(watchIntervalMs);
-
-    m_isHuluPage = !Utils::RegexString(pageUrl, m_siteSettings.huluPagePattern).isEmpty();
-    m_page->load(QUrl(pageUrl));
+    m_engine->load(QUrl(m_options.pageUrl));
 }
 
 void Browser::setProxy()
 {
-    const auto *const preference = CVideoPreference::instance();
-    const QNetworkProxy proxy = preference->GetProxy().toNetworkProxy();
+    const QNetworkProxy proxy = m_options.proxy.toNetworkProxy();
     if (proxy.type() != QNetworkProxy::NoProxy) {
-        m_networkManager->setProxy(proxy);
-        m_page->forbidSockets();
-    } else if (!preference->GetOptionString(QStringLiteral("proxy"), QString()).isEmpty()) {
+        m_engine->setProxy(proxy);
+    } else if (m_options.isProxyNamed) {
         // Not the setting itself, which may hold a password.
         qWarning("the proxy setting is ignored and all connections are direct: a type from 1 on "
                  "but 2, and a numeric address, are needed");
@@ -313,7 +201,7 @@ bool Browser::exitIfAsked()
 void Browser::showLife()
 {
     if (m_guard)
-        m_guard->beat(std::make_shared<RecordReport>(m_result));
+        m_guard->beat(std::make_shared<RecordReport>(m_result, m_options));
 }
 
 void Browser::note(RunGuard::Step step)
@@ -329,6 +217,18 @@ void Browser::onMemoryFull()
         return;
     note(RunGuard::MemoryHeeded); // to let go of that much may take a while
     onTerminateTimerTimeOut();
+}
+
+/// The run goes on with what it has found. Nobody else is left who could end the search.
+void Browser::onEngineLost(const QString &reason)
+{
+    if (m_isClosing || !m_isAnalysing)
+        return;
+    qWarning("the page's engine is lost: %s", qUtf8Printable(reason));
+    later([this] {
+        if (m_isAnalysing)
+            onTerminateTimerTimeOut();
+    });
 }
 
 void Browser::onWatchTimerTimeOut()
@@ -355,12 +255,12 @@ void Browser::setVideoUrl(const QString &strUrl)
 {
     if (m_isClosing)
         return;
-    m_cookieJar.save();
-    if (m_isHuluPage) {
+    m_engine->saveCookies();
+    if (m_site.isItsPage()) {
         startHulu(strUrl);
         return;
     }
-    if (CVideoPreference::instance()->GetSupportF4f() && (m_isF4fMode || startF4f(strUrl)))
+    if (m_options.followsStreams && (m_isF4fMode || startF4f(strUrl)))
         return;
     setVideoUrl(strUrl, 0, QString());
 }
@@ -369,23 +269,23 @@ void Browser::setVideoUrl(const QString &strUrl, qint64 contentLength, const QSt
 {
     if (m_isClosing)
         return;
-    m_cookieJar.save();
+    m_engine->saveCookies();
     if (exitIfAsked() || !m_isAnalysing)
         return;
     if (contentType == QLatin1String("video/f4m")) {
-        if (CVideoPreference::instance()->GetSupportF4f() && !m_isF4fMode)
+        if (m_options.followsStreams && !m_isF4fMode)
             startF4f(strUrl);
         return;
     }
     if (m_isLoadedOnce)
-        m_secondTerminateTimer.start(quietPeriodMs);
+        m_clock.restartQuietPeriod();
     if (!analyseUrl(strUrl, contentLength, contentType))
         return;
     const bool isFirst = m_result.fileList.isEmpty();
     m_result.add(strUrl);
     VideoFile *const file = m_result.get(strUrl);
     file->contentType = contentType;
-    if (contentLength >= knownSizeFrom)
+    if (MediaRules::isFileSize(contentLength))
         file->nSize = contentLength;
     if (isFirst)
         showLife(); // the script that asked for it may never return
@@ -400,7 +300,7 @@ bool Browser::startF4f(const QString &url)
     m_isAnalysing = false;
     later([this, url] {
         disConnect();
-        m_view->hide();
+        m_engine->setShown(false);
         onTerminateTimerTimeOut();
         DownloadF4f(urltoF4mUrl(url));
     });
@@ -409,10 +309,8 @@ bool Browser::startF4f(const QString &url)
 
 void Browser::startHulu(const QString &url)
 {
-    const QString endpoint = m_siteSettings.huluSelectionEndpoint;
-    if (endpoint.isEmpty() || !url.contains(endpoint) || !m_huluSelectionUrl.isEmpty())
+    if (!m_site.take(url))
         return;
-    m_huluSelectionUrl = url;
     later([this, url] {
         onTerminateTimerTimeOut();
         DownloadHulu(url);
@@ -421,8 +319,7 @@ void Browser::startHulu(const QString &url)
 
 bool Browser::analyseUrl(const QString &url, qint64 size, const QString &contentType) const
 {
-    return (isMedia(contentType) && size >= acceptedMediaFrom) || size >= acceptedAnythingFrom
-        || Utils::matchMediaType(url);
+    return MediaRules::isCandidate(url, size, contentType);
 }
 
 bool Browser::IsF4fVideoUrl(const QString &url)
@@ -448,24 +345,13 @@ void Browser::loadFinished(bool)
     if (m_isClosing || exitIfAsked() || m_isLoadedOnce || !m_isAnalysing)
         return;
     m_isLoadedOnce = true;
-    m_secondTerminateTimer.start(quietPeriodMs);
+    m_clock.restartQuietPeriod();
     saveHtmlToImage();
 }
 
 void Browser::saveHtmlToImage()
 {
-    QWebFrame *const frame = m_page->mainFrame();
-    // A page may claim any size; what is painted must fit into memory.
-    const QSize size = frame->contentsSize().boundedTo(QSize(maxPaintedWidth, maxPaintedPixels));
-    if (size.isEmpty())
-        return;
-    const QSize painted(size.width(), qMin(size.height(), maxPaintedPixels / size.width()));
-    m_page->setViewportSize(painted);
-    QImage image(painted, QImage::Format_ARGB32);
-    if (image.isNull())
-        return;
-    QPainter painter(&image);
-    frame->render(&painter);
+    m_engine->layOutWhole();
 }
 
 void Browser::replyFinished()
@@ -475,9 +361,22 @@ void Browser::replyFinished()
 
 void Browser::onAnalysisTimerTimeOut()
 {
-    if (exitIfAsked() || !m_isAnalysing || m_isF4fMode || m_isScanning)
+    if (m_isClosing || exitIfAsked() || !m_isAnalysing || m_isF4fMode || m_isScanning)
         return;
     findMedia();
+}
+
+void Browser::findMedia()
+{
+    m_isScanning = true;
+    m_engine->requestSnapshot();
+}
+
+void Browser::onSnapshot(const PageSnapshot &snapshot)
+{
+    if (m_isAnalysing && !m_isClosing)
+        pageScan().scan(snapshot);
+    m_isScanning = false;
     if (m_isAnalysing && !m_isClosing && isVideoFounded()) {
         stopAnalysis();
         m_isAnalysing = false;
@@ -485,16 +384,31 @@ void Browser::onAnalysisTimerTimeOut()
     }
 }
 
+int Browser::parseDomParam(const PageSnapshot &snapshot)
+{
+    pageScan().scanParams(snapshot);
+    return m_result.fileList.size();
+}
+
+/// A scanner that stops with the analysis: from then on the record stays as it was selected from.
+PageScan Browser::pageScan()
+{
+    return {m_result, m_sizeProbe, m_options.pageUrl,
+            [this] { return m_isClosing || !m_isAnalysing; }};
+}
+
+bool Browser::isVideoFounded() const
+{
+    return std::any_of(m_result.fileList.cbegin(), m_result.fileList.cend(),
+                       [this](const VideoFile &file) { return m_rules.isFound(file); });
+}
+
 void Browser::stopAnalysis()
 {
     m_result.endTime = QDateTime::currentDateTime();
     showLife();
-    m_analysisTimer.stop();
-    m_firstTerminateTimer.stop();
-    m_secondTerminateTimer.stop();
-    m_networkManager->disable();
-    m_page->stopScripts(); // one that waits for the page's end may hold up the run's
-    m_page->load(QUrl(QStringLiteral("about:blank")));
+    m_clock.stop();
+    m_engine->stop();
 }
 
 void Browser::onTerminateTimerTimeOut()
@@ -506,7 +420,7 @@ void Browser::onTerminateTimerTimeOut()
         m_isAnalysing = false;
         return;
     }
-    if (m_isHuluPage && !m_huluSelectionUrl.isEmpty())
+    if (m_site.isItsPage() && m_site.isAsked())
         return;
     if (!m_result.fileList.isEmpty()) {
         m_isAnalysing = false;
@@ -524,97 +438,22 @@ void Browser::endWithoutVideo()
     requestClose();
 }
 
-bool Browser::isVideoFounded() const
-{
-    const auto *const preference = CVideoPreference::instance();
-    const qint64 wantedSize = preference->GetResume() ? preference->GetTotalSize() : 0;
-    for (const VideoFile &file : m_result.fileList) {
-        const bool isFound = wantedSize > 0 ? file.nSize == wantedSize
-                                            : file.nSize >= foundAnythingFrom
-                || (isMedia(file.contentType) && file.nSize >= foundMediaFrom);
-        if (isFound)
-            return true;
-    }
-    return false;
-}
-
-void Browser::findMedia()
-{
-    const QScopedValueRollback<bool> scanning(m_isScanning, true);
-    const PageSnapshot snapshot = WebkitSnapshot::of(*m_page->mainFrame());
-    if (!snapshot.source.isEmpty())
-        m_result.pageSource = snapshot.source;
-    if (snapshot.hasRootAttributes)
-        parseDomParam(snapshot);
-    if (!snapshot.source.isEmpty() && m_isAnalysing && !m_isClosing)
-        scan(snapshot, &NetDomManager::getPageSourceVideoInfo);
-}
-
-int Browser::parseDomParam(const PageSnapshot &snapshot)
-{
-    scan(snapshot, &NetDomManager::getDomVideoInfo);
-    return m_result.fileList.size();
-}
-
-/// Runs a scanner over a copy of the record and takes over what it added. The record itself may
-/// grow while the scanner waits; once analysis is over, it stays as it was selected from.
-void Browser::scan(const PageSnapshot &snapshot,
-                   const std::function<ParseData(NetDomManager &)> &scanner)
-{
-    NetDomManager manager;
-    manager.setDomInfo(snapshot);
-    manager.setParseInfo(m_result);
-    manager.setStopCheck([this] { return m_isClosing || !m_isAnalysing; });
-    const int knownFiles = m_result.fileList.size();
-    const ParseData scanned = scanner(manager);
-    if (m_isClosing || !m_isAnalysing)
-        return;
-    for (int i = knownFiles; i < scanned.fileList.size(); ++i) {
-        const VideoFile &file = scanned.fileList.at(i);
-        if (!m_result.contains(file.address()))
-            m_result.fileList += file;
-    }
-}
-
-/// A probe may know how large a file is whose server did not tell it to the page.
-void Browser::askForUntoldSizes()
-{
-    const QSet<QString> addresses = m_untoldSizes;
-    for (const QString &address : addresses) {
-        const qint64 size =
-            m_isClosing || !m_result.contains(address) ? 0 : Downloader().getUrlFileSize(address);
-        if (size <= 0)
-            continue;
-        m_result.get(address)->nSize = size;
-        m_untoldSizes -= address;
-    }
-}
-
-/// What had come was good enough to find and to select the file by, but to the host it is no size.
-void Browser::forgetUntoldSizes()
-{
-    for (const QString &address : qAsConst(m_untoldSizes)) {
-        if (VideoFile *const file = m_result.get(address))
-            file->nSize = 0;
-    }
-}
-
 void Browser::download()
 {
     if (m_isDownloadStarted)
         return;
     m_isDownloadStarted = true;
     note(RunGuard::DownloadBegun);
-    askForUntoldSizes();
-    const bool isSelected = CFilterVideo(&m_result).selectVideo();
-    forgetUntoldSizes();
+    m_untoldSizes.askFor(m_result, m_sizeProbe, [this] { return m_isClosing; });
+    const bool isSelected = CFilterVideo(&m_result, m_options, m_sizeProbe).selectVideo();
+    m_untoldSizes.forgetIn(m_result);
     if (m_isClosing || !isSelected)
         return;
 
     HostEvents::send(event::RecordMade{m_result.toJson()});
     note(RunGuard::RecordSent);
     const QString thumbUrl = m_result.getThumbUrl();
-    if (CVideoPreference::instance()->GetThumb() && !thumbUrl.isEmpty()) {
+    if (m_options.wantsThumb && !thumbUrl.isEmpty()) {
         HostEvents::send(event::DownloadBegun{event::What::Thumb});
         m_thumbDownloader.downloadThumb(thumbUrl);
     }
@@ -622,8 +461,8 @@ void Browser::download()
         return;
     HostEvents::send(event::DownloadBegun{event::What::Video});
     const VideoFile file = m_result.fileList.at(m_result.selectedVideo);
-    m_videoDownloader.downloadVideo(file.address(), m_result.getVideoFullPath(), file.nSize, 0,
-                                    Downloader::Video);
+    m_videoDownloader.downloadVideo(file.address(), m_result.getVideoFullPath(m_options),
+                                    file.nSize, 0, Downloader::Video);
 }
 
 void Browser::getDownloadState(int, int downType, int state)
@@ -631,66 +470,41 @@ void Browser::getDownloadState(int, int downType, int state)
     if (m_isClosing || exitIfAsked())
         return;
     if (downType == Downloader::Thumb)
-        reportResult(event::What::Thumb, state);
-    if (downType != Downloader::Video)
-        return;
-
-    ++(state == Downloader::Succeeded ? m_succeededParts : m_failedParts);
-    if (m_expectedParts == 1)
+        VideoParts::reportEnd(event::What::Thumb, state);
+    if (downType == Downloader::Video)
         reportVideoResult(state);
-    else
-        setDownloadCount();
 }
 
 void Browser::reportVideoResult(int state)
 {
-    m_result.succeeded = state == Downloader::Succeeded;
-    reportResult(event::What::Video, state);
-    note(RunGuard::LastLineSent);
-    requestClose();
+    m_parts.add(state);
+    setDownloadCount();
 }
 
 void Browser::setDownloadCount()
 {
-    if (m_succeededParts + m_failedParts < m_expectedParts)
+    if (!m_parts.haveAllEnded())
         return;
-    if (m_failedParts == 0 && m_succeededParts > 1) {
-        HostEvents::send(event::PartsEnded{true});
-        m_result.succeeded = mergeVideoFile(m_expectedParts);
-    } else {
-        HostEvents::send(event::PartsEnded{false});
-    }
-    HostEvents::send(event::PartsFinished{});
+    m_result.succeeded = m_parts.report(m_result.getVideoFullPath(m_options));
     note(RunGuard::LastLineSent);
     requestClose();
 }
 
 bool Browser::mergeVideoFile(int count)
 {
-    const QString path = m_result.getVideoFullPath();
-    QFile output(path);
-    if (!output.open(QIODevice::WriteOnly))
-        return false;
-    for (int i = 0; i < count; ++i) {
-        if (!appendFile(output, path + QStringLiteral("_%1").arg(i)))
-            qWarning("cannot append part %d to %s: %s", i, qUtf8Printable(path),
-                     qUtf8Printable(output.errorString()));
-    }
-    return true;
+    return VideoParts::join(m_result.getVideoFullPath(m_options), count);
 }
 
 int Browser::DownloadF4f(const QString &f4mUrl)
 {
-    const auto *const preference = CVideoPreference::instance();
-    const QString outDir = preference->GetOutDir();
-    HostEvents::send(event::OutputFolder{outDir});
-    CAdobePreference::GetInstance()->parseParams(hdsArguments(f4mUrl));
-    const QString path = preference->GetVideoFullPath();
+    HostEvents::send(event::OutputFolder{m_options.paths.folder()});
+    CAdobePreference::GetInstance()->parseParams(hdsArguments(f4mUrl, m_options));
+    const QString path = m_options.paths.video();
     setHdsOption(QStringLiteral("outFile"), path.mid(path.lastIndexOf(QLatin1Char('/')) + 1));
-    setHdsOption(QStringLiteral("outDir"), outDir);
+    setHdsOption(QStringLiteral("outDir"), m_options.paths.folder());
     if (isLikeOption(queryOf(f4mUrl)))
         CAdobePreference::GetInstance()->SetOption(QStringLiteral("auth"), queryOf(f4mUrl));
-    CAdobePreference::GetInstance()->SetOption(QStringLiteral("stall"), preference->GetStall());
+    CAdobePreference::GetInstance()->SetOption(QStringLiteral("stall"), m_options.stallS);
     m_isHdsRunning = true;
     note(RunGuard::DownloadBegun);
     note(RunGuard::RecordSent);
@@ -728,10 +542,9 @@ void Browser::webViewClose()
         return;
     m_isEnded = true;
     disConnect();
-    m_page->stopScripts();
     Utils::CloseProcessWindow(QCoreApplication::applicationPid(), QStringLiteral("flash player"));
     writeDownloadLog();
-    m_view->close();
+    m_engine->close();
     emit runEnded();
 }
 
@@ -744,6 +557,6 @@ void Browser::endRun()
 
 void Browser::writeDownloadLog()
 {
-    CsvLog(m_result).saveDownloadResult();
+    CsvLog(m_result, m_options).saveDownloadResult();
     note(RunGuard::RowWritten);
 }

@@ -2,27 +2,28 @@
 #define BROWSER_H
 
 #include <QObject>
-#include <QSet>
 #include <QTimer>
 
-#include "AdobeCookieJar.h"
 #include "AdobeDownloader.h"
-#include "NetworkReplyProxy.h"
+#include "MediaRules.h"
+#include "PageEngine.h"
+#include "PageScan.h"
 #include "ParseData.h"
 #include "RunGuard.h"
-#include "SiteSettings.h"
+#include "RunOptions.h"
+#include "SearchClock.h"
+#include "SelectionSite.h"
+#include "SizeProbe.h"
+#include "UntoldSizes.h"
+#include "VideoParts.h"
 #include "downloader.h"
 
 #include <functional>
 #include <memory>
 
-class NetDomManager;
-struct PageSnapshot;
-class QWebPageProxy;
-class QWebView;
-
-/// One page run: loads the page, collects candidates from its traffic and its document, decides
-/// when to stop looking, downloads what was chosen, reports to the host, and ends.
+/// One page run: has an engine load the page, collects candidates from what it tells of the traffic
+/// and the document, decides when to stop looking, downloads what was chosen, reports to the host,
+/// and ends.
 ///
 /// Main thread. Size probes wait in nested event loops, so every step that waits looks at the state
 /// again afterwards. What the engine reports from inside its own loading code only sets flags;
@@ -32,7 +33,9 @@ class Browser final : public QObject
     Q_OBJECT
 
 public:
-    explicit Browser(QObject *parent = nullptr);
+    /// @param engine has no page yet
+    Browser(std::unique_ptr<PageEngine> engine, const RunOptions &options,
+            QObject *parent = nullptr);
     ~Browser() override;
 
     /// Starts the run.
@@ -44,13 +47,15 @@ public:
     /// Ends the run now, unless it has ended.
     void endRun();
 
+    /// Whether an answer makes its address a candidate.
     [[nodiscard]] bool analyseUrl(const QString &url, qint64 size,
                                   const QString &contentType) const;
 
     /// Whether a candidate is big enough to stop looking for more.
     [[nodiscard]] bool isVideoFounded() const;
 
-    /// Scans the document and the page source for further candidates.
+    /// Has the document and the page source scanned for further candidates, as soon as the engine
+    /// gives a snapshot of them. If that finds the video, the search ends.
     void findMedia();
 
     /// Scans the "param" elements of the document. Returns the number of all candidates.
@@ -81,7 +86,7 @@ public:
     /// Joins the part files of the video. Returns whether all of them were joined.
     bool mergeVideoFile(int count);
 
-    /// Paints the whole page once, which makes the engine lay it out and load what is seen.
+    /// Has the engine lay out the whole page, which makes it load what is seen.
     void saveHtmlToImage();
     void writeDownloadLog();
 
@@ -110,9 +115,6 @@ public slots:
     void onF4fCheckExit(bool bActive);
 
 private:
-    friend class tst_Browser;
-
-    void createView();
     void connectAll();
     void requestClose();
     void claimEnd();
@@ -121,43 +123,36 @@ private:
     void showLife();
     void note(RunGuard::Step step);
     void onMemoryFull();
+    void onEngineLost(const QString &reason);
+    void onSnapshot(const PageSnapshot &snapshot);
     void onWatchTimerTimeOut();
+    PageScan pageScan();
     void stopAnalysis();
     bool startF4f(const QString &url);
     void startHulu(const QString &url);
-    void askForUntoldSizes();
-    void forgetUntoldSizes();
     void later(const std::function<void()> &step);
-    void scan(const PageSnapshot &snapshot, const std::function<ParseData(NetDomManager &)> &scanner);
     void reportVideoResult(int state);
 
-    std::unique_ptr<RunGuard> m_guard; ///< first, to watch over the end of all others
-    QTimer m_analysisTimer;
-    QTimer m_firstTerminateTimer; ///< the deadline
-    QTimer m_secondTerminateTimer; ///< as the first; once the page has loaded, a quiet period
-    std::unique_ptr<QWebView> m_view;
-    QWebPageProxy *m_page = nullptr; ///< child of the view
-    std::unique_ptr<NetworkAccessManagerProxy> m_networkManager;
-    CAdobeCookieJar m_cookieJar;
-    QSet<QString> m_untoldSizes; ///< addresses whose sizes are only what had come of them
-    bool m_isLoadedOnce = false;
-    bool m_isAnalysing = false;
-    bool m_isDownloadStarted = false;
-    bool m_isF4fMode = false;
-    bool m_isHuluPage = false;
-    QString m_huluSelectionUrl;
+    const RunOptions m_options;
+    std::unique_ptr<RunGuard> m_guard; ///< early, to watch over the end of those that follow
+    std::unique_ptr<PageEngine> m_engine;
+    SearchClock m_clock{this};
+    QTimer m_watchTimer; ///< sees the stop flag during waits in which nothing else happens
+    const MediaRules m_rules;
+    const SizeProbe m_sizeProbe;
+    SelectionSite m_site;
+    UntoldSizes m_untoldSizes;
+    ParseData m_result;
     Downloader m_videoDownloader;
     Downloader m_thumbDownloader;
     CAdobeDownloader m_hdsDownloader;
+    VideoParts m_parts{1}; // no page's video comes in more
+    bool m_isLoadedOnce = false;
+    bool m_isAnalysing = false;
+    bool m_isScanning = false; ///< from the wish for a snapshot to the end of its scan
+    bool m_isDownloadStarted = false;
+    bool m_isF4fMode = false;
     bool m_isHdsRunning = false;
-    int m_expectedParts = 1;
-    int m_succeededParts = 0;
-    int m_failedParts = 0;
-    ParseData m_result;
-
-    SiteSettings m_siteSettings;
-    QTimer m_watchTimer; ///< sees the stop flag during waits in which nothing else happens
-    bool m_isScanning = false;
     bool m_isClosing = false; ///< closeWebView() has been emitted
     bool m_isEnded = false;
 };

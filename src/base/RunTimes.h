@@ -7,6 +7,7 @@
 struct RunTimes
 {
     std::chrono::milliseconds analysisTick; ///< between two looks at what has been found
+    std::chrono::milliseconds quietPeriod; ///< a loaded page that is quiet for so long has no more
     std::chrono::milliseconds stuckGrace; ///< a heavy page may keep the engine busy for so long
 };
 

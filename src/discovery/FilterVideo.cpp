@@ -1,9 +1,6 @@
 #include "FilterVideo.h"
 
 #include "ParseData.h"
-#include "RunOptions.h"
-#include "SizeProbe.h"
-#include "VideoPreference.h"
 
 #include <algorithm>
 
@@ -14,7 +11,16 @@ constexpr int farthestQuality = 10000; // pixels; a file that far from the wish 
 } // namespace
 
 CFilterVideo::CFilterVideo(ParseData *data)
+    : CFilterVideo(data, RunOptions::ofCommandLine(),
+                   SizeProbe(RunOptions::ofCommandLine().netSettings()))
+{
+}
+
+CFilterVideo::CFilterVideo(ParseData *data, const RunOptions &options, const SizeProbe &probe)
     : m_data(data)
+    , m_wantedFormat(options.format)
+    , m_wantedHeight(options.quality)
+    , m_probe(probe)
 {
 }
 
@@ -39,11 +45,10 @@ bool CFilterVideo::selectVideo()
 void CFilterVideo::selectAllVideos()
 {
     m_candidates.clear();
-    const SizeProbe probe(RunOptions::ofCommandLine().netSettings());
     for (int i = 0; i < m_data->fileList.size(); ++i) {
         if (m_data->fileList.at(i).nSize == 0) {
             // The list may move in memory during the wait: look it up again afterwards.
-            const qint64 size = probe.sizeOf(m_data->fileList.at(i).address());
+            const qint64 size = m_probe.sizeOf(m_data->fileList.at(i).address());
             m_data->fileList[i].nSize = size;
         }
         m_candidates += i;
@@ -71,22 +76,21 @@ template <typename Predicate> void CFilterVideo::removeCandidates(Predicate isUn
 
 void CFilterVideo::selectVideosbyFormat()
 {
-    const int format = CVideoPreference::instance()->GetVideoFormat();
-    if (format == CVideoPreference::AnyFormat)
+    if (m_wantedFormat == CVideoPreference::AnyFormat)
         return;
-    removeCandidates([&](const VideoFile &file) { return !isSameFormat(format, file.strFormat); });
+    removeCandidates(
+        [this](const VideoFile &file) { return !isSameFormat(m_wantedFormat, file.strFormat); });
 }
 
 void CFilterVideo::selectVideosbyQuality()
 {
-    const int wanted = CVideoPreference::instance()->GetQuality();
-    if (wanted == 0)
+    if (m_wantedHeight == 0)
         return;
     int best = -1;
     qint64 bestDistance = farthestQuality;
     for (const qint32 i : qAsConst(m_candidates)) {
         const qint64 height = m_data->fileList.at(i).height;
-        const qint64 distance = qAbs(wanted - height);
+        const qint64 distance = qAbs(m_wantedHeight - height);
         if (height > 0 && distance < bestDistance) {
             best = i;
             bestDistance = distance;

@@ -4,7 +4,6 @@
 #include "PageText.h"
 #include "PlayerDescription.h"
 #include "RunOptions.h"
-#include "VideoPreference.h"
 #include "utils.h"
 
 namespace {
@@ -28,7 +27,14 @@ QByteArray descriptionIn(const PageSnapshot::Attributes &param)
 } // namespace
 
 NetDomManager::NetDomManager()
-    : m_sizeProbe(RunOptions::ofCommandLine().netSettings())
+    : NetDomManager(SizeProbe(RunOptions::ofCommandLine().netSettings()),
+                    RunOptions::ofCommandLine().pageUrl)
+{
+}
+
+NetDomManager::NetDomManager(const SizeProbe &probe, const QString &pageUrl)
+    : m_sizeProbe(probe)
+    , m_pageUrl(pageUrl)
 {
 }
 
@@ -67,10 +73,9 @@ QPair<int, int> NetDomManager::getSolution(const QString &name)
 
 ParseData NetDomManager::getPageSourceVideoInfo()
 {
-    const QString pageUrl = CVideoPreference::instance()->GetPageUrl();
     QStringList addresses = PageText::mediaAddresses(Utils::DecodeUrl(m_data.pageSource));
     Utils::DecodeUrl(addresses);
-    Utils::resolved(addresses, pageUrl);
+    Utils::resolved(addresses, m_pageUrl);
     for (const QString &address : qAsConst(addresses)) {
         if (isStopped())
             break;

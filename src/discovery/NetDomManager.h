@@ -15,7 +15,11 @@
 class NetDomManager final
 {
 public:
+    /// By the options of the command line.
     NetDomManager();
+
+    /// @param pageUrl what relative addresses are resolved by
+    NetDomManager(const SizeProbe &probe, const QString &pageUrl);
 
     void setDomInfo(const PageSnapshot &snapshot);
     void setParseInfo(const ParseData &data);
@@ -39,7 +43,8 @@ private:
     void append(const VideoFile &file);
     [[nodiscard]] bool isStopped() const;
 
-    SizeProbe m_sizeProbe;
+    const SizeProbe m_sizeProbe;
+    const QString m_pageUrl;
     PageSnapshot m_snapshot;
     ParseData m_data;
     std::function<bool()> m_isStopped;

@@ -2,7 +2,7 @@
 
 #include "HostLine.h"
 #include "PageText.h"
-#include "VideoPreference.h"
+#include "RunOptions.h"
 #include "utils.h"
 
 #include <QByteArrayList>
@@ -142,24 +142,29 @@ QString ParseData::getCanonicalUrl() const
 
 QString ParseData::getSmartVideoFullPath() const
 {
+    return smartVideoFullPath(RunOptions::ofCommandLine().paths.folder());
+}
+
+QString ParseData::smartVideoFullPath(const QString &folder) const
+{
     const QString name = withoutControls(Utils::SafeFileName(getHtmlTitle(), QLatin1Char('_')));
     if (name.isEmpty() || selectedVideo < 0)
         return {};
     const QString format = fileList.at(selectedVideo).strFormat;
     const QString ext = format.isEmpty() ? QStringLiteral("mp4") : format;
-    return CVideoPreference::instance()->GetOutDir() + QLatin1Char('/')
-        + fittingFileName(name, ext);
+    return folder + QLatin1Char('/') + fittingFileName(name, ext);
 }
 
 QString ParseData::getVideoFullPath() const
 {
-    const auto *const preference = CVideoPreference::instance();
-    if (preference->GetSmartName()) {
-        const QString smartPath = getSmartVideoFullPath();
-        if (!smartPath.isEmpty())
-            return smartPath;
-    }
-    return preference->GetVideoFullPath();
+    return getVideoFullPath(RunOptions::ofCommandLine());
+}
+
+QString ParseData::getVideoFullPath(const RunOptions &options) const
+{
+    const QString smartPath =
+        options.usesSmartName ? smartVideoFullPath(options.paths.folder()) : QString();
+    return smartPath.isEmpty() ? options.paths.video() : smartPath;
 }
 
 QByteArray ParseData::toJson() const

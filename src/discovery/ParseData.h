@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringList>
 
+struct RunOptions;
+
 /// One candidate media file.
 struct VideoFile
 {
@@ -64,12 +66,16 @@ public:
 
     /// The path to which the chosen video is written.
     [[nodiscard]] QString getVideoFullPath() const;
+    [[nodiscard]] QString getVideoFullPath(const RunOptions &options) const;
 
     /// The record for the host: one compact JSON object.
     [[nodiscard]] QByteArray toJson() const;
 
     /// Appends "playList" and "fileList" of such a record; anything else yields nothing.
     void fromJson(const QByteArray &document);
+
+private:
+    [[nodiscard]] QString smartVideoFullPath(const QString &folder) const;
 };
 
 #endif

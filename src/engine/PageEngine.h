@@ -7,8 +7,8 @@
 #include <QObject>
 #include <QUrl>
 
-/// A web engine with one page, which nobody needs to see. What the page asks for and gets is told by
-/// signals; what its document holds, by snapshots. The engine may live in this process or in
+/// A web engine with one page, which nobody needs to see. What the page asks for and gets is told
+/// by signals; what its document holds, by snapshots. The engine may live in this process or in
 /// another one, so nothing is answered by a return value. Main thread.
 ///
 /// The signals may come from inside the engine's own code: receivers set flags and leave everything
@@ -29,8 +29,8 @@ public:
     /// Loads the page, once.
     virtual void load(const QUrl &url) = 0;
 
-    /// Lays the whole page out, as if its window were large enough, which makes the engine load what
-    /// it leaves out while it cannot be seen.
+    /// Lays the whole page out, as if its window were large enough, which makes the engine load
+    /// what it leaves out while it cannot be seen.
     virtual void layOutWhole() = 0;
 
     /// Asks for a snapshot(), which may come from inside this call.
@@ -42,7 +42,8 @@ public:
     /// Keeps the cookies that the page has got.
     virtual void saveCookies() = 0;
 
-    /// Ends the page. Not to be called from inside the engine's own code.
+    /// Ends the page, whose scripts do not see it go. Not to be called from inside the engine's own
+    /// code.
     virtual void close() = 0;
 
 signals:
@@ -52,8 +53,8 @@ signals:
     /// An answer has progressed. @param size bytes in all, as far as known, else 0
     void replySeen(const QString &url, qint64 size, const QString &contentType);
 
-    /// What is told as the size of an answer is only what had come of it when it was cut: its server
-    /// does not say.
+    /// What is told as the size of an answer is only what had come of it when it was cut: its
+    /// server does not say.
     void sizeUntold(const QString &url);
 
     /// A request has ended, one way or another. One of them may tell it twice.
@@ -64,6 +65,9 @@ signals:
 
     /// The answer to requestSnapshot(); empty when the page has no document.
     void snapshot(const PageSnapshot &snapshot);
+
+    /// The user has closed the window in which the page is shown.
+    void windowClosed();
 
     /// The engine is gone and nothing more will come of it.
     void lost(const QString &reason);

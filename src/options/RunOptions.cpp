@@ -1,12 +1,16 @@
 #include "RunOptions.h"
 
+#include "QxDir.h"
 #include "StallWatch.h"
+
+#include <QDate>
 
 RunOptions RunOptions::ofCommandLine()
 {
     const auto *const preference = CVideoPreference::instance();
     RunOptions options;
     options.pageUrl = preference->GetPageUrl();
+    options.pageId = preference->GetPageUrlMD5();
     options.timeoutS = preference->GetTimeOut();
     options.stallS = preference->GetStall();
     options.memoryBytes = preference->GetMemoryLimit();
@@ -21,6 +25,7 @@ RunOptions RunOptions::ofCommandLine()
     options.wantsThumb = preference->GetThumb();
     options.wantsBeginningOnly = preference->GetPartialDown();
     options.usesSmartName = preference->GetSmartName();
+    options.keepsImages = preference->GetKeepImage();
     options.isLogged = preference->GetLog();
     options.isShown = preference->GetShow();
     options.followsStreams = preference->GetSupportF4f();
@@ -34,4 +39,11 @@ NetSettings RunOptions::netSettings() const
         settings.proxy = proxy.toNetworkProxy();
     settings.stallMs = StallWatch::limitOf(stallS);
     return settings;
+}
+
+QString RunOptions::csvPath() const
+{
+    const QString today = QDate::currentDate().toString(QStringLiteral("yyyy-MM-dd"));
+    return QxDir::MakeDir(paths.folder() + QLatin1String("/logs")) + QLatin1Char('/') + today
+        + QLatin1String(".csv");
 }

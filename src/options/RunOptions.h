@@ -11,6 +11,7 @@
 struct RunOptions
 {
     QString pageUrl;
+    QString pageId; ///< what this page's files are named by
     int timeoutS = 0; ///< negative for no limit
     int stallS = 0; ///< seconds of silence that end a request; 0 for no limit
     qint64 memoryBytes = 0; ///< that an analysis may take; 0 for no limit
@@ -27,14 +28,19 @@ struct RunOptions
     bool wantsBeginningOnly = false;
     bool usesSmartName = false;
     bool resumes = true;
+    bool keepsImages = false; ///< the page may load its pictures
     bool isLogged = false;
     bool isShown = false;
     bool followsStreams = false; ///< those of HTTP Dynamic Streaming
 
-    /// The options of this process's command line. An application object must exist.
+    /// The options of this process's command line. An application object must exist; the default
+    /// output folder is made when it is wanted and missing.
     [[nodiscard]] static RunOptions ofCommandLine();
 
     [[nodiscard]] NetSettings netSettings() const;
+
+    /// The result file of the day, in the log folder, which is made when missing.
+    [[nodiscard]] QString csvPath() const;
 };
 
 #endif

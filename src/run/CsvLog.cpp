@@ -2,7 +2,6 @@
 
 #include "FolderLock.h"
 #include "HostLine.h"
-#include "VideoPreference.h"
 #include "WebAddress.h"
 
 #include <QDir>
@@ -53,7 +52,13 @@ void appendRow(int fd, const QByteArray &header, const QByteArray &row)
 } // namespace
 
 CsvLog::CsvLog(ParseData &data)
+    : CsvLog(data, RunOptions::ofCommandLine())
+{
+}
+
+CsvLog::CsvLog(const ParseData &data, const RunOptions &options)
     : m_data(data)
+    , m_options(options)
 {
 }
 
@@ -65,14 +70,13 @@ QString CsvLog::GetCsvHeader() const
 
 QString CsvLog::GetLogMessage() const
 {
-    const auto *const preference = CVideoPreference::instance();
-    const QString thumbPath = preference->GetThumbFullPath();
-    const QString videoPath = m_data.getVideoFullPath();
+    const QString thumbPath = m_options.paths.thumb();
+    const QString videoPath = m_data.getVideoFullPath(m_options);
     const QString videoMark = QFile::exists(videoPath) ? QString() : QStringLiteral("X ");
 
     QStringList columns{
-        preference->GetPageUrlMD5(),
-        quoted(WebAddress::withoutCredentials(preference->GetPageUrl())),
+        m_options.pageId,
+        quoted(WebAddress::withoutCredentials(m_options.pageUrl)),
         m_data.succeeded ? QStringLiteral("Y") : QStringLiteral("N"),
         QString::number(m_data.getTimeUsed()),
     };
@@ -93,10 +97,9 @@ QString CsvLog::GetLogMessage() const
 
 void CsvLog::saveDownloadResult()
 {
-    const auto *const preference = CVideoPreference::instance();
-    if (!preference->GetLog())
+    if (!m_options.isLogged)
         return;
-    const QString path = preference->GetCsvFullPath(QStringLiteral("csv"));
+    const QString path = m_options.csvPath();
     const int fd = ::open(QFile::encodeName(path).constData(),
                           O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
     if (fd < 0)

@@ -2,14 +2,17 @@
 #define CSVLOG_H
 
 #include "ParseData.h"
+#include "RunOptions.h"
 
 /// The row that a run leaves in the result file of its day. UTF-8; nothing in quoted columns is
 /// escaped, so rows are split by position.
 class CsvLog final
 {
 public:
-    /// Copies the record.
+    /// Copies the record. The options are those of the command line.
     explicit CsvLog(ParseData &data);
+
+    CsvLog(const ParseData &data, const RunOptions &options);
 
     [[nodiscard]] QString GetCsvHeader() const;
 
@@ -21,7 +24,8 @@ public:
     void saveDownloadResult();
 
 private:
-    ParseData m_data;
+    const ParseData m_data;
+    const RunOptions m_options;
 };
 
 #endif

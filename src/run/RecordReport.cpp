@@ -2,8 +2,9 @@
 
 #include "CsvLog.h"
 
-RecordReport::RecordReport(const ParseData &record)
+RecordReport::RecordReport(const ParseData &record, const RunOptions &options)
     : m_record(record)
+    , m_options(options)
 {
 }
 
@@ -19,6 +20,5 @@ QByteArray RecordReport::record() const
 
 void RecordReport::writeRow() const
 {
-    ParseData record = m_record;
-    CsvLog(record).saveDownloadResult();
+    CsvLog(m_record, m_options).saveDownloadResult();
 }

@@ -2,13 +2,14 @@
 #define RECORDREPORT_H
 
 #include "ParseData.h"
+#include "RunOptions.h"
 #include "RunReport.h"
 
-/// Reports from a copy of a run's record.
+/// Reports from copies of a run's record and its options.
 class RecordReport final : public RunReport
 {
 public:
-    explicit RecordReport(const ParseData &record);
+    RecordReport(const ParseData &record, const RunOptions &options);
 
     [[nodiscard]] bool hasCandidates() const override;
     [[nodiscard]] QByteArray record() const override;
@@ -16,6 +17,7 @@ public:
 
 private:
     const ParseData m_record;
+    const RunOptions m_options;
 };
 
 #endif

@@ -13,6 +13,7 @@
 #include "StopSignals.h"
 #include "Usage.h"
 #include "VideoPreference.h"
+#include "WebkitEngineFactory.h"
 #include "browser.h"
 
 #include <QApplication>
@@ -26,17 +27,6 @@
 #include <cstddef>
 
 namespace {
-
-/// By what name and rank the engine's media framework chooses its elements.
-constexpr char elementRanks[] = "GST_PLUGIN_FEATURE_RANK";
-
-/// They fetch what a playlist names by themselves, past the page's network and its limits, and run
-/// an event loop for it on threads of their own, which stops the main thread's.
-constexpr const char *playlistReaders[] = {"hlsdemux",  "dashdemux",  "mssdemux",
-                                           "hlsdemux2", "dashdemux2", "mssdemux2"};
-
-constexpr const char *soundSinks[] = {"pulsesink", "pipewiresink", "jackaudiosink", "alsasink",
-                                      "oss4sink",  "osssink",      "openalsink"};
 
 /// The toolkit's platform by the arguments or the environment; empty when none is chosen.
 QByteArray chosenPlatform(int argc, char *argv[])
@@ -72,15 +62,6 @@ void prepareProcess(int argc, char *argv[])
         qputenv("QT_QPA_PLATFORM", "offscreen");
 }
 
-/// Has the media framework choose none of the elements, whatever the environment says.
-template <std::size_t count> void leaveOut(const char *const (&elements)[count])
-{
-    QByteArray ranks = qgetenv(elementRanks);
-    for (const char *const element : elements)
-        ranks += QByteArray(ranks.isEmpty() ? "" : ",") + element + ":NONE";
-    qputenv(elementRanks, ranks);
-}
-
 bool usesDisplay(int argc, char *argv[])
 {
     const QByteArray platform = chosenPlatform(argc, argv);
@@ -98,15 +79,6 @@ int endWithoutDisplay(int argc, char *argv[])
         return NoOutputFolder;
     HostEvents::send(event::DisplayMissing{});
     return NoDisplay;
-}
-
-/// Nobody hears a page that is not shown, and looking for somewhere to play its sound leaves
-/// folders and shared memory of the sound servers behind.
-void prepareMediaFramework()
-{
-    leaveOut(playlistReaders);
-    if (!CVideoPreference::instance()->GetShow())
-        leaveOut(soundSinks);
 }
 
 /// Puts the walls up around the calling thread and all that it starts; the log tells of gaps.
@@ -155,7 +127,7 @@ bool isSavePathReadable(int argc, char *argv[])
 ///
 /// This needs the options, so an application object, and comes before the toolkit's own: that one
 /// starts threads, which would be left outside.
-bool preparePageRun(int argc, char *argv[])
+bool preparePageRun(int argc, char *argv[], EngineFactory &engines)
 {
     const QCoreApplication application(argc, argv);
     const auto *const preference = CVideoPreference::instance();
@@ -165,7 +137,7 @@ bool preparePageRun(int argc, char *argv[])
     StopSignals::install();
     RunLimits::install();
     ShareMemoryManager::GetInstance()->CreateShareMemData();
-    prepareMediaFramework();
+    engines.prepare(RunOptions::ofCommandLine());
     LeftFiles::removeAll();
     if (!preference->GetNoSandbox())
         confine(usesDisplay(argc, argv));
@@ -190,19 +162,19 @@ void flashVersion()
 }
 
 /// Sets the limit that holds even where the guard comes too late.
-void limitMemory()
+void limitMemory(qint64 limit)
 {
     constexpr qint64 spareBytes = 1 << 30;
-    const qint64 limit = CVideoPreference::instance()->GetMemoryLimit();
     if (limit > 0)
         ProcessMemory::limitGrowth(limit + spareBytes);
 }
 
 /// Runs one page run to its end and returns the event loop's result.
-int exec(QApplication *application)
+int exec(QApplication *application, EngineFactory &engines)
 {
-    limitMemory();
-    Browser browser;
+    const RunOptions options = RunOptions::ofCommandLine();
+    limitMemory(options.memoryBytes);
+    Browser browser(engines.make(options), options);
     browser.loadPage();
     QObject::connect(application, &QGuiApplication::lastWindowClosed, application,
                      &QCoreApplication::quit);
@@ -220,7 +192,8 @@ int runProgram(int argc, char *argv[])
     prepareProcess(argc, argv);
     if (usesDisplay(argc, argv) && !DisplayProbe::isUsable(argc, argv))
         return endWithoutDisplay(argc, argv);
-    const bool isPrepared = argc > 1 && preparePageRun(argc, argv);
+    WebkitEngineFactory engines;
+    const bool isPrepared = argc > 1 && preparePageRun(argc, argv, engines);
     QApplication application(argc, argv);
     if (argc < 2) { // what there was, was the toolkit's
         printUsage();
@@ -243,7 +216,7 @@ int runProgram(int argc, char *argv[])
     if (!MessageLog::open() || !isPrepared)
         return NoOutputFolder;
 
-    const int result = exec(&application);
+    const int result = exec(&application, engines);
     const bool isEndAsked = ShareMemoryManager::GetInstance()->GetExitFlag();
     ShareMemoryManager::GetInstance()->DeleteShareMemData();
     StopSignals::uninstall();

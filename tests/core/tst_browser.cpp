@@ -1,14 +1,13 @@
+#include "FakeEngine.h"
 #include "MessageCatcher.h"
 #include "ScriptedServer.h"
 #include "ShareMemoryManager.h"
 #include "TestMain.h"
 #include "browser.h"
 
+#include <QDir>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QWebFrame>
-#include <QWebPage>
-#include <QWebView>
 
 #include <memory>
 
@@ -19,12 +18,49 @@ QString text(const char *latin1)
     return QString::fromLatin1(latin1);
 }
 
-VideoFile makeFile(const char *address, qint64 size, const char *contentType = "")
+/// A run of the command line, with an engine that the test plays.
+struct Run
 {
-    VideoFile file = VideoFile::fromAddress(text(address));
-    file.nSize = size;
-    file.contentType = text(contentType);
-    return file;
+    FakeEngine *engine;
+    Browser browser;
+
+    Run()
+        : Run(std::make_unique<FakeEngine>())
+    {
+    }
+
+    /// The clock of its search.
+    [[nodiscard]] SearchClock *clock() const { return browser.findChild<SearchClock *>(); }
+
+    /// Whether it is going to end.
+    [[nodiscard]] bool isClosing() const { return !m_closing.isEmpty(); }
+
+private:
+    explicit Run(std::unique_ptr<FakeEngine> fake)
+        : engine(fake.get())
+        , browser(std::move(fake), RunOptions::ofCommandLine())
+    {
+    }
+
+    const QSignalSpy m_closing{&browser, &Browser::closeWebView};
+};
+
+PageSnapshot snapshotOf(const QString &source)
+{
+    PageSnapshot snapshot;
+    snapshot.source = source;
+    return snapshot;
+}
+
+/// The one file of the record that was sent; null when there is none, or another number of files.
+VideoFile onlyFile(const MessageCatcher &catcher)
+{
+    const QStringList records = catcher.linesWith(text("\"{\"fileList\":"));
+    if (records.size() != 1)
+        return {};
+    ParseData record;
+    record.fromJson(records.first().mid(1, records.first().size() - 3).toUtf8());
+    return record.fileList.size() == 1 ? record.fileList.first() : VideoFile();
 }
 
 } // namespace
@@ -42,13 +78,20 @@ class tst_Browser : public QObject
             + more);
     }
 
-    /// A browser in the state of analysis, without a page.
-    std::unique_ptr<Browser> analysing()
+    /// A column of the row that a run with "--log" has left; none when there is not one row.
+    QString column(int index) const
     {
-        auto browser = std::make_unique<Browser>();
-        browser->m_isAnalysing = true;
-        return browser;
+        const QDir logs(m_folder->filePath(text("logs")));
+        const QStringList tables = logs.entryList({text("*.csv")}, QDir::Files);
+        QFile table(logs.filePath(tables.value(0)));
+        if (tables.size() != 1 || !table.open(QIODevice::ReadOnly))
+            return {};
+        const QStringList lines = QString::fromUtf8(table.readAll()).split(QLatin1Char('\n'));
+        return lines.size() == 3 ? lines.at(1).split(QLatin1Char(',')).value(index) : QString();
     }
+
+    static constexpr int successColumn = 2;
+    static constexpr int secondsColumn = 3;
 
 private slots:
     void init()
@@ -131,25 +174,58 @@ private slots:
         QFETCH(qint64, size);
         QFETCH(QString, contentType);
         QFETCH(bool, isAccepted);
-        const Browser browser;
-        QCOMPARE(browser.analyseUrl(url, size, contentType), isAccepted);
+        const Run run;
+        QCOMPARE(run.browser.analyseUrl(url, size, contentType), isAccepted);
+    }
+
+    void sizesAreRecordedFromOneMebibyteUp_data()
+    {
+        QTest::addColumn<qint64>("size");
+        QTest::addColumn<qint64>("recorded");
+        QTest::newRow("below") << qint64(1048575) << qint64(0);
+        QTest::newRow("1 MiB") << qint64(1048576) << qint64(1048576);
     }
 
     void sizesAreRecordedFromOneMebibyteUp()
     {
-        const auto browser = analysing();
+        QFETCH(qint64, size);
+        QFETCH(qint64, recorded);
+        const MessageCatcher catcher;
+        Run run;
+        run.browser.loadPage();
+        const QString url = text("http://127.0.0.1:1/a.mp4");
+        emit run.engine->replySeen(url, 0, text("video/mp4"));
+        emit run.engine->replySeen(url, size, text("video/mp4"));
+        emit run.engine->replySeen(url, 0, text("video/mp4"));
+        run.browser.onTerminateTimerTimeOut();
+        QCOMPARE(onlyFile(catcher).address(), url);
+        QCOMPARE(onlyFile(catcher).nSize, recorded);
+    }
+
+    void theLastTypeCounts()
+    {
+        Run run;
+        run.browser.loadPage();
         const QString url = text("http://h/a.mp4");
-        browser->setVideoUrl(url, 1048575, text("video/mp4"));
-        QCOMPARE(browser->m_result.fileList.size(), 1);
-        QCOMPARE(browser->m_result.fileList.first().nSize, qint64(0));
-        QCOMPARE(browser->m_result.fileList.first().contentType, text("video/mp4"));
-        browser->setVideoUrl(url, 1048576, text("video/webm"));
-        QCOMPARE(browser->m_result.fileList.size(), 1);
-        QCOMPARE(browser->m_result.fileList.first().nSize, qint64(1048576));
-        QCOMPARE(browser->m_result.fileList.first().contentType, text("video/webm"));
-        browser->m_isAnalysing = false;
-        browser->setVideoUrl(text("http://h/b.mp4"), 1048576, text("video/mp4"));
-        QCOMPARE(browser->m_result.fileList.size(), 1);
+        emit run.engine->replySeen(url, 6000000, text("text/plain"));
+        QVERIFY(!run.browser.isVideoFounded());
+        emit run.engine->replySeen(url, 0, text("video/webm"));
+        QVERIFY(run.browser.isVideoFounded());
+    }
+
+    void whatComesAfterTheSearchIsNoCandidate()
+    {
+        const MessageCatcher catcher;
+        Run run;
+        ScriptedServer server;
+        server.on("/a.mp4", [&run](const HttpRequest &) { // while its size is asked for
+            emit run.engine->replySeen(text("http://h/b.mp4"), 2000000, text("video/mp4"));
+            return HttpReply();
+        });
+        run.browser.loadPage();
+        emit run.engine->replySeen(server.address("/a.mp4"), 0, text("video/mp4"));
+        run.browser.onTerminateTimerTimeOut();
+        QCOMPARE(onlyFile(catcher).address(), server.address("/a.mp4"));
     }
 
     void found_data()
@@ -178,12 +254,13 @@ private slots:
         QFETCH(QByteArray, contentType);
         QFETCH(bool, isFound);
         setOptions(options);
-        Browser browser;
-        QVERIFY(!browser.isVideoFounded());
-        browser.m_result.fileList += makeFile("http://h/0", 0);
-        QVERIFY(!browser.isVideoFounded());
-        browser.m_result.fileList += makeFile("http://h/a", size, contentType.constData());
-        QCOMPARE(browser.isVideoFounded(), isFound);
+        Run run;
+        run.browser.loadPage();
+        QVERIFY(!run.browser.isVideoFounded());
+        emit run.engine->replySeen(text("http://h/0.mp4"), 0, QString());
+        QVERIFY(!run.browser.isVideoFounded());
+        emit run.engine->replySeen(text("http://h/a.mp4"), size, QString::fromLatin1(contentType));
+        QCOMPARE(run.browser.isVideoFounded(), isFound);
     }
 
     void theEndIsReportedAndClosesOnce_data()
@@ -205,84 +282,56 @@ private slots:
         QFETCH(int, state);
         QFETCH(QStringList, lines);
         QFETCH(bool, isSucceeded);
+        setOptions({text("--log")});
         const MessageCatcher catcher;
-        Browser browser;
-        const QSignalSpy closing(&browser, &Browser::closeWebView);
-        const QSignalSpy ended(&browser, &Browser::runEnded);
-        browser.getDownloadState(0, Downloader::Video, state);
-        QVERIFY(!browser.isEnded()); // whoever reports may stand inside the engine
-        browser.getDownloadState(0, Downloader::Video, state);
-        browser.onTerminateTimerTimeOut();
-        QTRY_VERIFY(browser.isEnded());
-        browser.endRun();
+        Run run;
+        const QSignalSpy closing(&run.browser, &Browser::closeWebView);
+        const QSignalSpy ended(&run.browser, &Browser::runEnded);
+        run.browser.getDownloadState(0, Downloader::Video, state);
+        QVERIFY(!run.browser.isEnded()); // whoever reports may stand inside the engine
+        run.browser.getDownloadState(0, Downloader::Video, state);
+        run.browser.onTerminateTimerTimeOut();
+        QTRY_VERIFY(run.browser.isEnded());
+        run.browser.endRun();
         QCOMPARE(closing.count(), 1);
         QCOMPARE(ended.count(), 1);
         QCOMPARE(catcher.lines(), lines);
-        QCOMPARE(browser.m_result.succeeded, isSucceeded);
+        QCOMPARE(column(successColumn), isSucceeded ? text("Y") : text("N"));
+        QCOMPARE(*run.engine->calls(), QStringList{text("close")});
     }
 
     void theThumbnailsEndLetsTheRunGoOn()
     {
         const MessageCatcher catcher;
-        Browser browser;
+        Run run;
         for (const int state : {1, 0, -1, 5})
-            browser.getDownloadState(-1, Downloader::Thumb, state);
-        browser.getDownloadState(0, 9, 1);
+            run.browser.getDownloadState(-1, Downloader::Thumb, state);
+        run.browser.getDownloadState(0, 9, 1);
         QCOMPARE(catcher.lines(),
                  (QStringList{text("thumb download finished:success "),
                               text("thumb download finished:failed "),
                               text("thumb download finished:canceled ")}));
-        QVERIFY(!browser.m_isClosing);
-    }
-
-    void severalParts_data()
-    {
-        QTest::addColumn<int>("lastState");
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QByteArray>("merged");
-        QTest::newRow("all arrive")
-            << 1 << text("video download success ") << QByteArray("firstsecond");
-        QTest::newRow("one fails") << 0 << text("video download failed ") << QByteArray();
-    }
-
-    void severalParts()
-    {
-        QFETCH(int, lastState);
-        QFETCH(QString, line);
-        QFETCH(QByteArray, merged);
-        const QList<QByteArray> parts{"first", "second"};
-        for (int i = 0; i < parts.size(); ++i) {
-            QFile part(m_folder->filePath(QStringLiteral("video.mp4_%1").arg(i)));
-            QVERIFY(part.open(QIODevice::WriteOnly));
-            part.write(parts.at(i));
-        }
-        const MessageCatcher catcher;
-        Browser browser;
-        browser.m_expectedParts = 2;
-        browser.getDownloadState(0, Downloader::Video, 1);
-        QVERIFY(catcher.lines().isEmpty());
-        browser.getDownloadState(1, Downloader::Video, lastState);
-        QCOMPARE(catcher.lines(), (QStringList{line, text("video download finished ")}));
-        QTRY_VERIFY(browser.isEnded());
-        QFile video(m_folder->filePath(text("video.mp4")));
-        QCOMPARE(video.open(QIODevice::ReadOnly) ? video.readAll() : QByteArray(), merged);
+        QVERIFY(!run.isClosing());
     }
 
     void mergingNeedsAnOutput()
     {
         setArguments({text("--saveto"), text("/proc/self/none/video.mp4")});
-        Browser browser;
-        QVERIFY(!browser.mergeVideoFile(2));
+        Run run;
+        QVERIFY(!run.browser.mergeVideoFile(2));
     }
 
     void theDeadlineWithoutACandidateEndsTheRun()
     {
+        setOptions({text("--timeout"), text("1"), text("--log")});
         const MessageCatcher catcher;
-        const auto browser = analysing();
-        browser->onTerminateTimerTimeOut();
-        QTRY_VERIFY(browser->isEnded());
-        QCOMPARE(catcher.lines(), QStringList{text("parse failed ")});
-        QVERIFY(!browser->m_result.endTime.isNull());
+        Run run;
+        run.browser.loadPage();
+        QTRY_VERIFY(run.browser.isEnded());
+        QCOMPARE(
+            catcher.linesWith(text("pars")),
+            (QStringList{text("\"http://127.0.0.1:1/tst\" parsing... "), text("parse failed ")}));
+        QVERIFY(column(secondsColumn).toInt() >= 1);
     }
 
     void theTimeOutBoundsTheSearch_data()
@@ -302,64 +351,190 @@ private slots:
         QFETCH(bool, isBounded);
         QFETCH(int, intervalMs);
         setOptions({text("--timeout"), timeout});
-        Browser browser;
-        browser.loadPage();
-        for (const QTimer *const timer :
-             {&browser.m_firstTerminateTimer, &browser.m_secondTerminateTimer}) {
-            QCOMPARE(timer->isActive(), isBounded);
-            if (isBounded)
-                QCOMPARE(timer->interval(), intervalMs);
-        }
-        browser.endRun();
+        Run run;
+        run.browser.loadPage();
+        const auto left = run.clock()->timeLeft();
+        QCOMPARE(left.has_value(), isBounded);
+        if (isBounded)
+            QVERIFY(left->count() <= intervalMs && left->count() > intervalMs - 60000);
+        run.browser.endRun();
     }
 
     void aSearchWithoutALimitEndsByItselfOnceThePageIsQuiet()
     {
         setOptions({text("--timeout"), text("-1")});
-        Browser browser;
-        browser.loadPage();
-        browser.loadFinished(true);
-        QCOMPARE(browser.m_secondTerminateTimer.interval(), 20000);
-        QVERIFY(browser.m_secondTerminateTimer.isActive());
-        browser.endRun();
+        Run run;
+        run.browser.loadPage();
+        emit run.engine->loaded(true);
+        const auto left = run.clock()->timeLeft();
+        QVERIFY(left.has_value());
+        QVERIFY(left->count() <= 20000 && left->count() > 10000);
+        run.browser.endRun();
     }
 
-    void analysisEndsWithABlankPageAndNoTraffic()
+    void theSearchEndsWithAStoppedPage()
     {
+        setOptions({text("--f4f")});
+        Run run;
+        QStringList calls;
+        bool isSearching = true;
+        bool isEnded = true;
         ScriptedServer server;
-        HttpReply page;
-        page.headers = {{"Content-Type", "text/html"}};
-        page.body = "<title>before</title>";
-        server.on("/", page);
-        setOptions({}, server.address("/"));
-        Browser browser;
-        browser.loadPage();
-        QTRY_VERIFY(browser.m_isLoadedOnce);
-        browser.m_isF4fMode = true; // whose deadline only ends analysis
-        browser.onTerminateTimerTimeOut();
-        const QWebFrame *const frame = reinterpret_cast<QWebPage *>(browser.m_page)->mainFrame();
-        QTRY_COMPARE(frame->url(), QUrl(text("about:blank")));
-        QVERIFY(!browser.m_analysisTimer.isActive());
-        QVERIFY(!browser.m_firstTerminateTimer.isActive());
-        QVERIFY(!browser.m_secondTerminateTimer.isActive());
-        QVERIFY(!browser.isEnded());
+        server.on("/a.f4m", [&](const HttpRequest &) { // while the stream begins
+            calls = *run.engine->calls();
+            isSearching = run.clock()->timeLeft().has_value();
+            isEnded = run.browser.isEnded();
+            return HttpReply();
+        });
+        run.browser.loadPage();
+        emit run.engine->loaded(true);
+        emit run.engine->requestSeen(server.address("/a.f4m"));
+        QTRY_VERIFY(run.browser.isEnded());
+        QCOMPARE(calls,
+                 (QStringList{text("hide"), text("load http://127.0.0.1:1/tst"),
+                              text("layOutWhole"), text("hide"), text("stop")}));
+        QVERIFY(!isSearching);
+        QVERIFY(!isEnded);
     }
 
     void theQuietPeriodFollowsMediaReplies()
     {
-        const auto browser = analysing();
-        browser->setVideoUrl(text("http://h/x"), 0, QString());
-        QVERIFY(!browser->m_secondTerminateTimer.isActive());
-        browser->loadFinished(true);
-        QVERIFY(browser->m_isLoadedOnce);
-        QCOMPARE(browser->m_secondTerminateTimer.interval(), 20000);
-        browser->m_secondTerminateTimer.stop();
-        browser->loadFinished(true); // only the first one counts
-        QVERIFY(!browser->m_secondTerminateTimer.isActive());
-        browser->setVideoUrl(text("http://h/manifest"), 0, text("video/f4m"));
-        QVERIFY(!browser->m_secondTerminateTimer.isActive());
-        browser->setVideoUrl(text("http://h/x"), 0, QString());
-        QVERIFY(browser->m_secondTerminateTimer.isActive());
+        setOptions({text("--timeout"), text("-1")});
+        Run run;
+        run.browser.loadPage();
+        const auto isWaiting = [&run] { return run.clock()->timeLeft().has_value(); };
+        emit run.engine->replySeen(text("http://h/x"), 0, QString());
+        QVERIFY(!isWaiting());
+        emit run.engine->loaded(true);
+        QVERIFY(isWaiting());
+        run.clock()->stop();
+        emit run.engine->loaded(true); // only the first one counts
+        QVERIFY(!isWaiting());
+        emit run.engine->replySeen(text("http://h/manifest"), 0, text("video/f4m"));
+        QVERIFY(!isWaiting());
+        emit run.engine->replySeen(text("http://h/x"), 0, QString());
+        QVERIFY(isWaiting());
+        QCOMPARE(run.engine->calls()->count(text("layOutWhole")), 1);
+    }
+
+    void theProxyGoesToTheEngine_data()
+    {
+        QTest::addColumn<QString>("proxy");
+        QTest::addColumn<int>("port");
+        QTest::newRow("a proxy") << text("3:127.0.0.1:8080") << 8080;
+        QTest::newRow("none of any use") << text("2:127.0.0.1:8080") << 0;
+    }
+
+    void theProxyGoesToTheEngine()
+    {
+        QFETCH(QString, proxy);
+        QFETCH(int, port);
+        setOptions({text("--proxy"), proxy});
+        if (port == 0)
+            QTest::ignoreMessage(QtWarningMsg,
+                                 QRegularExpression(text("proxy setting is ignored")));
+        Run run;
+        run.browser.loadPage();
+        QCOMPARE(run.engine->calls()->contains(text("setProxy")), port > 0);
+        QCOMPARE(int(run.engine->proxy().port()), port);
+    }
+
+    void cookiesAreKeptWithEveryReport()
+    {
+        Run run;
+        run.browser.loadPage();
+        emit run.engine->requestSeen(text("http://h/a"));
+        const int afterTheRequest = run.engine->savesOfCookies();
+        QVERIFY(afterTheRequest > 0);
+        emit run.engine->replySeen(text("http://h/a"), 0, QString());
+        QVERIFY(run.engine->savesOfCookies() > afterTheRequest);
+    }
+
+    void aSnapshotThatComesLateIsAskedForOnce()
+    {
+        const MessageCatcher catcher;
+        ScriptedServer server;
+        HttpReply video;
+        video.body = QByteArray(1048576, 'v');
+        server.on("/v.mp4", video);
+        Run run;
+        run.browser.loadPage();
+        run.browser.onAnalysisTimerTimeOut();
+        run.browser.onAnalysisTimerTimeOut();
+        QCOMPARE(run.engine->calls()->count(text("requestSnapshot")), 1);
+        const QString address = server.address("/v.mp4");
+        emit run.engine->snapshot(snapshotOf(text("<a href='%1'>").arg(address)));
+        QCOMPARE(catcher.linesWith(text("videoUrl:")),
+                 QStringList{text("videoUrl: \"%1\" ").arg(address)});
+        run.browser.onAnalysisTimerTimeOut();
+        QCOMPARE(run.engine->calls()->count(text("requestSnapshot")), 2);
+        run.browser.onTerminateTimerTimeOut();
+        emit run.engine->snapshot(snapshotOf(text("<title>late</title>")));
+        QTRY_VERIFY(run.browser.isEnded());
+        QCOMPARE(onlyFile(catcher).nSize, qint64(1048576));
+        QCOMPARE(catcher.linesWith(text("late")), QStringList());
+    }
+
+    void whatIsFoundIsDownloaded()
+    {
+        ScriptedServer server;
+        const QByteArray video(10485760, 'v');
+        server.serve("/v.mp4", video, "video/mp4");
+        setOptions({text("--log")});
+        const MessageCatcher catcher;
+        Run run;
+        run.engine->answerWith(snapshotOf(text("<title>T</title>")));
+        run.browser.loadPage();
+        emit run.engine->replySeen(server.address("/v.mp4"), video.size(), text("video/mp4"));
+        run.browser.onAnalysisTimerTimeOut();
+        QTRY_VERIFY(run.browser.isEnded());
+        QCOMPARE(*run.engine->calls(),
+                 (QStringList{text("hide"), text("load http://127.0.0.1:1/tst"),
+                              text("requestSnapshot"), text("stop"), text("close")}));
+        QCOMPARE(onlyFile(catcher).nSize, qint64(video.size()));
+        QCOMPARE(catcher.lines().last(), text("video download finished:success "));
+        QFile file(m_folder->filePath(text("video.mp4")));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(file.readAll() == video);
+        QCOMPARE(column(successColumn), text("Y"));
+    }
+
+    void anUntoldSizeIsAskedFor_data()
+    {
+        QTest::addColumn<bool>("isTold");
+        QTest::newRow("told to the probe") << true;
+        QTest::newRow("told to nobody") << false;
+    }
+
+    void anUntoldSizeIsAskedFor()
+    {
+        QFETCH(bool, isTold);
+        ScriptedServer server;
+        HttpReply video;
+        video.body = QByteArray(3000000, 'v');
+        video.withoutLength = !isTold;
+        server.on("/v.mp4", video);
+        const MessageCatcher catcher;
+        Run run;
+        run.browser.loadPage();
+        emit run.engine->sizeUntold(server.address("/v.mp4"));
+        emit run.engine->replySeen(server.address("/v.mp4"), 5242880, text("video/mp4"));
+        QVERIFY(run.browser.isVideoFounded());
+        run.browser.onTerminateTimerTimeOut();
+        QCOMPARE(onlyFile(catcher).address(), server.address("/v.mp4"));
+        QCOMPARE(onlyFile(catcher).nSize, qint64(isTold ? 3000000 : 0));
+    }
+
+    void aLostEngineEndsTheSearch()
+    {
+        const MessageCatcher catcher;
+        Run run;
+        run.browser.loadPage();
+        QTest::ignoreMessage(QtWarningMsg, "the page's engine is lost: it crashed");
+        emit run.engine->lost(text("it crashed"));
+        QVERIFY(!run.isClosing()); // whoever tells it may stand inside the engine
+        QTRY_VERIFY(run.browser.isEnded());
+        QCOMPARE(catcher.lines().last(), text("parse failed "));
     }
 
     void theExitFlagEndsTheRunWhereverItIsSeen_data()
@@ -375,38 +550,38 @@ private slots:
     {
         QFETCH(int, where);
         const MessageCatcher catcher;
-        Browser browser;
-        browser.loadPage();
+        Run run;
+        run.browser.loadPage();
         QVERIFY(ShareMemoryManager::GetInstance()->SetExitFlag(true));
         for (int i = 0; i < 2; ++i) { // seen twice, it still ends the run once
             switch (where) {
             case 0:
-                browser.setVideoUrl(text("http://h/x"));
+                emit run.engine->requestSeen(text("http://h/x"));
                 break;
             case 1:
-                browser.setVideoUrl(text("http://h/x"), 1, text("video/mp4"));
+                emit run.engine->replySeen(text("http://h/x"), 1, text("video/mp4"));
                 break;
             case 2:
-                browser.loadFinished(true);
+                emit run.engine->loaded(true);
                 break;
             case 3:
-                browser.replyFinished();
+                emit run.engine->replyEnded();
                 break;
             case 4:
-                browser.onAnalysisTimerTimeOut();
+                run.browser.onAnalysisTimerTimeOut();
                 break;
             case 5:
-                browser.getDownloadState(0, Downloader::Video, 1);
+                run.browser.getDownloadState(0, Downloader::Video, 1);
                 break;
             case 6:
-                browser.onDownloadFinishedF4f(1);
+                run.browser.onDownloadFinishedF4f(1);
                 break;
-            default:
-                browser.onWatchTimerTimeOut();
+            default: // by itself
+                QTRY_VERIFY(run.isClosing());
             }
         }
-        QVERIFY(browser.m_isClosing);
-        QTRY_VERIFY(browser.isEnded());
+        QVERIFY(run.isClosing());
+        QTRY_VERIFY(run.browser.isEnded());
         QCOMPARE(catcher.linesWith(text("exiting")), QStringList{text("exiting... ")});
         QVERIFY(catcher.linesWith(text("finished")).isEmpty());
         ShareMemoryManager::GetInstance()->SetExitFlag(false);
@@ -417,32 +592,26 @@ private slots:
     {
         setOptions({text("--show"), text("--log")});
         const MessageCatcher catcher;
-        Browser browser;
-        browser.loadPage();
-        QVERIFY(browser.m_view->isVisible());
-        // The application looks at its windows only while its own loop runs.
-        connect(&browser, &Browser::runEnded, qApp, &QCoreApplication::quit);
-        QTimer::singleShot(0, browser.m_view.get(), &QWidget::close);
-        QTimer::singleShot(20000, qApp, &QCoreApplication::quit);
-        QCoreApplication::exec();
-        QVERIFY(browser.isEnded());
+        Run run;
+        run.browser.loadPage();
+        QVERIFY(run.engine->calls()->contains(text("show")));
+        emit run.engine->windowClosed();
+        QTRY_VERIFY(run.browser.isEnded());
         QCOMPARE(catcher.lines(), QStringList{text("\"http://127.0.0.1:1/tst\" parsing... ")});
-        const QDir logs(m_folder->filePath(text("logs")));
-        QCOMPARE(logs.entryList({text("*.csv")}, QDir::Files).size(), 1);
+        QCOMPARE(column(successColumn), text("N"));
     }
 
     void aStreamIsTakenOnce()
     {
         setOptions({text("--f4f")});
         const MessageCatcher catcher;
-        const auto browser = analysing();
-        browser->setVideoUrl(text("http://127.0.0.1:1/a.f4m"));
-        browser->setVideoUrl(text("http://127.0.0.1:1/b.f4m"));
-        browser->setVideoUrl(text("http://127.0.0.1:1/c.f4m"), 10, text("video/f4m"));
-        QVERIFY(browser->m_isF4fMode);
-        QVERIFY(!browser->m_isAnalysing);
-        QVERIFY(catcher.lines().isEmpty()); // the engine may be in the middle of a request
-        QTRY_VERIFY(browser->isEnded());
+        Run run;
+        run.browser.loadPage();
+        emit run.engine->requestSeen(text("http://127.0.0.1:1/a.f4m"));
+        emit run.engine->requestSeen(text("http://127.0.0.1:1/b.f4m"));
+        emit run.engine->replySeen(text("http://127.0.0.1:1/c.f4m"), 10, text("video/f4m"));
+        QCOMPARE(catcher.lines().size(), 1); // the engine may be in the middle of a request
+        QTRY_VERIFY(run.browser.isEnded());
         QCOMPARE(catcher.linesWith(text("Get page:")),
                  QStringList{text("Get page: \"http://127.0.0.1:1/a.f4m\" ")});
         QCOMPARE(catcher.linesWith(text("finished")),
@@ -451,14 +620,16 @@ private slots:
 
     void aRunThatEndsBeforeTheLoopStaysEnded()
     {
-        Browser browser;
-        browser.loadPage();
-        browser.endRun();
-        QVERIFY(browser.isEnded());
-        browser.onTerminateTimerTimeOut();
-        browser.onAnalysisTimerTimeOut();
-        browser.download();
-        QVERIFY(!browser.m_isDownloadStarted || browser.isEnded());
+        const MessageCatcher catcher;
+        Run run;
+        run.browser.loadPage();
+        emit run.engine->replySeen(text("http://127.0.0.1:1/a.mp4"), 20000000, text("video/mp4"));
+        run.browser.endRun();
+        QVERIFY(run.browser.isEnded());
+        run.browser.onTerminateTimerTimeOut();
+        run.browser.onAnalysisTimerTimeOut();
+        QCOMPARE(catcher.lines().size(), 1);
+        QCOMPARE(run.engine->calls()->last(), text("close"));
     }
 
     void theSiteWithASelectionEndpointAlwaysEndsWithoutAVideo()
@@ -478,16 +649,14 @@ private slots:
         const QString page = server.address("/watch/12345");
         setOptions({}, page);
         const MessageCatcher catcher;
-        Browser browser;
+        Run run;
         settings.remove();
-        browser.loadPage();
-        QVERIFY(browser.m_isHuluPage);
-        browser.setVideoUrl(server.address("/other.mp4"));
-        QVERIFY(browser.m_result.fileList.isEmpty());
-        browser.setVideoUrl(server.address("/select?a"));
-        browser.setVideoUrl(server.address("/select?b"));
+        run.browser.loadPage();
+        emit run.engine->requestSeen(server.address("/other.mp4"));
+        emit run.engine->requestSeen(server.address("/select?a"));
+        emit run.engine->requestSeen(server.address("/select?b"));
         QVERIFY(server.requestsFor("/select").isEmpty()); // not from inside the engine's call
-        QTRY_VERIFY(browser.isEnded());
+        QTRY_VERIFY(run.browser.isEnded());
         QCOMPARE(server.requestsFor("/select").size(), 1);
         QCOMPARE(catcher.linesWith(text("parse failed")).size(), 1);
     }
@@ -495,14 +664,14 @@ private slots:
     void withoutAnEndpointThatSitesPagesRunAsOthers()
     {
         setOptions({}, text("http://www.hulu.com/watch/12345"));
-        Browser browser;
-        QVERIFY(browser.m_siteSettings.huluSelectionEndpoint.isEmpty());
-        browser.m_isHuluPage = true;
-        browser.m_isAnalysing = true;
-        browser.setVideoUrl(text("http://h/anything"));
-        QVERIFY(browser.m_huluSelectionUrl.isEmpty());
-        browser.setVideoUrl(text("http://h/a.mp4"), 2000000, text("video/mp4"));
-        QCOMPARE(browser.m_result.fileList.size(), 1);
+        const MessageCatcher catcher;
+        Run run;
+        run.browser.loadPage();
+        emit run.engine->requestSeen(text("http://127.0.0.1:1/anything.mp4"));
+        emit run.engine->replySeen(text("http://127.0.0.1:1/a.mp4"), 2000000, text("video/mp4"));
+        QVERIFY(!run.isClosing());
+        run.browser.onTerminateTimerTimeOut();
+        QCOMPARE(onlyFile(catcher).address(), text("http://127.0.0.1:1/a.mp4"));
     }
 };
 

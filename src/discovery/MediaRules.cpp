@@ -1,0 +1,43 @@
+#include "MediaRules.h"
+
+#include "utils.h"
+
+namespace {
+
+constexpr qint64 fileSizeFrom = 1048576;
+constexpr qint64 acceptedMediaFrom = 1048576;
+constexpr qint64 acceptedAnythingFrom = 1073741824;
+constexpr qint64 foundAnythingFrom = 10485760;
+constexpr qint64 foundMediaFrom = 5242880;
+
+bool isMedia(const QString &contentType)
+{
+    return contentType.contains(QLatin1String("video/"))
+        || contentType.contains(QLatin1String("audio/"));
+}
+
+} // namespace
+
+MediaRules::MediaRules(qint64 expectedBytes)
+    : m_expectedBytes(expectedBytes)
+{
+}
+
+bool MediaRules::isCandidate(const QString &url, qint64 size, const QString &contentType)
+{
+    return (isMedia(contentType) && size >= acceptedMediaFrom) || size >= acceptedAnythingFrom
+        || Utils::matchMediaType(url);
+}
+
+bool MediaRules::isFileSize(qint64 size)
+{
+    return size >= fileSizeFrom;
+}
+
+bool MediaRules::isFound(const VideoFile &file) const
+{
+    if (m_expectedBytes > 0)
+        return file.nSize == m_expectedBytes;
+    return file.nSize >= foundAnythingFrom
+        || (isMedia(file.contentType) && file.nSize >= foundMediaFrom);
+}
