@@ -115,6 +115,13 @@ QString resolvedAddress(const QUrl &base, const QString &address)
     return base.resolved(QUrl(address)).toString();
 }
 
+/// Whether a character may read otherwise once its text has been decoded: besides the sign of an
+/// encoded one these are halves of characters and what a decoder of UTF-8 takes for a mark.
+bool isChangedByDecoding(QChar c)
+{
+    return c == QLatin1Char('%') || c.isSurrogate() || c.isNull() || c == QChar::ByteOrderMark;
+}
+
 } // namespace
 
 QString decodeHtmlNumber(const QString &text)
@@ -264,7 +271,9 @@ QString Utils::DecodeUrl(const QString &text)
 {
     const QString colons = replaced(text, QLatin1String("\\x3a"), QLatin1String(":"));
     const QString plain = replaced(colons, QLatin1String("\\x2f"), QLatin1String("/"));
-    return QUrl::fromPercentEncoding(plain.toUtf8());
+    // Whole pages come here: one that stays as it is, is not copied.
+    const bool mayChange = std::any_of(plain.cbegin(), plain.cend(), isChangedByDecoding);
+    return mayChange ? QUrl::fromPercentEncoding(plain.toUtf8()) : plain;
 }
 
 void Utils::DecodeUrl(QStringList &list)

@@ -45,6 +45,14 @@ private slots:
         QCOMPARE(record.fileList.first().nSize, qint64(1048576));
     }
 
+    void theSourceIsNotCopied()
+    {
+        const PageSnapshot snapshot = naming(QStringLiteral("no address"));
+        ParseData record;
+        PageScan(record, m_probe, pageUrl, [] { return false; }).scan(snapshot);
+        QVERIFY(record.pageSource.constData() == snapshot.source.constData());
+    }
+
     void addsWhatThePlayerNames()
     {
         const QByteArray description =

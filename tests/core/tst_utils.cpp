@@ -59,6 +59,8 @@ private slots:
     void decodeHtml();
     void decodeUrl_data();
     void decodeUrl();
+    void decodeUrlTakesEveryCharacterAlike();
+    void decodeUrlCopiesNothingWithoutNeed();
     void decodeUrlList();
     void decodeU6();
     void resolved();
@@ -480,6 +482,21 @@ void tst_Utils::decodeUrl()
 {
     QFETCH(QString, text);
     QTEST(Utils::DecodeUrl(text), "expected");
+}
+
+void tst_Utils::decodeUrlTakesEveryCharacterAlike()
+{
+    for (uint code = 0; code < 0x10000; ++code) {
+        const QChar c(code);
+        for (const QString &text : {QString(c), c + u("a"), u("a") + c + u("b")})
+            QCOMPARE(Utils::DecodeUrl(text), QUrl::fromPercentEncoding(text.toUtf8()));
+    }
+}
+
+void tst_Utils::decodeUrlCopiesNothingWithoutNeed()
+{
+    const QString text = u("<title>a</title>");
+    QVERIFY(Utils::DecodeUrl(text).constData() == text.constData());
 }
 
 void tst_Utils::decodeUrlList()
