@@ -3,11 +3,34 @@
 #include "HostLine.h"
 #include "TextRenderer.h"
 
+#include <QMutex>
+#include <QMutexLocker>
+
 #include <atomic>
 
 namespace {
 
 std::atomic<HostEvents::Renderer> currentRenderer{TextRenderer::lineOf};
+
+QBasicMutex endMutex; // static destructors may still have something to say
+bool isEnded = false; // guarded by endMutex
+
+bool mayFollowTheEnd(const HostEvent &event)
+{
+    return std::holds_alternative<event::MemoryDetached>(event)
+        || std::holds_alternative<event::ParsingBegun>(event);
+}
+
+void sendUnlessEnded(const HostEvent &event, bool isLast)
+{
+    const QString line = currentRenderer.load()(event);
+    const QMutexLocker locker(&endMutex);
+    if (isEnded && !mayFollowTheEnd(event))
+        return;
+    if (isLast || std::holds_alternative<event::ParsingBegun>(event))
+        isEnded = isLast;
+    HostLine::sendPlain(line);
+}
 
 } // namespace
 
@@ -18,5 +41,10 @@ void HostEvents::setRenderer(Renderer renderer)
 
 void HostEvents::send(const HostEvent &event)
 {
-    HostLine::sendPlain(currentRenderer.load()(event));
+    sendUnlessEnded(event, false);
+}
+
+void HostEvents::sendLast(const HostEvent &event)
+{
+    sendUnlessEnded(event, true);
 }

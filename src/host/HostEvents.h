@@ -18,6 +18,10 @@ public:
 
     /// Tells the host; returns when the line is written, which a host that does not read delays.
     static void send(const HostEvent &event);
+
+    /// Tells the host the last thing of a run. Until another run begins nothing follows it, whoever
+    /// has it to say, but that the memory is detached; of two last things the first one counts.
+    static void sendLast(const HostEvent &event);
 };
 
 #endif

@@ -203,8 +203,12 @@ void RunGuard::endProcess(QMutexLocker &locker)
     if (!hasCrashed) // whose own patience bounds this
         EndTimer::endWithin(lineGrace, EXIT_SUCCESS);
     const bool hadBlock = ShareMemoryManager::GetInstance()->RemoveShareMemData();
-    for (const HostEvent &event : events)
-        HostEvents::send(event);
+    for (const HostEvent &event : events) {
+        if (&event == &events.back())
+            HostEvents::sendLast(event); // the main thread may come back to life
+        else
+            HostEvents::send(event);
+    }
     if (hadBlock)
         HostEvents::send(event::MemoryDetached{});
     if (hasCrashed)

@@ -4,6 +4,7 @@
 #include "TextRenderer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <set>
 #include <thread>
 #include <vector>
@@ -153,6 +154,37 @@ private slots:
         QCOMPARE(catcher.lines(),
                  (QStringList{QStringLiteral("kind 0"), QStringLiteral("kind 1"),
                               QStringLiteral("exiting... ")}));
+    }
+
+    void nothingFollowsTheLastLineOfARun()
+    {
+        const MessageCatcher catcher;
+        HostEvents::send(event::ParsingBegun{});
+        std::atomic_bool isOver{false};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back([&isOver] {
+                while (!isOver)
+                    HostEvents::send(event::Progress{});
+            });
+        const bool haveBegun =
+            QTest::qWaitFor([&catcher] { return catcher.lines().size() > 100; }, 20000);
+        HostEvents::sendLast(event::Exiting{});
+        HostEvents::sendLast(event::ParsingFailed{});
+        HostEvents::send(event::MemoryDetached{});
+        isOver = true;
+        for (std::thread &thread : threads)
+            thread.join();
+        HostEvents::send(event::Progress{});
+        QVERIFY(haveBegun);
+        QCOMPARE(
+            catcher.lines().mid(catcher.lines().size() - 2),
+            (QStringList{QStringLiteral("exiting... "), QStringLiteral("detach sharememory ")}));
+        QCOMPARE(catcher.linesWith(QStringLiteral("exiting")).size(), 1);
+
+        HostEvents::send(event::ParsingBegun{});
+        HostEvents::send(event::Progress{});
+        QCOMPARE(catcher.lines().last(), QStringLiteral("\"downloaded:0/0\" "));
     }
 
     void linesOfThreadsStayWhole()
