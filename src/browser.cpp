@@ -1,13 +1,10 @@
 #include "browser.h"
 
-#include "AdobePreference.h"
 #include "CsvLog.h"
 #include "FilterVideo.h"
 #include "HostEvents.h"
-#include "PageText.h"
-#include "RecordReport.h"
 #include "ShareMemoryManager.h"
-#include "httpdownloader.h"
+#include "downloader.h"
 #include "utils.h"
 
 #include <QCoreApplication>
@@ -18,54 +15,11 @@
 
 namespace {
 
-constexpr int watchIntervalMs = 250;
-
-const QLatin1String f4fFragmentPattern("([s|S]eg[0-9]{1,20}-[F|f]rag[0-9]{1,20})");
+constexpr int wholeFile = 0; // the number of the only range
 
 bool isExitAsked()
 {
     return ShareMemoryManager::GetInstance()->GetExitFlag();
-}
-
-QString queryOf(const QString &address)
-{
-    const int mark = address.indexOf(QLatin1Char('?'));
-    return mark > 0 ? address.mid(mark + 1) : QString();
-}
-
-/// Whether a text of the page or the caller would be taken for an option of its own.
-bool isLikeOption(const QString &text)
-{
-    return text.startsWith(QLatin1String("--"));
-}
-
-/// Sets an option of the stream's download as its argument list would, whatever the text begins
-/// with.
-void setHdsOption(const QString &name, const QString &text)
-{
-    auto *const options = CAdobePreference::GetInstance();
-    if (!isLikeOption(text)) {
-        options->parseParams({QString(), QLatin1String("--") + name, text});
-        return;
-    }
-    options->SetOption(name, text);
-    HostEvents::send(event::StreamOptionSet{name, text});
-}
-
-/// What comes before the output in the stream's download as an argument list. The first two stand
-/// where a program name would, and are not read.
-QStringList hdsArguments(const QString &f4mUrl, const RunOptions &options)
-{
-    QStringList arguments{QStringLiteral("--url"), options.pageUrl, QStringLiteral("--manifest"),
-                          f4mUrl};
-    const bool hasQuery = f4mUrl.indexOf(QLatin1Char('?')) > 0;
-    if (hasQuery && !isLikeOption(queryOf(f4mUrl)))
-        arguments += {QStringLiteral("--auth"), queryOf(f4mUrl)};
-    const ProxySetting &proxy = options.proxy;
-    if (!proxy.host.isEmpty())
-        arguments += {QStringLiteral("--proxy"),
-                      QStringLiteral("%1:%2:%3").arg(proxy.type).arg(proxy.host).arg(proxy.port)};
-    return arguments;
 }
 
 } // namespace
@@ -73,12 +27,12 @@ QStringList hdsArguments(const QString &f4mUrl, const RunOptions &options)
 Browser::Browser(std::unique_ptr<PageEngine> engine, const RunOptions &options, QObject *parent)
     : QObject(parent)
     , m_options(options)
+    , m_life(m_result, options)
     , m_engine(std::move(engine))
     , m_rules(options.expectedBytes)
     , m_sizeProbe(options.netSettings())
     , m_site(options.pageUrl)
-    , m_videoDownloader(options)
-    , m_thumbDownloader(options)
+    , m_transfers(options)
 {
     connectAll();
 }
@@ -86,7 +40,7 @@ Browser::Browser(std::unique_ptr<PageEngine> engine, const RunOptions &options, 
 Browser::~Browser()
 {
     disConnect();
-    m_hdsDownloader.disconnect(this);
+    m_transfers.disconnect(this);
     m_engine.reset(); // it may have much to say while it goes
 }
 
@@ -109,24 +63,22 @@ void Browser::connectAll()
     connect(this, &Browser::closeWebView, this, &Browser::webViewClose, Qt::QueuedConnection);
     connect(&m_clock, &SearchClock::ticked, this, &Browser::onAnalysisTimerTimeOut);
     connect(&m_clock, &SearchClock::timedOut, this, &Browser::onTerminateTimerTimeOut);
-    connect(&m_watchTimer, &QTimer::timeout, this, &Browser::onWatchTimerTimeOut);
-    connect(&m_videoDownloader, &Downloader::finished, this,
-            [this](int rangeNo, int downType, int state) {
-                // A refused address carries no type, but it was the video's all the same.
-                const bool isUntyped = downType == Downloader::NoDownload;
-                getDownloadState(rangeNo, isUntyped ? Downloader::Video : downType, state);
-            });
-    connect(&m_thumbDownloader, &Downloader::finished, this, &Browser::getDownloadState);
-    connect(&m_hdsDownloader, &CAdobeDownloader::finished, this, &Browser::onDownloadFinishedF4f);
-    connect(&m_hdsDownloader, &CAdobeDownloader::AdobeActive, this, &Browser::onF4fCheckExit);
+    connect(&m_life, &RunLife::looked, this, &Browser::onLook);
+    connect(&m_life, &RunLife::memoryFull, this, &Browser::onMemoryFull);
+    connect(&m_transfers, &RunTransfers::fileEnded, this,
+            [this](int outcome) { getDownloadState(wholeFile, Downloader::Video, outcome); });
+    connect(&m_transfers, &RunTransfers::thumbEnded, this,
+            [this](int outcome) { getDownloadState(wholeFile, Downloader::Thumb, outcome); });
+    connect(&m_transfers, &RunTransfers::streamEnded, this, &Browser::onDownloadFinishedF4f);
+    connect(&m_transfers, &RunTransfers::streamActive, this, [this] { onF4fCheckExit(true); });
 }
 
 void Browser::disConnect()
 {
     m_engine->disconnect(this);
     m_clock.disconnect(this);
-    m_videoDownloader.disconnect(this);
-    m_thumbDownloader.disconnect(this);
+    disconnect(&m_transfers, &RunTransfers::fileEnded, this, nullptr);
+    disconnect(&m_transfers, &RunTransfers::thumbEnded, this, nullptr);
 }
 
 void Browser::loadPage()
@@ -135,10 +87,7 @@ void Browser::loadPage()
     const qint64 deadlineMs = limit ? limit->count() : std::numeric_limits<int>::max();
     m_result.startTime = QDateTime::currentDateTime();
     // Before the first line, which a host that does not read may hold up.
-    m_guard = std::make_unique<RunGuard>(deadlineMs, m_options.memoryBytes, [this] {
-        QMetaObject::invokeMethod(this, &Browser::onMemoryFull, Qt::QueuedConnection);
-    });
-    showLife();
+    m_life.begin(deadlineMs);
 
     setProxy();
     m_engine->setShown(m_options.isShown);
@@ -146,7 +95,6 @@ void Browser::loadPage()
 
     m_isAnalysing = true;
     m_clock.start(limit);
-    m_watchTimer.start(watchIntervalMs);
     m_engine->load(QUrl(m_options.pageUrl));
 }
 
@@ -162,52 +110,30 @@ void Browser::setProxy()
     }
 }
 
-bool Browser::isEnded() const
-{
-    return m_isEnded;
-}
-
 void Browser::requestClose()
 {
     if (m_isClosing)
         return;
-    claimEnd();
+    m_life.claimEnd();
     m_isClosing = true;
     emit closeWebView();
-}
-
-/// From here on the end is the main thread's: the guard only sees to it that it comes.
-void Browser::claimEnd()
-{
-    showLife();
-    if (m_guard)
-        m_guard->claimEnd();
 }
 
 bool Browser::exitIfAsked()
 {
     if (!isExitAsked())
         return false;
-    if (!m_isClosing) {
-        claimEnd();
-        HostEvents::send(event::Exiting{});
-        note(RunGuard::LastLineSent);
-        requestClose();
-    }
+    if (!m_isClosing)
+        endWith(event::Exiting{});
     return true;
 }
 
-/// Tells the guard that this thread is alive and what it knows.
-void Browser::showLife()
+void Browser::endWith(const HostEvent &lastWord)
 {
-    if (m_guard)
-        m_guard->beat(std::make_shared<RecordReport>(m_result, m_options));
-}
-
-void Browser::note(RunGuard::Step step)
-{
-    if (m_guard)
-        m_guard->note(step);
+    m_life.claimEnd();
+    HostEvents::sendLast(lastWord);
+    m_life.note(RunGuard::LastLineSent);
+    requestClose();
 }
 
 /// The page takes more memory than it may: the run goes on with what it has found.
@@ -215,7 +141,7 @@ void Browser::onMemoryFull()
 {
     if (!m_isAnalysing)
         return;
-    note(RunGuard::MemoryHeeded); // to let go of that much may take a while
+    m_life.note(RunGuard::MemoryHeeded); // to let go of that much may take a while
     onTerminateTimerTimeOut();
 }
 
@@ -231,10 +157,9 @@ void Browser::onEngineLost(const QString &reason)
     });
 }
 
-void Browser::onWatchTimerTimeOut()
+void Browser::onLook()
 {
-    showLife();
-    if (m_isHdsRunning)
+    if (m_transfers.isStreaming())
         onF4fCheckExit(true); // its workers are stopped before the run ends
     else
         exitIfAsked();
@@ -279,16 +204,9 @@ void Browser::setVideoUrl(const QString &strUrl, qint64 contentLength, const QSt
     }
     if (m_isLoadedOnce)
         m_clock.restartQuietPeriod();
-    if (!analyseUrl(strUrl, contentLength, contentType))
-        return;
     const bool isFirst = m_result.fileList.isEmpty();
-    m_result.add(strUrl);
-    VideoFile *const file = m_result.get(strUrl);
-    file->contentType = contentType;
-    if (MediaRules::isFileSize(contentLength))
-        file->nSize = contentLength;
-    if (isFirst)
-        showLife(); // the script that asked for it may never return
+    if (MediaRules::note(m_result, strUrl, contentLength, contentType) && isFirst)
+        m_life.show(); // the script that asked for it may never return
 }
 
 /// Turns the run to a stream if the address names one. Returns whether it does.
@@ -315,29 +233,6 @@ void Browser::startHulu(const QString &url)
         onTerminateTimerTimeOut();
         DownloadHulu(url);
     });
-}
-
-bool Browser::analyseUrl(const QString &url, qint64 size, const QString &contentType) const
-{
-    return MediaRules::isCandidate(url, size, contentType);
-}
-
-bool Browser::IsF4fVideoUrl(const QString &url)
-{
-    return PageText::isStreamAddress(url);
-}
-
-QString Browser::urltoF4mUrl(const QString &url)
-{
-    const QString fragment = Utils::RegexString(url, f4fFragmentPattern);
-    if (fragment.isEmpty() || url.indexOf(fragment) <= 0)
-        return url;
-    return QString(url).replace(fragment, QLatin1String("mainfest.f4m")); // sic: sites expect it
-}
-
-QString Browser::getFormat(const QString &url)
-{
-    return Utils::getFormatFromUrl(url);
 }
 
 void Browser::loadFinished(bool)
@@ -406,7 +301,7 @@ bool Browser::isVideoFounded() const
 void Browser::stopAnalysis()
 {
     m_result.endTime = QDateTime::currentDateTime();
-    showLife();
+    m_life.show();
     m_clock.stop();
     m_engine->stop();
 }
@@ -422,20 +317,12 @@ void Browser::onTerminateTimerTimeOut()
     }
     if (m_site.isItsPage() && m_site.isAsked())
         return;
-    if (!m_result.fileList.isEmpty()) {
-        m_isAnalysing = false;
-        download();
+    if (m_result.fileList.isEmpty()) {
+        endWith(event::ParsingFailed{});
         return;
     }
-    endWithoutVideo();
-}
-
-void Browser::endWithoutVideo()
-{
-    claimEnd();
-    HostEvents::send(event::ParsingFailed{});
-    note(RunGuard::LastLineSent);
-    requestClose();
+    m_isAnalysing = false;
+    download();
 }
 
 void Browser::download()
@@ -443,7 +330,7 @@ void Browser::download()
     if (m_isDownloadStarted)
         return;
     m_isDownloadStarted = true;
-    note(RunGuard::DownloadBegun);
+    m_life.note(RunGuard::DownloadBegun);
     m_untoldSizes.askFor(m_result, m_sizeProbe, [this] { return m_isClosing; });
     const bool isSelected = CFilterVideo(&m_result, m_options, m_sizeProbe).selectVideo();
     m_untoldSizes.forgetIn(m_result);
@@ -451,18 +338,17 @@ void Browser::download()
         return;
 
     HostEvents::send(event::RecordMade{m_result.toJson()});
-    note(RunGuard::RecordSent);
+    m_life.note(RunGuard::RecordSent);
     const QString thumbUrl = m_result.getThumbUrl();
     if (m_options.wantsThumb && !thumbUrl.isEmpty()) {
         HostEvents::send(event::DownloadBegun{event::What::Thumb});
-        m_thumbDownloader.downloadThumb(thumbUrl);
+        m_transfers.startThumb(thumbUrl);
     }
     if (m_isClosing)
         return;
     HostEvents::send(event::DownloadBegun{event::What::Video});
     const VideoFile file = m_result.fileList.at(m_result.selectedVideo);
-    m_videoDownloader.downloadVideo(file.address(), m_result.getVideoFullPath(m_options),
-                                    file.nSize, 0, Downloader::Video);
+    m_transfers.startFile(file.address(), m_result.getVideoFullPath(m_options), file.nSize);
 }
 
 void Browser::getDownloadState(int, int downType, int state)
@@ -486,7 +372,7 @@ void Browser::setDownloadCount()
     if (!m_parts.haveAllEnded())
         return;
     m_result.succeeded = m_parts.report(m_result.getVideoFullPath(m_options));
-    note(RunGuard::LastLineSent);
+    m_life.note(RunGuard::LastLineSent);
     requestClose();
 }
 
@@ -497,23 +383,14 @@ bool Browser::mergeVideoFile(int count)
 
 int Browser::DownloadF4f(const QString &f4mUrl)
 {
-    HostEvents::send(event::OutputFolder{m_options.paths.folder()});
-    CAdobePreference::GetInstance()->parseParams(hdsArguments(f4mUrl, m_options));
-    const QString path = m_options.paths.video();
-    setHdsOption(QStringLiteral("outFile"), path.mid(path.lastIndexOf(QLatin1Char('/')) + 1));
-    setHdsOption(QStringLiteral("outDir"), m_options.paths.folder());
-    if (isLikeOption(queryOf(f4mUrl)))
-        CAdobePreference::GetInstance()->SetOption(QStringLiteral("auth"), queryOf(f4mUrl));
-    CAdobePreference::GetInstance()->SetOption(QStringLiteral("stall"), m_options.stallS);
-    m_isHdsRunning = true;
-    note(RunGuard::DownloadBegun);
-    note(RunGuard::RecordSent);
-    return m_hdsDownloader.Download() ? 1 : 0;
+    m_life.note(RunGuard::DownloadBegun);
+    m_life.note(RunGuard::RecordSent);
+    m_transfers.startStream(f4mUrl);
+    return m_transfers.isStreaming() ? 1 : 0;
 }
 
 void Browser::onDownloadFinishedF4f(int ret)
 {
-    m_isHdsRunning = false;
     if (m_isClosing || exitIfAsked())
         return;
     reportVideoResult(ret);
@@ -522,18 +399,14 @@ void Browser::onDownloadFinishedF4f(int ret)
 void Browser::onF4fCheckExit(bool bActive)
 {
     if (bActive && isExitAsked())
-        m_hdsDownloader.Cancel();
+        m_transfers.cancelStream();
 }
 
 void Browser::DownloadHulu(const QString &url)
 {
-    HttpDownloader downloader;
-    downloader.setDownloadInfo(QString(), url, 0, -1, 0, false);
-    downloader.download();
-    Utils::WaitFor(&downloader, SIGNAL(downFinished(int)));
-    if (m_isClosing)
-        return;
-    endWithoutVideo();
+    SelectionSite::ask(url, m_options);
+    if (!m_isClosing)
+        endWith(event::ParsingFailed{});
 }
 
 void Browser::webViewClose()
@@ -550,7 +423,7 @@ void Browser::webViewClose()
 
 void Browser::endRun()
 {
-    claimEnd();
+    m_life.claimEnd();
     m_isClosing = true;
     webViewClose();
 }
@@ -558,5 +431,5 @@ void Browser::endRun()
 void Browser::writeDownloadLog()
 {
     CsvLog(m_result, m_options).saveDownloadResult();
-    note(RunGuard::RowWritten);
+    m_life.note(RunGuard::RowWritten);
 }

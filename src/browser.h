@@ -2,21 +2,22 @@
 #define BROWSER_H
 
 #include <QObject>
-#include <QTimer>
 
-#include "AdobeDownloader.h"
+#include "HostEvent.h"
 #include "MediaRules.h"
 #include "PageEngine.h"
 #include "PageScan.h"
 #include "ParseData.h"
-#include "RunGuard.h"
+#include "RunLife.h"
 #include "RunOptions.h"
+#include "RunTransfers.h"
 #include "SearchClock.h"
 #include "SelectionSite.h"
 #include "SizeProbe.h"
+#include "StreamAddress.h"
 #include "UntoldSizes.h"
 #include "VideoParts.h"
-#include "downloader.h"
+#include "utils.h"
 
 #include <functional>
 #include <memory>
@@ -42,14 +43,16 @@ public:
     void loadPage();
 
     /// Whether the run has ended: the view is closed and its record is written.
-    [[nodiscard]] bool isEnded() const;
+    [[nodiscard]] bool isEnded() const { return m_isEnded; }
 
     /// Ends the run now, unless it has ended.
     void endRun();
 
     /// Whether an answer makes its address a candidate.
-    [[nodiscard]] bool analyseUrl(const QString &url, qint64 size,
-                                  const QString &contentType) const;
+    [[nodiscard]] bool analyseUrl(const QString &url, qint64 size, const QString &contentType) const
+    {
+        return MediaRules::isCandidate(url, size, contentType);
+    }
 
     /// Whether a candidate is big enough to stop looking for more.
     [[nodiscard]] bool isVideoFounded() const;
@@ -72,11 +75,20 @@ public:
     void DownloadHulu(const QString &url);
 
     /// Whether the address names a stream's manifest or fragment.
-    [[nodiscard]] static bool IsF4fVideoUrl(const QString &url);
+    [[nodiscard]] static bool IsF4fVideoUrl(const QString &url)
+    {
+        return StreamAddress::isOne(url);
+    }
 
     /// The manifest's address for a fragment's; other addresses stay as they are.
-    [[nodiscard]] static QString urltoF4mUrl(const QString &url);
-    [[nodiscard]] static QString getFormat(const QString &url);
+    [[nodiscard]] static QString urltoF4mUrl(const QString &url)
+    {
+        return StreamAddress::manifestOf(url);
+    }
+    [[nodiscard]] static QString getFormat(const QString &url)
+    {
+        return Utils::getFormatFromUrl(url);
+    }
 
     void setProxy();
 
@@ -117,15 +129,12 @@ public slots:
 private:
     void connectAll();
     void requestClose();
-    void claimEnd();
-    void endWithoutVideo();
+    void endWith(const HostEvent &lastWord);
     bool exitIfAsked();
-    void showLife();
-    void note(RunGuard::Step step);
     void onMemoryFull();
     void onEngineLost(const QString &reason);
     void onSnapshot(const PageSnapshot &snapshot);
-    void onWatchTimerTimeOut();
+    void onLook();
     PageScan pageScan();
     void stopAnalysis();
     bool startF4f(const QString &url);
@@ -134,25 +143,21 @@ private:
     void reportVideoResult(int state);
 
     const RunOptions m_options;
-    std::unique_ptr<RunGuard> m_guard; ///< early, to watch over the end of those that follow
+    RunLife m_life; ///< early, to watch over the end of those that follow
     std::unique_ptr<PageEngine> m_engine;
     SearchClock m_clock{this};
-    QTimer m_watchTimer; ///< sees the stop flag during waits in which nothing else happens
     const MediaRules m_rules;
     const SizeProbe m_sizeProbe;
     SelectionSite m_site;
     UntoldSizes m_untoldSizes;
     ParseData m_result;
-    Downloader m_videoDownloader;
-    Downloader m_thumbDownloader;
-    CAdobeDownloader m_hdsDownloader;
+    RunTransfers m_transfers;
     VideoParts m_parts{1}; // no page's video comes in more
     bool m_isLoadedOnce = false;
     bool m_isAnalysing = false;
     bool m_isScanning = false; ///< from the wish for a snapshot to the end of its scan
     bool m_isDownloadStarted = false;
     bool m_isF4fMode = false;
-    bool m_isHdsRunning = false;
     bool m_isClosing = false; ///< closeWebView() has been emitted
     bool m_isEnded = false;
 };

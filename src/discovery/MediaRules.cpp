@@ -29,9 +29,17 @@ bool MediaRules::isCandidate(const QString &url, qint64 size, const QString &con
         || Utils::matchMediaType(url);
 }
 
-bool MediaRules::isFileSize(qint64 size)
+bool MediaRules::note(ParseData &record, const QString &url, qint64 size,
+                      const QString &contentType)
 {
-    return size >= fileSizeFrom;
+    if (!isCandidate(url, size, contentType))
+        return false;
+    record.add(url);
+    VideoFile *const file = record.get(url);
+    file->contentType = contentType;
+    if (size >= fileSizeFrom)
+        file->nSize = size;
+    return true;
 }
 
 bool MediaRules::isFound(const VideoFile &file) const

@@ -16,9 +16,11 @@ public:
     [[nodiscard]] static bool isCandidate(const QString &url, qint64 size,
                                           const QString &contentType);
 
-    /// Whether the size of an answer says something of the file's: a small one may be a piece of
-    /// it.
-    [[nodiscard]] static bool isFileSize(qint64 size);
+    /// Notes an answer in the record if it is a candidate, or what it tells more of one that is
+    /// there: its type, and its size unless that is so small that the answer may be a piece of the
+    /// file. Returns whether it is a candidate.
+    static bool note(ParseData &record, const QString &url, qint64 size,
+                     const QString &contentType);
 
     /// Whether the candidate is big enough to stop looking for more.
     [[nodiscard]] bool isFound(const VideoFile &file) const;

@@ -1,5 +1,6 @@
 #include "SelectionSite.h"
 
+#include "httpdownloader.h"
 #include "utils.h"
 
 SelectionSite::SelectionSite(const QString &pageUrl)
@@ -15,4 +16,12 @@ bool SelectionSite::take(const QString &url)
         return false;
     m_isAsked = true;
     return true;
+}
+
+void SelectionSite::ask(const QString &url, const RunOptions &options)
+{
+    HttpDownloader downloader(options);
+    downloader.setDownloadInfo(QString(), url, 0, -1, 0, false);
+    downloader.download();
+    Utils::WaitFor(&downloader, SIGNAL(downFinished(int)));
 }

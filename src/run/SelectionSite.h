@@ -1,6 +1,7 @@
 #ifndef SELECTIONSITE_H
 #define SELECTIONSITE_H
 
+#include "RunOptions.h"
 #include "SiteSettings.h"
 
 #include <QString>
@@ -16,6 +17,9 @@ public:
 
     /// Takes the page's request if it is the first to the endpoint. Returns whether it is.
     bool take(const QString &url);
+
+    /// Asks the endpoint and waits for its answer in a nested event loop.
+    static void ask(const QString &url, const RunOptions &options);
 
     /// Whether the page has asked the endpoint.
     [[nodiscard]] bool isAsked() const { return m_isAsked; }

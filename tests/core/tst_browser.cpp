@@ -4,8 +4,10 @@
 #include "ShareMemoryManager.h"
 #include "TestMain.h"
 #include "browser.h"
+#include "downloader.h"
 
 #include <QDir>
+#include <QPointer>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
@@ -584,6 +586,38 @@ private slots:
         QTRY_VERIFY(run.browser.isEnded());
         QCOMPARE(catcher.linesWith(text("exiting")), QStringList{text("exiting... ")});
         QVERIFY(catcher.linesWith(text("finished")).isEmpty());
+        ShareMemoryManager::GetInstance()->SetExitFlag(false);
+        ShareMemoryManager::GetInstance()->DeleteShareMemData();
+    }
+
+    void nothingOfADownloadIsToldOnceTheRunEnds()
+    {
+        static constexpr int pieceBytes = 1 << 20;
+        ScriptedServer server;
+        QPointer<QTcpSocket> flood;
+        server.onRaw("/v.mp4", [&flood](const HttpRequest &, QTcpSocket *socket) {
+            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 1000000000\r\n\r\n");
+            auto *const timer = new QTimer(socket);
+            connect(timer, &QTimer::timeout, socket, [socket] {
+                if (socket->bytesToWrite() < pieceBytes)
+                    socket->write(QByteArray(pieceBytes, 'v'));
+            });
+            timer->start(1);
+            flood = socket;
+        });
+        const MessageCatcher catcher;
+        Run run;
+        run.browser.loadPage();
+        emit run.engine->replySeen(server.address("/v.mp4"), 1000000000, text("video/mp4"));
+        run.browser.onTerminateTimerTimeOut();
+        QTRY_VERIFY(catcher.linesWith(text("downloaded:")).size() > 1);
+        QVERIFY(ShareMemoryManager::GetInstance()->SetExitFlag(true));
+        emit run.engine->replyEnded();
+        QCOMPARE(catcher.lines().last(), text("exiting... "));
+        // More of the video arrives before anybody closes its connection.
+        QTRY_VERIFY(!flood || flood->state() == QTcpSocket::UnconnectedState);
+        QVERIFY(run.browser.isEnded());
+        QCOMPARE(catcher.lines().last(), text("exiting... "));
         ShareMemoryManager::GetInstance()->SetExitFlag(false);
         ShareMemoryManager::GetInstance()->DeleteShareMemData();
     }

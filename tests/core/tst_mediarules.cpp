@@ -6,10 +6,21 @@ class tst_MediaRules : public QObject
     Q_OBJECT
 
 private slots:
-    void sizesOfFiles()
+    void notesWhatIsKnown()
     {
-        QVERIFY(!MediaRules::isFileSize(1048575));
-        QVERIFY(MediaRules::isFileSize(1048576));
+        const QString url = QStringLiteral("http://h/a.mp4");
+        ParseData record;
+        QVERIFY(!MediaRules::note(record, QStringLiteral("http://h/a.css"), 100, QString()));
+        QVERIFY(record.fileList.isEmpty());
+        QVERIFY(MediaRules::note(record, url, 1048575, QStringLiteral("video/mp4")));
+        QCOMPARE(record.get(url)->nSize, qint64(0));
+        QCOMPARE(record.get(url)->contentType, QStringLiteral("video/mp4"));
+        QVERIFY(MediaRules::note(record, url, 1048576, QStringLiteral("video/webm")));
+        QCOMPARE(record.get(url)->nSize, qint64(1048576));
+        QCOMPARE(record.get(url)->contentType, QStringLiteral("video/webm"));
+        QVERIFY(MediaRules::note(record, url, 5, QString()));
+        QCOMPARE(record.get(url)->nSize, qint64(1048576));
+        QCOMPARE(record.fileList.size(), 1);
     }
 
     void candidates()

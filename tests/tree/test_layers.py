@@ -19,7 +19,8 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*["<]([^">]+)[">]', re.MULTILINE)
 # The tool that builds lines is for the renderer; others may ask it about characters.
 LINE_MAKING = re.compile(r"\bHostLine(?!::(?:onOneLine|breaksLine)\b|\.h\b)")
 # These get their options handed, so that two runs in one process can differ in theirs.
-NOT_ASKING = ("net", "transfer", "streams", "adobedownloader")
+NOT_ASKING = ("net", "discovery", "engine", "webkit", "transfer", "streams", "adobedownloader",
+              "run")
 ASKING = re.compile(r"\bCVideoPreference::instance\b")
 
 
