@@ -193,6 +193,7 @@ private slots:
         constexpr int linesEach = 250;
         const MessageCatcher catcher;
         std::vector<std::thread> threads;
+        threads.reserve(threadCount);
         for (int i = 0; i < threadCount; ++i)
             threads.emplace_back([] {
                 for (int sent = 0; sent < linesEach; ++sent)
