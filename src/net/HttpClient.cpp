@@ -40,6 +40,28 @@ void takeJarBack(QNetworkAccessManager &manager)
 
 } // namespace
 
+/// Notes, while it lives, that a signal of the reply is being passed on.
+class HttpClient::Telling final
+{
+public:
+    explicit Telling(HttpClient *client)
+        : m_client(client)
+    {
+        ++client->m_tellings;
+    }
+
+    ~Telling()
+    {
+        if (m_client)
+            --m_client->m_tellings;
+    }
+
+    Q_DISABLE_COPY(Telling)
+
+private:
+    QPointer<HttpClient> m_client;
+};
+
 HttpClient::HttpClient(const NetSettings &settings, const std::shared_ptr<ConnectionPool> &pool,
                        QObject *parent)
     : QObject(parent)
@@ -54,10 +76,11 @@ HttpClient::~HttpClient()
     const bool isInOrder = hasAnswer() && !isRunning() && error() == QNetworkReply::NoError
         && !isInterim() && (m_method == Method::Head || isBodyWhole());
     drop();
-    if (!m_pool || !isInOrder)
-        return;
     takeJarBack(*m_manager);
-    m_pool->giveBack(std::move(m_manager));
+    if (m_tellings > 0)
+        m_manager.release()->deleteLater(); // with the reply, one of whose signals has led here
+    else if (m_pool && isInOrder)
+        m_pool->giveBack(std::move(m_manager));
 }
 
 void HttpClient::setSettings(const NetSettings &settings)
@@ -103,8 +126,14 @@ void HttpClient::send(const QUrl &url)
     const auto *const watch = new StallWatch(m_reply, m_settings.stallMs); // the reply's child
     connect(watch, &StallWatch::stalled, m_reply, &QNetworkReply::abort);
     connect(m_reply, &QNetworkReply::metaDataChanged, this, &HttpClient::onHeader);
-    connect(m_reply, &QNetworkReply::readyRead, this, &HttpClient::readable);
-    connect(m_reply, &QNetworkReply::downloadProgress, this, &HttpClient::progressed);
+    connect(m_reply, &QNetworkReply::readyRead, this, [this] {
+        const Telling telling(this);
+        emit readable();
+    });
+    connect(m_reply, &QNetworkReply::downloadProgress, this, [this](qint64 received, qint64 total) {
+        const Telling telling(this);
+        emit progressed(received, total);
+    });
     connect(m_reply, &QNetworkReply::finished, this, &HttpClient::onFinished);
 }
 
@@ -164,6 +193,7 @@ void HttpClient::drop()
 
 void HttpClient::onHeader()
 {
+    const Telling telling(this);
     const bool isRedirect = !redirectTarget().isEmpty();
     if (isRedirect && !m_request.redirects.readsBody)
         abortSoon(); // goes on in onFinished()
@@ -173,6 +203,7 @@ void HttpClient::onHeader()
 
 void HttpClient::onFinished()
 {
+    const Telling telling(this);
     m_reply->disconnect(this); // nothing is told after the end
     InterimAnswer::report(*m_reply);
     if (isInterim())

@@ -148,6 +148,8 @@ signals:
     void ended();
 
 private:
+    class Telling;
+
     void send(const QUrl &url);
     [[nodiscard]] QNetworkReply *ask(const QNetworkRequest &request);
     [[nodiscard]] QNetworkRequest requestFor(const QUrl &url) const;
@@ -163,6 +165,7 @@ private:
     Request m_request;
     Method m_method = Method::Get; ///< of the running hop
     int m_redirectCount = 0;
+    int m_tellings = 0; ///< signals of the reply that are being passed on
     bool m_isAborted = false; ///< a redirect that is under way is not followed any more
     qint64 m_receivedBytes = 0;
     std::unique_ptr<XGzip> m_unpacker; ///< of a body that takes one

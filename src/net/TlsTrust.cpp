@@ -103,14 +103,9 @@ void TlsTrust::useEnvironment()
 
 void TlsTrust::prepareFor(const QUrl &url)
 {
-    if (url.scheme() == QLatin1String("https"))
-        prepare();
-}
-
-void TlsTrust::prepare()
-{
     static std::once_flag isDone;
-    std::call_once(isDone, useEnvironment);
+    if (url.scheme() == QLatin1String("https"))
+        std::call_once(isDone, useEnvironment);
 }
 
 void TlsTrust::reportRefusal(QNetworkReply *reply)

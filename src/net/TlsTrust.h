@@ -22,9 +22,6 @@ public:
     /// redirects are requests of their own. Safe on any thread.
     static void prepareFor(const QUrl &url);
 
-    /// As prepareFor(), for requests that the toolkit itself may redirect to TLS.
-    static void prepare();
-
     /// Writes a warning when the reply, which has just been asked for, ends for want of trust:
     /// which host, which certificate (name and issuer) and why. On the reply's thread.
     static void reportRefusal(QNetworkReply *reply);

@@ -4,6 +4,7 @@
 #include "ShareMemoryManager.h"
 #include "StallWatch.h"
 #include "TlsTrust.h"
+#include "WebAddress.h"
 
 #include <QBuffer>
 #include <QEventLoop>
@@ -139,9 +140,8 @@ Outcome collect(QNetworkReply &reply, qint64 stallMs)
 
 bool SynchronousRequest::isOne(const QNetworkRequest &request)
 {
-    const QString scheme = request.url().scheme();
     return request.attribute(QNetworkRequest::SynchronousRequestAttribute).toBool()
-        && (scheme == QLatin1String("http") || scheme == QLatin1String("https"));
+        && WebAddress::isWeb(request.url());
 }
 
 std::unique_ptr<QNetworkReply> SynchronousRequest::run(QNetworkAccessManager::Operation operation,
