@@ -11,8 +11,8 @@
 /// by signals; what its document holds, by snapshots. The engine may live in this process or in
 /// another one, so nothing is answered by a return value. Main thread.
 ///
-/// The signals may come from inside the engine's own code: receivers set flags and leave everything
-/// that changes the page to the event loop.
+/// The signals but snapshot() may come from inside the engine's own code: their receivers leave
+/// whatever takes the page away, as stop() and close() do, to the event loop.
 class PageEngine : public QObject
 {
     Q_OBJECT
@@ -42,8 +42,7 @@ public:
     /// Keeps the cookies that the page has got.
     virtual void saveCookies() = 0;
 
-    /// Ends the page, whose scripts do not see it go. Not to be called from inside the engine's own
-    /// code.
+    /// Ends the page, whose scripts do not see it go.
     virtual void close() = 0;
 
 signals:
@@ -69,7 +68,8 @@ signals:
     /// The user has closed the window in which the page is shown.
     void windowClosed();
 
-    /// The engine is gone and nothing more will come of it.
+    /// The engine is gone and nothing more will come of it. What is asked of it from then on is
+    /// without effect.
     void lost(const QString &reason);
 };
 

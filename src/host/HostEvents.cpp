@@ -3,16 +3,14 @@
 #include "HostLine.h"
 #include "TextRenderer.h"
 
-#include <QMutex>
-#include <QMutexLocker>
-
 #include <atomic>
+#include <mutex>
 
 namespace {
 
 std::atomic<HostEvents::Renderer> currentRenderer{TextRenderer::lineOf};
 
-QBasicMutex endMutex; // static destructors may still have something to say
+std::mutex endMutex; // standard, so that thread analysers see it
 bool isEnded = false; // guarded by endMutex
 
 bool mayFollowTheEnd(const HostEvent &event)
@@ -24,7 +22,7 @@ bool mayFollowTheEnd(const HostEvent &event)
 void sendUnlessEnded(const HostEvent &event, bool isLast)
 {
     const QString line = currentRenderer.load()(event);
-    const QMutexLocker locker(&endMutex);
+    const std::lock_guard locker(endMutex);
     if (isEnded && !mayFollowTheEnd(event))
         return;
     if (isLast || std::holds_alternative<event::ParsingBegun>(event))

@@ -28,6 +28,7 @@ RunOptions RunOptions::ofCommandLine()
     options.keepsImages = preference->GetKeepImage();
     options.isLogged = preference->GetLog();
     options.isShown = preference->GetShow();
+    options.isConfined = !preference->GetNoSandbox();
     options.followsStreams = preference->GetSupportF4f();
     return options;
 }

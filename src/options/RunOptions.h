@@ -31,10 +31,10 @@ struct RunOptions
     bool keepsImages = false; ///< the page may load its pictures
     bool isLogged = false;
     bool isShown = false;
+    bool isConfined = true; ///< to a sandbox
     bool followsStreams = false; ///< those of HTTP Dynamic Streaming
 
-    /// The options of this process's command line. An application object must exist; the default
-    /// output folder is made when it is wanted and missing.
+    /// The options of this process's command line. An application object must exist.
     [[nodiscard]] static RunOptions ofCommandLine();
 
     [[nodiscard]] NetSettings netSettings() const;

@@ -24,7 +24,6 @@
 #include <QUrl>
 
 #include <algorithm>
-#include <cstddef>
 
 namespace {
 
@@ -81,21 +80,20 @@ int endWithoutDisplay(int argc, char *argv[])
     return NoDisplay;
 }
 
-/// Puts the walls up around the calling thread and all that it starts; the log tells of gaps.
-void confine(bool hasDisplay)
+/// Puts the sandbox up around the calling thread and all that it starts; the log tells of gaps.
+void confine(const RunOptions &options, bool hasDisplay)
 {
-    const auto *const preference = CVideoPreference::instance();
-    const QString folder = preference->GetOutDir();
+    const QString folder = options.paths.folder();
     Sandbox sandbox(folder, hasDisplay);
-    for (const QString &path : {preference->GetVideoFullPath(), preference->GetThumbFullPath(),
+    for (const QString &path : {options.paths.video(), options.paths.thumb(),
                                 folder + QLatin1String("/logs"), folder + QLatin1String("/f4ftmp")})
         sandbox.allowLinkTarget(path);
-    if (preference->GetShow())
+    if (options.isShown)
         sandbox.allowSound();
-    const QNetworkProxy proxy = preference->GetProxy().toNetworkProxy();
+    const QNetworkProxy proxy = options.proxy.toNetworkProxy();
     if (proxy.type() != QNetworkProxy::NoProxy)
         sandbox.confineToProxy(proxy.port());
-    const QUrl page(preference->GetPageUrl());
+    const QUrl page(options.pageUrl);
     if (page.isLocalFile())
         sandbox.allowReading(page.toLocalFile());
     const QStringList gaps = sandbox.confine();
@@ -123,7 +121,7 @@ bool isSavePathReadable(int argc, char *argv[])
 }
 
 /// Makes ready for a page run, if that is what the arguments ask for: makes the stop flag and puts
-/// the walls up. Returns whether it did.
+/// the sandbox up. Returns whether it did.
 ///
 /// This needs the options, so an application object, and comes before the toolkit's own: that one
 /// starts threads, which would be left outside.
@@ -134,13 +132,14 @@ bool preparePageRun(int argc, char *argv[], EngineFactory &engines)
     if (preference->GetExitFlag() || preference->GetInfoFlag() || preference->GetPageUrl().isEmpty()
         || !isSavePathReadable(argc, argv) || !MessageLog::open())
         return false;
+    const RunOptions options = RunOptions::ofCommandLine();
     StopSignals::install();
     RunLimits::install();
     ShareMemoryManager::GetInstance()->CreateShareMemData();
-    engines.prepare(RunOptions::ofCommandLine());
+    engines.prepare(options);
     LeftFiles::removeAll();
-    if (!preference->GetNoSandbox())
-        confine(usesDisplay(argc, argv));
+    if (options.isConfined)
+        confine(options, usesDisplay(argc, argv));
     MessageLog::close(); // what the toolkit says while it starts is no part of the run
     return true;
 }
@@ -172,7 +171,7 @@ void limitMemory(qint64 limit)
 /// Runs one page run to its end and returns the event loop's result.
 int exec(QApplication *application, EngineFactory &engines)
 {
-    const RunOptions options = RunOptions::ofCommandLine();
+    const RunOptions options = RunOptions::ofCommandLine(); // of what the toolkit left of it
     limitMemory(options.memoryBytes);
     Browser browser(engines.make(options), options);
     browser.loadPage();

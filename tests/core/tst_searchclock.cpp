@@ -1,9 +1,17 @@
+#include "RunTimes.h"
 #include "SearchClock.h"
 #include "TestMain.h"
 
 #include <QSignalSpy>
 
 using namespace std::chrono_literals;
+
+/// In place of the shipped ones, whose tick takes long to wait for.
+const RunTimes &runTimes()
+{
+    static constexpr RunTimes times{20ms, 20s, 10s};
+    return times;
+}
 
 class tst_SearchClock : public QObject
 {
@@ -64,7 +72,7 @@ private slots:
         SearchClock clock;
         QSignalSpy ticked(&clock, &SearchClock::ticked);
         clock.start({});
-        QTRY_VERIFY_WITH_TIMEOUT(!ticked.isEmpty(), 20000);
+        QTRY_VERIFY(ticked.count() >= 2);
     }
 };
 
