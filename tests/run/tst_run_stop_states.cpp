@@ -267,13 +267,20 @@ void buildDeafHost(Scene &scene)
     };
 }
 
+/// A page of a server with a name, which no other process of this test asks for: its runs would
+/// share a stop flag.
+QString namedPage()
+{
+    return QStringLiteral("http://run%1.test/page").arg(QCoreApplication::applicationPid());
+}
+
 const std::vector<State> &states()
 {
     static const std::vector<State> all{
         {"page, name being looked up",
          [](Scene &scene) {
              scene.slowNames();
-             scene.page = option("http://slow.test/page");
+             scene.page = namedPage();
              scene.isReached = [&scene] { return scene.isNameAsked(); };
          }},
         {"page, before the first byte",
@@ -324,10 +331,10 @@ const std::vector<State> &states()
          }},
         {"page, HTTP proxy held",
          [](Scene &scene) {
-             scene.server.onRaw("http://site.test/page", [](const HttpRequest &, QTcpSocket *) {});
-             scene.page = option("http://site.test/page");
+             scene.page = namedPage();
+             scene.server.onRaw(scene.page.toUtf8(), [](const HttpRequest &, QTcpSocket *) {});
              scene.useProxy("3", scene.server.port());
-             scene.isReached = scene.requested("http://site.test/page");
+             scene.isReached = scene.requested(scene.page.toUtf8());
          }},
         {"page, SOCKS proxy held",
          [](Scene &scene) {
