@@ -153,16 +153,16 @@ int CAdobeParser::GetBitrate(const QString &xml, const QString &query, int fallb
 
 QMap<QString, QVariant> CAdobeParser::GetMediaAtrriInfo(const QString &xml, int n)
 {
-    // One query for names and values: a name has no blank.
+    // One query for names and values: a name has no space.
     const QStringList pairs = documentOf(xml).queries.stringsAt(
         n - 1, QStringLiteral("@*/concat(name(), \" \", string())"));
     QMap<QString, QVariant> attributes;
     for (const QString &pair : pairs) {
-        const int blank = pair.indexOf(QLatin1Char(' '));
-        const QString name = pair.left(blank);
+        const int space = pair.indexOf(QLatin1Char(' '));
+        const QString name = pair.left(space);
         // A prefix that only the manifest declares cannot be asked for.
         if (!name.contains(QLatin1Char(':')) || name.startsWith(QLatin1String("xml:")))
-            attributes.insert(name, pair.mid(blank + 1));
+            attributes.insert(name, pair.mid(space + 1));
     }
     return attributes;
 }

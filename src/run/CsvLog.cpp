@@ -20,7 +20,7 @@ QString quoted(const QString &text)
     return QLatin1Char('"') + text + QLatin1Char('"');
 }
 
-/// The text with a blank for everything that some reader takes for the end of a line, or a terminal
+/// The text with a space for everything that some reader takes for the end of a line, or a terminal
 /// for a command. Tabs stay.
 QString onOneLine(QString text)
 {

@@ -16,7 +16,7 @@ public:
 
     [[nodiscard]] QString GetCsvHeader() const;
 
-    /// The row, without line end; a line break inside a text becomes a blank.
+    /// The row, without line end; a line break inside a text becomes a space.
     [[nodiscard]] QString GetLogMessage() const;
 
     /// Appends the row if logging is on; a new file begins with the header. A file that cannot be
