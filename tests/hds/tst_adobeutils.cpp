@@ -1,6 +1,6 @@
 #include "AdobeUtils.h"
-#include "OutputFile.h"
 #include "MessageCatcher.h"
+#include "OutputFile.h"
 #include "TestMain.h"
 
 #include <QTemporaryDir>
