@@ -21,6 +21,8 @@ engine="$engine fonts-dejavu-core ca-certificates"
 tools='nginx microsocks libnginx-mod-rtmp libnginx-mod-http-echo libbenchmark-dev ffmpeg rtmpdump curl openssl python3 procps'
 # Plug-ins that the program has to do well beside, too: they fetch by themselves what playlists name.
 tools="$tools gstreamer1.0-plugins-bad"
+# What checks the sources' format; another major version has another opinion.
+tools="$tools clang-format-14"
 packaging='dpkg-dev file'
 # The compiler with libFuzzer, and what puts names into its reports.
 fuzzing='clang-14 libclang-rt-14-dev llvm-14'
