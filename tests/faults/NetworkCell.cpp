@@ -16,6 +16,14 @@ constexpr qint64 floodBytes = 8 * 1024 * 1024; // after so many a run is stopped
 constexpr qint64 headerFloodBytes = 256 * 1024; // ... which take headers in slowly
 constexpr qint64 manifestFloodBytes = 128 * 1024 * 1024; // a run ends by itself at half of that
 constexpr qint64 maxMemoryBytes = 1536LL * 1024 * 1024;
+// The caller's limit for silence. This process serves eight runs at once, and what it is too busy
+// to send must not count as silence. A fragment is waited for again and again.
+#ifdef CLIPWEIR_SANITIZED
+constexpr int stallS = 10;
+#else
+constexpr int stallS = 4;
+#endif
+constexpr int fragmentStallS = 2;
 
 const QByteArray &video()
 {
@@ -157,8 +165,9 @@ void NetworkCell::begin()
                           option(m_isVideoHopedFor ? "20" : "2")};
     if (isStream())
         arguments += option("--f4f");
-    if (m_fault.isSilent) // a fragment is waited for again and again
-        arguments += {option("--stall"), option(m_stage == Fragment ? "2" : "4")};
+    if (m_fault.isSilent)
+        arguments +=
+            {option("--stall"), QString::number(m_stage == Fragment ? fragmentStallS : stallS)};
     if (m_stage == Thumbnail)
         arguments += option("--thumb");
     if (m_stage == ResumedVideo) {
