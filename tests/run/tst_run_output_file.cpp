@@ -4,6 +4,9 @@
 #include "HdsFixtures.h"
 #include "TestMain.h"
 
+#include <QPointer>
+#include <QTcpSocket>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -124,9 +127,21 @@ private slots:
         for (const QString &path : {run.path("out/v.mp4"), thumb, streamRun.path("out/v.flv")})
             QVERIFY(isPipe ? makePipe(path) : makeHardLink(run.path("kept"), path));
 
+        // A run ends with its video, and a picture that is not there by then is given up.
+        const HttpReply video = mediaReply(m_video);
+        QPointer<QTcpSocket> waiting;
+        m_server->onRaw("/v.mp4", [&](const HttpRequest &request, QTcpSocket *socket) {
+            if (isFromDownloader(request))
+                waiting = socket;
+            else
+                socket->write(ScriptedServer::headOf(video) + video.body);
+        });
         run->start(
             arguments("/page", run.path("out/v.mp4"), {option("--noresume"), option("--thumb")}));
         streamRun->start(arguments("/stream", streamRun.path("out/v.flv"), {option("--f4f")}));
+        QVERIFY(run->waitForOutput("thumb download finished"));
+        QTRY_VERIFY(waiting);
+        waiting->write(ScriptedServer::headOf(video) + video.body);
         QVERIFY(run->waitForEnd());
         QVERIFY(streamRun->waitForEnd());
         QVERIFY2(run->errorOutput().contains(success), run->errorOutput());
