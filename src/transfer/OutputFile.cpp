@@ -1,8 +1,7 @@
 #include "OutputFile.h"
 
-#include <QFileInfo>
-
 #include <QByteArray>
+#include <QFileInfo>
 
 #include <array>
 #include <cerrno>

@@ -15,24 +15,10 @@ constexpr int endTimeoutMs = 30000;
 
 using Ends = QList<QVariantList>;
 
-HttpReply plain(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.body = body;
-    return reply;
-}
-
-HttpReply held(const QByteArray &body, qint64 sentBytes)
-{
-    HttpReply reply = plain(body);
-    reply.holdAfterBytes = sentBytes;
-    return reply;
-}
-
 /// Long enough for the toolkit to report progress in between.
 HttpReply slow(const QByteArray &body)
 {
-    HttpReply reply = plain(body);
+    HttpReply reply = replyOf(body);
     reply.pieceBytes = body.size() / 100;
     reply.pieceDelayMs = 5;
     return reply;
@@ -107,7 +93,7 @@ private slots:
 
     void video()
     {
-        m_server->on("/v", plain(QByteArray(700, 'b')));
+        m_server->on("/v", replyOf(QByteArray(700, 'b')));
         m_downloader->downloadVideo(m_server->address("/v"), m_video, 700, 3, 1);
         QCOMPARE(ends(), end(3, 1, 1));
         QCOMPARE(readFile(m_video), QByteArray(700, 'b'));
@@ -173,7 +159,7 @@ private slots:
         if (onDisk >= 0)
             writeFile(m_video, QByteArray(static_cast<int>(onDisk), 'a'));
         m_server->on("/v", [&range](const HttpRequest &) {
-            HttpReply reply = plain("new");
+            HttpReply reply = replyOf("new");
             reply.status = range.isEmpty() ? 200 : 206;
             return reply;
         });
@@ -244,7 +230,7 @@ private slots:
 
     void theKindOfTheLastTransferIsCarriedByEarlyFailures()
     {
-        m_server->on("/t", plain("t"));
+        m_server->on("/t", replyOf("t"));
         m_downloader->downloadThumb(m_server->address("/t"));
         QCOMPARE(ends(), end(-1, 0, 1));
         m_downloader->downloadVideo(QStringLiteral("rtmp://h/"), m_video, 0, 2, 1);
@@ -264,7 +250,7 @@ private slots:
     {
         QFETCH(QString, path);
         QFETCH(QByteArray, target);
-        HttpReply cut = plain("body");
+        HttpReply cut = replyOf("body");
         cut.cutAfterBytes = 2;
         m_server->on("/short", cut);
         m_downloader->downloadVideo(m_server->address(target), m_work->path(path), 4, 5, 1);
@@ -284,7 +270,7 @@ private slots:
     void aSilentServerFailsAThumb()
     {
         setOptions("--stall 1");
-        m_server->on("/t", held(QByteArray(700, 'b'), 300));
+        m_server->on("/t", heldReplyOf(QByteArray(700, 'b'), 300));
         m_downloader->downloadThumb(m_server->address("/t"));
         QCOMPARE(ends(), end(-1, Downloader::Thumb, Downloader::Failed));
         QVERIFY(!QFile::exists(m_thumb));
@@ -303,7 +289,7 @@ private slots:
     {
         setOptions("--noresume");
         writeFile(m_thumb, "something old");
-        m_server->on("/t", plain("new"));
+        m_server->on("/t", replyOf("new"));
         m_downloader->downloadThumb(m_server->address("/t"));
         QCOMPARE(ends(), end(-1, 0, 1));
         QCOMPARE(readFile(m_thumb), QByteArray("new"));
@@ -319,7 +305,7 @@ private slots:
     void aThumbCutOffIsRemoved()
     {
         QFETCH(QByteArray, target);
-        HttpReply cut = plain("body");
+        HttpReply cut = replyOf("body");
         cut.cutAfterBytes = 2;
         m_server->on("/short", cut);
         m_downloader->downloadThumb(m_server->address(target));
@@ -337,7 +323,7 @@ private slots:
     void aThumbIsRemovedWhenTheRunEndsFirst()
     {
         QFETCH(bool, isCanceled);
-        m_server->on("/t", held("body", 2));
+        m_server->on("/t", heldReplyOf("body", 2));
         m_downloader->downloadThumb(m_server->address("/t"));
         QVERIFY(reaches(m_thumb, 2));
         if (isCanceled)
@@ -362,7 +348,7 @@ private slots:
 
     void aWholeThumbOutlivesTheDownloader()
     {
-        m_server->on("/t", plain("t"));
+        m_server->on("/t", replyOf("t"));
         m_downloader->downloadThumb(m_server->address("/t"));
         QCOMPARE(ends(), end(-1, 0, 1));
         m_downloader->cancel();
@@ -372,8 +358,8 @@ private slots:
 
     void oneObjectFetchesThumbAndVideo()
     {
-        m_server->on("/t", plain("thumb"));
-        m_server->on("/v", plain("video"));
+        m_server->on("/t", replyOf("thumb"));
+        m_server->on("/v", replyOf("video"));
         m_downloader->downloadThumb(m_server->address("/t"));
         QCOMPARE(ends(), end(-1, 0, 1));
         m_downloader->downloadVideo(m_server->address("/v"), m_video, 0, 0, 1);
@@ -397,8 +383,8 @@ private slots:
     {
         QFETCH(QByteArray, target);
         QFETCH(int, result);
-        m_server->on("/t", plain("thumb"));
-        m_server->on("/v", plain("video"));
+        m_server->on("/t", replyOf("thumb"));
+        m_server->on("/v", replyOf("video"));
         connect(m_downloader.get(), &Downloader::finished, this, [this](int, int type) {
             if (type == Downloader::Thumb)
                 m_downloader->downloadVideo(m_server->address("/v"), m_video, 5, 0, 1);
@@ -411,7 +397,7 @@ private slots:
 
     void cancelEndsInTheErrorSlot()
     {
-        m_server->on("/v", held("body", 2));
+        m_server->on("/v", heldReplyOf("body", 2));
         m_downloader->downloadVideo(m_server->address("/v"), m_video, 4, 6, 1);
         QVERIFY(reaches(m_video, 2));
         m_downloader->cancel();
@@ -422,7 +408,7 @@ private slots:
 
     void cancelWithAReportComesFirst()
     {
-        m_server->on("/v", held("body", 2));
+        m_server->on("/v", heldReplyOf("body", 2));
         m_downloader->downloadVideo(m_server->address("/v"), m_video, 4, 6, 1);
         QVERIFY(reaches(m_video, 2));
         m_downloader->cancel(8, 1);
@@ -463,7 +449,7 @@ private slots:
 
     void destructionKeepsAVideosPart()
     {
-        m_server->on("/v", held("body", 2));
+        m_server->on("/v", heldReplyOf("body", 2));
         m_downloader->downloadVideo(m_server->address("/v"), m_video, 4, 0, 1);
         QVERIFY(reaches(m_video, 2));
         m_downloader.reset();
@@ -473,7 +459,7 @@ private slots:
 
     void urlFileSize()
     {
-        m_server->on("/v", plain(QByteArray(1234, 'v')));
+        m_server->on("/v", replyOf(QByteArray(1234, 'v')));
         QCOMPARE(m_downloader->getUrlFileSize(m_server->address("/v")), qint64(1234));
         QCOMPARE(m_downloader->getUrlFileSize(QStringLiteral("http://")), qint64(0));
     }
@@ -481,7 +467,7 @@ private slots:
     void urlFileSizeUsesTheProxy()
     {
         setOptions(qPrintable(QStringLiteral("--proxy 3:127.0.0.1:%1").arg(m_server->port())));
-        m_server->onOther([](const HttpRequest &) { return plain("12345"); });
+        m_server->onOther([](const HttpRequest &) { return replyOf("12345"); });
         const QString url = QStringLiteral("http://media.test/v");
         QCOMPARE(m_downloader->getUrlFileSize(url), qint64(5));
         QCOMPARE(m_server->requests().at(0).target, url.toUtf8());

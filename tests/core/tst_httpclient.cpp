@@ -10,16 +10,9 @@ namespace {
 
 constexpr int endTimeoutMs = 30000;
 
-HttpReply plain(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.body = body;
-    return reply;
-}
-
 HttpReply redirectTo(const QByteArray &target, int status = 302)
 {
-    HttpReply reply = plain("moved");
+    HttpReply reply = replyOf("moved");
     reply.status = status;
     reply.headers = {{"Location", target}};
     return reply;
@@ -114,7 +107,7 @@ private slots:
 
     void anAnswer()
     {
-        HttpReply reply = plain("body");
+        HttpReply reply = replyOf("body");
         reply.headers = {{"Content-Type", "video/mp4"}, {"X-A", "b"}};
         m_server->on("/a", reply);
         QVERIFY(!m_client->hasAnswer());
@@ -149,7 +142,7 @@ private slots:
         QFETCH(qint64, end);
         QFETCH(QByteArray, range);
         m_server->on("/a", redirectTo("/b"));
-        m_server->on("/b", plain("body"));
+        m_server->on("/b", replyOf("body"));
         HttpClient::Request request = requestFor("/a");
         request.headers = {{"X-A", "b"}, {"User-Agent", "c"}};
         request.rangeStart = start;
@@ -169,7 +162,7 @@ private slots:
     {
         m_server->on("/post", redirectTo("/a", 307));
         m_server->on("/head", redirectTo("/a"));
-        m_server->on("/a", plain("body"));
+        m_server->on("/a", replyOf("body"));
         HttpClient::Request request = requestFor("/post");
         request.method = HttpClient::Method::Post;
         request.form = "a=b";
@@ -203,7 +196,7 @@ private slots:
         m_server->on("/a", redirectTo("/b"));
         m_server->on("/b", redirectTo("/c"));
         m_server->on("/c", redirectTo("/d"));
-        m_server->on("/d", plain("body"));
+        m_server->on("/d", replyOf("body"));
         HttpClient::Request request = requestFor("/a");
         request.redirects.most = most;
         QVERIFY(ask(request));
@@ -252,7 +245,7 @@ private slots:
         endless.body = QByteArray(100, 'x');
         endless.holdAfterBytes = 50;
         m_server->on("/a", endless);
-        m_server->on("/b", plain("body"));
+        m_server->on("/b", replyOf("body"));
         HttpClient::Request request = requestFor("/a");
         request.redirects.readsBody = readsBody;
         if (!readsBody) {
@@ -282,7 +275,7 @@ private slots:
         HttpReply first = redirectTo("/b");
         first.headers = {{"Location", "/b"}, {"Set-Cookie", "k=v"}};
         m_server->on("/a", first);
-        m_server->on("/b", plain("body"));
+        m_server->on("/b", replyOf("body"));
         QNetworkCookieJar jar;
         HttpClient::Request request = requestFor("/a");
         request.cookies = hasJar ? &jar : nullptr;
@@ -298,7 +291,7 @@ private slots:
 
     void aPoolHasNothingOfAJar()
     {
-        HttpReply reply = plain("body");
+        HttpReply reply = replyOf("body");
         reply.headers = {{"Set-Cookie", "k=v"}};
         m_server->on("/a", reply);
         const auto pool = std::make_shared<ConnectionPool>();
@@ -361,7 +354,7 @@ private slots:
 
     void theProxyIsAsked()
     {
-        m_server->onOther([](const HttpRequest &) { return plain("body"); });
+        m_server->onOther([](const HttpRequest &) { return replyOf("body"); });
         NetSettings settings;
         settings.proxy =
             QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), m_server->port());
@@ -403,7 +396,7 @@ private slots:
         QFETCH(int, maxBytes);
         QFETCH(bool, isRead);
         QFETCH(bool, isWhole);
-        HttpReply reply = plain(content);
+        HttpReply reply = replyOf(content);
         reply.headers = {{"Content-Encoding", "x-gzip"}};
         m_server->on("/a", reply);
         QCOMPARE(ask(requestFor("/a"), maxBytes), isRead);
@@ -415,7 +408,7 @@ private slots:
 
     void aBodyIsReadBehindWhatIsThere()
     {
-        m_server->on("/a", plain("body"));
+        m_server->on("/a", replyOf("body"));
         QByteArray memory("old ");
         memory.reserve(100);
         const char *const place = memory.constData();
@@ -432,7 +425,7 @@ private slots:
 
     void piecesAreBoundedAndMayBeRefused()
     {
-        m_server->on("/a", plain(QByteArray(1000000, 'x')));
+        m_server->on("/a", replyOf(QByteArray(1000000, 'x')));
         qint64 longest = 0;
         qint64 total = 0;
         const auto take = [&](const char *, qint64 bytes) {
@@ -461,7 +454,7 @@ private slots:
 
     void endedByTheCaller()
     {
-        HttpReply reply = plain("body");
+        HttpReply reply = replyOf("body");
         reply.holdAfterBytes = 2;
         m_server->on("/a", reply);
         m_client->abort(); // nothing is under way
@@ -480,7 +473,7 @@ private slots:
 
     void anAnswerThatNobodyWantsIsCut()
     {
-        HttpReply reply = plain("body");
+        HttpReply reply = replyOf("body");
         reply.status = 404;
         reply.holdAfterBytes = 2;
         m_server->on("/a", reply);
@@ -493,7 +486,7 @@ private slots:
     void oneRequestDropsTheOther()
     {
         m_server->hold("/a");
-        m_server->on("/b", plain("body"));
+        m_server->on("/b", replyOf("body"));
         m_client->start(requestFor("/a"));
         QTRY_COMPARE(m_server->requests().size(), 1);
         QVERIFY(ask(requestFor("/b")));
@@ -505,8 +498,8 @@ private slots:
 
     void aReceiverMayStartTheNext()
     {
-        m_server->on("/a", plain("a"));
-        m_server->on("/b", plain("b"));
+        m_server->on("/a", replyOf("a"));
+        m_server->on("/b", replyOf("b"));
         connect(m_client.get(), &HttpClient::ended, this, [this] {
             if (m_server->requests().size() == 1)
                 m_client->start(requestFor("/b"));
@@ -527,7 +520,7 @@ private slots:
     void aReceiverMayDestroyIt()
     {
         QFETCH(QString, event);
-        m_server->on("/a", plain("body"));
+        m_server->on("/a", replyOf("body"));
         const auto destroyAt = [this, &event](const char *name) {
             return [this, isIt = event == QLatin1String(name)] {
                 if (isIt)

@@ -82,20 +82,6 @@ HttpReply redirect(int status, const QByteArray &location)
     return reply;
 }
 
-HttpReply plain(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.body = body;
-    return reply;
-}
-
-HttpReply held(const QByteArray &body, qint64 sentBytes)
-{
-    HttpReply reply = plain(body);
-    reply.holdAfterBytes = sentBytes;
-    return reply;
-}
-
 QByteArray patternOf(int size)
 {
     QByteArray bytes(size, 0);
@@ -162,7 +148,7 @@ private slots:
         QFETCH(qint64, end);
         QFETCH(QByteArray, range);
         ScriptedServer server;
-        server.on("/f", plain("x"));
+        server.on("/f", replyOf("x"));
         Transfer transfer;
         transfer.downloader.setDownloadInfo(m_path, server.address("/f"), start, end, 7, false);
         QVERIFY(transfer.downloader.download());
@@ -177,7 +163,7 @@ private slots:
     void memoryModeSendsNoRange()
     {
         ScriptedServer server;
-        server.on("/f", plain("x"));
+        server.on("/f", replyOf("x"));
         Transfer transfer;
         transfer.downloader.setDownloadInfo({}, server.address("/f"), 500, 1000, 7, false);
         transfer.downloader.download();
@@ -336,7 +322,7 @@ private slots:
     void appendingKeepsWhatIsThere()
     {
         ScriptedServer server;
-        server.on("/f", plain(QByteArray(700, 'b')));
+        server.on("/f", replyOf(QByteArray(700, 'b')));
         writeFile(m_path, QByteArray(300, 'a'));
         Transfer transfer;
         transfer.start(m_path, server.address("/f"), 0, true);
@@ -347,7 +333,7 @@ private slots:
     void withoutAppendingTheFileBeginsAfresh()
     {
         ScriptedServer server;
-        server.on("/f", plain("new"));
+        server.on("/f", replyOf("new"));
         writeFile(m_path, "something older and longer");
         Transfer transfer;
         transfer.start(m_path, server.address("/f"));
@@ -447,7 +433,7 @@ private slots:
     {
         setCommandLine(QStringLiteral("--size 8"));
         ScriptedServer server;
-        server.on("/f", plain("01234567"));
+        server.on("/f", replyOf("01234567"));
         writeFile(m_path, "0123");
         Transfer transfer;
         transfer.start(m_path, server.address("/f"), 4, true);
@@ -498,7 +484,7 @@ private slots:
         ScriptedServer server;
         for (int i = 0; i < count; ++i)
             server.on("/" + QByteArray::number(i), redirect(302, "/" + QByteArray::number(i + 1)));
-        server.on("/" + QByteArray::number(count), plain("body"));
+        server.on("/" + QByteArray::number(count), replyOf("body"));
         Transfer transfer;
         transfer.start(m_path, server.address("/0"));
         QVERIFY(transfer.endsAs(isSuccess));
@@ -536,7 +522,7 @@ private slots:
         HttpReply reply = redirect(302, "/f");
         reply.body = QByteArray(3000000, 'r');
         server.on("/r", reply);
-        server.on("/f", plain("body"));
+        server.on("/f", replyOf("body"));
         Transfer transfer;
         transfer.start(m_path, server.address("/r"));
         QVERIFY(transfer.succeeds());
@@ -637,7 +623,7 @@ private slots:
         QFETCH(bool, hasLength);
         QFETCH(int, size);
         ScriptedServer server;
-        HttpReply reply = plain(QByteArray(size, 'x'));
+        HttpReply reply = replyOf(QByteArray(size, 'x'));
         reply.withoutLength = !hasLength;
         server.on("/f", reply);
         Transfer transfer;
@@ -648,7 +634,7 @@ private slots:
     void progressPositionsCountFromTheFilesBeginning()
     {
         ScriptedServer server;
-        server.on("/f", plain(QByteArray(5000, 'x')));
+        server.on("/f", replyOf(QByteArray(5000, 'x')));
         Transfer transfer;
         transfer.start(m_path, server.address("/f"), 1000000);
         QVERIFY(transfer.succeeds());
@@ -680,7 +666,7 @@ private slots:
     void anUnknownTotalIsReportedAsOneLess()
     {
         ScriptedServer server;
-        HttpReply reply = plain("body");
+        HttpReply reply = replyOf("body");
         reply.withoutLength = true;
         server.on("/f", reply);
         Transfer transfer;
@@ -693,7 +679,7 @@ private slots:
     void anEmptyBodyReportsNoProgress()
     {
         ScriptedServer server;
-        server.on("/f", plain(""));
+        server.on("/f", replyOf(""));
         Transfer transfer;
         transfer.start(m_path, server.address("/f"));
         QVERIFY(transfer.succeeds());
@@ -721,8 +707,9 @@ private slots:
         setCommandLine(QStringLiteral("--partial"));
         ScriptedServer server;
         // More than the server has sent can only be waited for: the end comes from the cut-off.
-        server.on("/f",
-                  held(QByteArray(size + (isSuccess ? 0 : 9), 'x'), isSuccess ? size + 1 : size));
+        server.on(
+            "/f",
+            heldReplyOf(QByteArray(size + (isSuccess ? 0 : 9), 'x'), isSuccess ? size + 1 : size));
         Transfer transfer;
         transfer.start(m_path, server.address("/f"), start);
         QVERIFY(transfer.endsAs(isSuccess));
@@ -733,7 +720,7 @@ private slots:
     void withoutTheOptionNothingIsCutOff()
     {
         ScriptedServer server;
-        server.on("/f", plain(patternOf(50000)));
+        server.on("/f", replyOf(patternOf(50000)));
         Transfer transfer;
         transfer.start(m_path, server.address("/f"));
         QVERIFY(transfer.succeeds());
@@ -745,7 +732,7 @@ private slots:
         Transfer transfer;
         transfer.downloader.cancel();
         ScriptedServer server;
-        server.on("/f", plain("body"));
+        server.on("/f", replyOf("body"));
         transfer.start(m_path, server.address("/f"));
         QVERIFY(transfer.succeeds());
         transfer.downloader.cancel();
@@ -756,7 +743,7 @@ private slots:
     void cancelKeepsWhatArrived()
     {
         ScriptedServer server;
-        server.on("/f", held(patternOf(100000), 60000));
+        server.on("/f", heldReplyOf(patternOf(100000), 60000));
         Transfer transfer;
         transfer.start(m_path, server.address("/f"));
         QVERIFY(Transfer::reaches(m_path, 60000));
@@ -792,7 +779,7 @@ private slots:
     void cancelInsideAProgressReport()
     {
         ScriptedServer server;
-        HttpReply slow = held(patternOf(100000), 90000);
+        HttpReply slow = heldReplyOf(patternOf(100000), 90000);
         slow.pieceBytes = 1000;
         slow.pieceDelayMs = 5; // reports come at intervals: the transfer has to last for one
         server.on("/f", slow);
@@ -810,7 +797,7 @@ private slots:
     {
         setCommandLine(QStringLiteral("--partial"));
         ScriptedServer server;
-        server.on("/f", held(patternOf(100000), 60000));
+        server.on("/f", heldReplyOf(patternOf(100000), 60000));
         Transfer transfer;
         connect(&transfer.downloader, &HttpDownloader::sendProgress, &transfer.downloader,
                 &HttpDownloader::cancel);
@@ -821,7 +808,7 @@ private slots:
     void cancelInsideTheEnd()
     {
         ScriptedServer server;
-        server.on("/f", plain("body"));
+        server.on("/f", replyOf("body"));
         Transfer transfer;
         connect(&transfer.downloader, &HttpDownloader::downFinished, &transfer.downloader,
                 &HttpDownloader::cancel);
@@ -840,8 +827,8 @@ private slots:
     {
         QFETCH(bool, isCanceled);
         ScriptedServer server;
-        server.on("/1", isCanceled ? held("body", 2) : plain("body"));
-        server.on("/2", plain("another"));
+        server.on("/1", isCanceled ? heldReplyOf("body", 2) : replyOf("body"));
+        server.on("/2", replyOf("another"));
         const QString secondPath = m_path + QLatin1String(".2");
         Transfer transfer;
         HttpDownloader &downloader = transfer.downloader;
@@ -869,8 +856,8 @@ private slots:
     void anotherTransferMayReplaceARunningOne()
     {
         ScriptedServer server;
-        server.on("/1", held("body", 2));
-        server.on("/2", plain("another"));
+        server.on("/1", heldReplyOf("body", 2));
+        server.on("/2", replyOf("another"));
         const QString secondPath = m_path + QLatin1String(".2");
         Transfer transfer;
         transfer.start(m_path, server.address("/1"));
@@ -884,7 +871,7 @@ private slots:
     void theReceiverMayDeleteTheDownloaderLater()
     {
         ScriptedServer server;
-        server.on("/f", plain("body"));
+        server.on("/f", replyOf("body"));
         QPointer<HttpDownloader> downloader = new HttpDownloader(this);
         connect(downloader, &HttpDownloader::downFinished, downloader, &QObject::deleteLater);
         downloader->setDownloadInfo(m_path, server.address("/f"), 0, -1, 7, false);
@@ -896,7 +883,7 @@ private slots:
     void destructionKeepsWhatArrived()
     {
         ScriptedServer server;
-        server.on("/f", held(patternOf(100000), 60000));
+        server.on("/f", heldReplyOf(patternOf(100000), 60000));
         {
             Transfer transfer;
             transfer.start(m_path, server.address("/f"));
@@ -935,7 +922,7 @@ private slots:
     void memoryModeBeginsAfreshAtEveryDownload()
     {
         ScriptedServer server;
-        server.on("/f", plain("body"));
+        server.on("/f", replyOf("body"));
         Transfer transfer;
         for (int i = 1; i <= 2; ++i) {
             transfer.start({}, server.address("/f"));
@@ -947,7 +934,7 @@ private slots:
     void memoryModeIsBounded()
     {
         ScriptedServer server;
-        HttpReply reply = plain(QByteArray(80 * 1024 * 1024, 'x'));
+        HttpReply reply = replyOf(QByteArray(80 * 1024 * 1024, 'x'));
         reply.pieceBytes = 1024 * 1024;
         server.on("/f", reply);
         Transfer transfer;
@@ -991,7 +978,7 @@ private slots:
         QFETCH(QByteArray, answer);
         ScriptedServer server;
         server.onRaw("/f", rawAnswer(answer));
-        server.on("/real", plain(QByteArray(1234, 'x')));
+        server.on("/real", replyOf(QByteArray(1234, 'x')));
         HttpDownloader downloader;
         QTEST(downloader.GetFileSize(server.url("/f")), "size");
         const HttpRequest request = server.requests().at(0);
@@ -1011,11 +998,11 @@ private slots:
     void fileSizeDoesNotDisturbARunningTransfer()
     {
         ScriptedServer server;
-        HttpReply slow = plain(patternOf(100000));
+        HttpReply slow = replyOf(patternOf(100000));
         slow.pieceBytes = 10000;
         slow.pieceDelayMs = 1;
         server.on("/f", slow);
-        HttpReply late = plain("1234");
+        HttpReply late = replyOf("1234");
         late.delayMs = 30;
         server.on("/g", late);
         Transfer transfer;
@@ -1043,7 +1030,7 @@ private slots:
         cookie.setPath(QStringLiteral("/"));
         QVERIFY(CookieStore::instance().insert(cookie));
         ScriptedServer server;
-        HttpReply reply = plain("body");
+        HttpReply reply = replyOf("body");
         reply.headers = {{"Set-Cookie", "seen=2; Path=/"}};
         server.on("/f", reply);
         server.on("/r", redirect(302, "/f"));
@@ -1063,7 +1050,7 @@ private slots:
         cookie.setPath(QStringLiteral("/"));
         jar.insertCookie(cookie);
         ScriptedServer server;
-        server.on("/f", plain("body"));
+        server.on("/f", replyOf("body"));
         Transfer transfer;
         transfer.downloader.setCookieJar(&jar);
         QVERIFY(!jar.parent());
@@ -1075,7 +1062,7 @@ private slots:
     void theProxyOfTheCommandLineIsUsed()
     {
         ScriptedServer proxy;
-        proxy.onOther([](const HttpRequest &) { return plain("by proxy"); });
+        proxy.onOther([](const HttpRequest &) { return replyOf("by proxy"); });
         setCommandLine(QStringLiteral("--proxy 3:127.0.0.1:%1").arg(proxy.port()));
         const QString url = QStringLiteral("http://media.test/f");
         Transfer transfer;
@@ -1102,7 +1089,7 @@ private slots:
         const QByteArray content = patternOf(700);
         ScriptedServer server;
         if (sentBytes >= 0)
-            server.on("/f", held(content, sentBytes));
+            server.on("/f", heldReplyOf(content, sentBytes));
         else
             server.hold("/f");
         setCommandLine(QStringLiteral("--stall 1"));
@@ -1120,7 +1107,7 @@ private slots:
     {
         const QByteArray content = patternOf(30);
         ScriptedServer server;
-        HttpReply reply = plain(content);
+        HttpReply reply = replyOf(content);
         reply.pieceBytes = 1;
         reply.pieceDelayMs = 50; // the whole takes longer than the limit
         server.on("/f", reply);
@@ -1169,7 +1156,7 @@ private slots:
         QFETCH(int, type);
         QFETCH(bool, isDirect);
         ScriptedServer server;
-        server.on("/f", plain("direct"));
+        server.on("/f", replyOf("direct"));
         QTcpSocket proxy; // has a port of its own and refuses every connection
         QVERIFY(proxy.bind(QHostAddress::LocalHost));
         setCommandLine(QStringLiteral("--proxy %1:127.0.0.1:%2").arg(type).arg(proxy.localPort()));

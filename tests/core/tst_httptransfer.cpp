@@ -10,21 +10,6 @@ namespace {
 
 constexpr int endTimeoutMs = 30000;
 
-HttpReply plain(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.body = body;
-    return reply;
-}
-
-/// Sends a beginning and then nothing.
-HttpReply held(const QByteArray &body, qint64 sentBytes)
-{
-    HttpReply reply = plain(body);
-    reply.holdAfterBytes = sentBytes;
-    return reply;
-}
-
 } // namespace
 
 class tst_HttpTransfer : public QObject
@@ -105,7 +90,7 @@ private slots:
 
     void aVideoComes()
     {
-        m_server->on("/v", plain(QByteArray(700, 'v')));
+        m_server->on("/v", replyOf(QByteArray(700, 'v')));
         takeVideo("/v", 700);
         const QSignalSpy progress(m_transfer.get(), &Transfer::progressed);
         m_transfer->start();
@@ -150,7 +135,7 @@ private slots:
 
     void aThumbComesToItsPlace()
     {
-        m_server->on("/t", plain("picture"));
+        m_server->on("/t", replyOf("picture"));
         takeThumb("/t");
         m_transfer->start();
         QCOMPARE(outcomes(), Outcomes{Transfer::Outcome::Succeeded});
@@ -196,7 +181,7 @@ private slots:
 
     void canceledInBetween()
     {
-        m_server->on("/v", held("body", 2));
+        m_server->on("/v", heldReplyOf("body", 2));
         takeVideo("/v", 4);
         m_transfer->start();
         QVERIFY(reaches(m_video, 2));
@@ -208,7 +193,7 @@ private slots:
 
     void canceledByAReceiverOfProgress()
     {
-        HttpReply reply = held(QByteArray(100000, 'v'), 90000);
+        HttpReply reply = heldReplyOf(QByteArray(100000, 'v'), 90000);
         reply.pieceBytes = 1000;
         reply.pieceDelayMs = 5;
         m_server->on("/v", reply);
@@ -221,7 +206,7 @@ private slots:
 
     void canceledAfterTheEnd()
     {
-        m_server->on("/t", plain("picture"));
+        m_server->on("/t", replyOf("picture"));
         takeThumb("/t");
         m_transfer->start();
         QCOMPARE(outcomes(), Outcomes{Transfer::Outcome::Succeeded});
@@ -234,7 +219,7 @@ private slots:
 
     void destroyedInBetween()
     {
-        m_server->on("/t", held("picture", 2));
+        m_server->on("/t", heldReplyOf("picture", 2));
         takeThumb("/t");
         m_transfer->start();
         QVERIFY(reaches(m_thumb, 2));
@@ -253,7 +238,7 @@ private slots:
     void destroyedByAReceiverOfTheEnd()
     {
         QFETCH(bool, isCanceled);
-        m_server->on("/v", isCanceled ? held("body", 2) : plain("body"));
+        m_server->on("/v", isCanceled ? heldReplyOf("body", 2) : replyOf("body"));
         takeVideo("/v", 4);
         connect(m_transfer.get(), &Transfer::ended, this, [this] { m_transfer.reset(); });
         m_transfer->start();

@@ -15,14 +15,6 @@
 
 namespace {
 
-HttpReply replyOf(const QByteArray &body, int status = 200)
-{
-    HttpReply reply;
-    reply.status = status;
-    reply.body = body;
-    return reply;
-}
-
 HttpReply redirectTo(const QByteArray &target, int status = 302)
 {
     HttpReply reply = replyOf("moved", status);

@@ -13,26 +13,6 @@
 
 namespace {
 
-HttpReply replyOf(const QByteArray &body, int status = 200)
-{
-    HttpReply reply;
-    reply.status = status;
-    reply.body = body;
-    return reply;
-}
-
-/// An answer that does not say how long it is, yet has an end that nobody can mistake.
-HttpReply chunkedReplyOf(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.headers = {{"Transfer-Encoding", "chunked"}};
-    reply.withoutLength = true;
-    if (!body.isEmpty())
-        reply.body = QByteArray::number(body.size(), 16) + "\r\n" + body + "\r\n";
-    reply.body += "0\r\n\r\n";
-    return reply;
-}
-
 QByteArray fragmentPath(int number)
 {
     return "/dir/sSeg1-Frag" + QByteArray::number(number);

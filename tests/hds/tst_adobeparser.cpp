@@ -29,13 +29,6 @@ QByteArray inlineBootstrap(int fragmentCount, const QByteArray &id = "b")
         + " \n</bootstrapInfo>";
 }
 
-HttpReply replyOf(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.body = body;
-    return reply;
-}
-
 } // namespace
 
 class tst_AdobeParser : public QObject

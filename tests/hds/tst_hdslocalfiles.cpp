@@ -6,13 +6,6 @@
 
 namespace {
 
-HttpReply replyOf(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.body = body;
-    return reply;
-}
-
 HttpReply redirectTo(const QByteArray &address)
 {
     HttpReply reply;

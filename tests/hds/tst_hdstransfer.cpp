@@ -14,13 +14,6 @@
 
 namespace {
 
-HttpReply replyOf(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.body = body;
-    return reply;
-}
-
 QByteArray fragmentPath(int number)
 {
     return "/dir/sSeg1-Frag" + QByteArray::number(number);

@@ -113,24 +113,6 @@ SegmentWorker::Answer get(const Segment &segment, const QByteArray &, const Stop
             reply->header(QNetworkRequest::ContentLengthHeader).isValid()};
 }
 
-HttpReply replyOf(const QByteArray &body, int status = 200)
-{
-    HttpReply reply;
-    reply.status = status;
-    reply.body = body;
-    return reply;
-}
-
-/// An answer that does not say how long it is.
-HttpReply chunkedReplyOf(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.headers = {{"Transfer-Encoding", "chunked"}};
-    reply.withoutLength = true;
-    reply.body = QByteArray::number(body.size(), 16) + "\r\n" + body + "\r\n0\r\n\r\n";
-    return reply;
-}
-
 QByteArray pathOf(int number)
 {
     return "/s" + QByteArray::number(number);

@@ -16,13 +16,6 @@ namespace {
 constexpr int shortMs = 200;
 constexpr int patientMs = 1500; // far above every pause that the answers below make
 
-HttpReply replyOf(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.body = body;
-    return reply;
-}
-
 } // namespace
 
 /// Watched requests to a server that falls silent, or only seems to.

@@ -19,13 +19,6 @@ QByteArray fragmentPath(int number)
     return "/dir/sSeg1-Frag" + QByteArray::number(number);
 }
 
-HttpReply replyOf(const QByteArray &body)
-{
-    HttpReply reply;
-    reply.body = body;
-    return reply;
-}
-
 /// A server of a stream whose fragments differ from those of other streams by what fills them.
 class StreamServer : public ScriptedServer
 {

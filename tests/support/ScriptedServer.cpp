@@ -34,6 +34,32 @@ bool parseRange(const QByteArray &value, int size, int &first, int &last)
 
 } // namespace
 
+HttpReply replyOf(const QByteArray &body, int status)
+{
+    HttpReply reply;
+    reply.status = status;
+    reply.body = body;
+    return reply;
+}
+
+HttpReply heldReplyOf(const QByteArray &body, qint64 sentBytes)
+{
+    HttpReply reply = replyOf(body);
+    reply.holdAfterBytes = sentBytes;
+    return reply;
+}
+
+HttpReply chunkedReplyOf(const QByteArray &body)
+{
+    HttpReply reply;
+    reply.headers = {{"Transfer-Encoding", "chunked"}};
+    reply.withoutLength = true;
+    if (!body.isEmpty())
+        reply.body = QByteArray::number(body.size(), 16) + "\r\n" + body + "\r\n";
+    reply.body += "0\r\n\r\n";
+    return reply;
+}
+
 QByteArray HttpRequest::header(const QByteArray &name) const
 {
     for (const auto &header : headers) {

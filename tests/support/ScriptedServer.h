@@ -47,6 +47,14 @@ struct HttpReply
 
 Q_DECLARE_METATYPE(HttpReply)
 
+HttpReply replyOf(const QByteArray &body, int status = 200);
+
+/// Sends a beginning of the body and then nothing.
+HttpReply heldReplyOf(const QByteArray &body, qint64 sentBytes);
+
+/// An answer that does not say how long it is, yet has an end that nobody can mistake.
+HttpReply chunkedReplyOf(const QByteArray &body);
+
 /// An HTTP server on a loopback port of its own, for one test. It answers what the test scripts,
 /// faults included, and records every request. A connection carries one request.
 class ScriptedServer : public QObject
