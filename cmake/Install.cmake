@@ -66,15 +66,14 @@ set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "clipweir opens a web page in a hidden brow
 traffic and its document for the media files that it plays, downloads the
 best of them and reports to the program that started it, line by line.")
 # The libraries are found by looking at the program. What it loads or runs by name is named here:
-# without the media plug-ins the engine may not even ask for a page's video.
+# without the media plug-ins QtWebKit may not even ask for a page's video.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-string(JOIN ", " CPACK_DEBIAN_PACKAGE_DEPENDS
-    gstreamer1.0-plugins-base
-    gstreamer1.0-plugins-good
-    gstreamer1.0-libav
-    ffmpeg
-    rtmpdump
-    "fonts-dejavu-core | fonts-liberation | fonts-noto-core")
+set(needed_packages ffmpeg rtmpdump "fonts-dejavu-core | fonts-liberation | fonts-noto-core")
+if(CLIPWEIR_WEBKIT)
+    list(PREPEND needed_packages
+        gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav)
+endif()
+string(JOIN ", " CPACK_DEBIAN_PACKAGE_DEPENDS ${needed_packages})
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates, publicsuffix")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS bash-completion)
 include(CPack)

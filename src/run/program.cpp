@@ -2,7 +2,7 @@
 
 #include "DisplayProbe.h"
 #include "EndTimer.h"
-#include "FlashVersion.h"
+#include "Engines.h"
 #include "HostEvents.h"
 #include "LeftFiles.h"
 #include "MessageLog.h"
@@ -13,17 +13,16 @@
 #include "StopSignals.h"
 #include "Usage.h"
 #include "VideoPreference.h"
-#include "WebkitEngineFactory.h"
 #include "browser.h"
 
-#include <QApplication>
-#include <QEventLoop>
+#include <QGuiApplication>
 #include <QNetworkProxyFactory>
 #include <QTextCodec>
-#include <QTimer>
 #include <QUrl>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -120,45 +119,36 @@ bool isSavePathReadable(int argc, char *argv[])
     return state.invalidChars == 0 && state.remainingChars == 0;
 }
 
-/// Makes ready for a page run, if that is what the arguments ask for: makes the stop flag and puts
-/// the sandbox up. Returns whether it did.
+enum class Preparation { None, EngineMissing, Done };
+
+/// Makes ready for a page run, if that is what the arguments ask for: chooses the engine, makes the
+/// stop flag and puts the sandbox up.
 ///
 /// This needs the options, so an application object, and comes before the toolkit's own: that one
 /// starts threads, which would be left outside.
-bool preparePageRun(int argc, char *argv[], EngineFactory &engines)
+Preparation preparePageRun(int argc, char *argv[], std::unique_ptr<EngineFactory> &engines)
 {
     const QCoreApplication application(argc, argv);
     const auto *const preference = CVideoPreference::instance();
     if (preference->GetExitFlag() || preference->GetInfoFlag() || preference->GetPageUrl().isEmpty()
         || !isSavePathReadable(argc, argv) || !MessageLog::open())
-        return false;
+        return Preparation::None;
     const RunOptions options = RunOptions::ofCommandLine();
+    engines = Engines::makeFactory(options);
+    if (!engines)
+        return Preparation::EngineMissing;
     StopSignals::install();
     RunLimits::install();
     ShareMemoryManager::GetInstance()->CreateShareMemData();
-    engines.prepare(options);
+    engines->prepare(options);
     LeftFiles::removeAll();
     if (options.isConfined)
         confine(options, usesDisplay(argc, argv));
     MessageLog::close(); // what the toolkit says while it starts is no part of the run
-    return true;
+    return Preparation::Done;
 }
 
 } // namespace
-
-/// Prints the version of the Flash plug-in that the engine can use; an empty one when the engine
-/// does not say it in time.
-void flashVersion()
-{
-    constexpr int patienceMs = 1000;
-    CFlashVersion probe;
-    QEventLoop loop;
-    QObject::connect(&probe, &CFlashVersion::versionInfoReady, &loop, &QEventLoop::quit);
-    QTimer::singleShot(patienceMs, &loop, &QEventLoop::quit);
-    probe.load();
-    loop.exec();
-    HostEvents::send(event::FlashVersion{probe.getVersion()});
-}
 
 /// Sets the limit that holds even where the guard comes too late.
 void limitMemory(qint64 limit)
@@ -169,7 +159,7 @@ void limitMemory(qint64 limit)
 }
 
 /// Runs one page run to its end and returns the event loop's result.
-int exec(QApplication *application, EngineFactory &engines)
+int exec(QGuiApplication *application, EngineFactory &engines)
 {
     const RunOptions options = RunOptions::ofCommandLine(); // of what the toolkit left of it
     limitMemory(options.memoryBytes);
@@ -191,9 +181,10 @@ int runProgram(int argc, char *argv[])
     prepareProcess(argc, argv);
     if (usesDisplay(argc, argv) && !DisplayProbe::isUsable(argc, argv))
         return endWithoutDisplay(argc, argv);
-    WebkitEngineFactory engines;
-    const bool isPrepared = argc > 1 && preparePageRun(argc, argv, engines);
-    QApplication application(argc, argv);
+    std::unique_ptr<EngineFactory> engines;
+    const Preparation preparation =
+        argc > 1 ? preparePageRun(argc, argv, engines) : Preparation::None;
+    const std::unique_ptr<QGuiApplication> application = Engines::makeApplication(argc, argv);
     if (argc < 2) { // what there was, was the toolkit's
         printUsage();
         return NoArguments;
@@ -203,7 +194,7 @@ int runProgram(int argc, char *argv[])
     if (preference->GetInfoFlag()) {
         if (preference->GetLog())
             MessageLog::open();
-        flashVersion();
+        HostEvents::send(event::FlashVersion{Engines::flashVersion()});
         return 0;
     }
     if (preference->GetPageUrl().isEmpty())
@@ -212,10 +203,14 @@ int runProgram(int argc, char *argv[])
         HostEvents::send(event::SavePathUnreadable{});
         return NoOutputFolder;
     }
-    if (!MessageLog::open() || !isPrepared)
+    if (preparation == Preparation::EngineMissing) {
+        std::fputs("clipweir has been built without a page engine\n", stderr);
+        return EXIT_FAILURE;
+    }
+    if (!MessageLog::open() || preparation == Preparation::None)
         return NoOutputFolder;
 
-    const int result = exec(&application, engines);
+    const int result = exec(application.get(), *engines);
     const bool isEndAsked = ShareMemoryManager::GetInstance()->GetExitFlag();
     ShareMemoryManager::GetInstance()->DeleteShareMemData();
     StopSignals::uninstall();

@@ -1,7 +1,8 @@
 #!/bin/bash
 # Installs into an empty root, then makes the Debian package and unpacks it into another; checks
 # what is there and runs both installed programs from a folder of their own.
-# usage: test_install.sh cmake cpack build-folder version
+# usage: test_install.sh cmake cpack build-folder version [package ...]
+# The packages are those that the engines of the build need.
 set -Eeuo pipefail
 trap 'echo "FAIL: line $LINENO" >&2' ERR
 
@@ -9,6 +10,7 @@ cmake=$1
 cpack=$2
 build=$3
 version=$4
+engine_packages=("${@:5}")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -106,9 +108,8 @@ check_package() { # package
     expect_line "$work/control" 'Package: clipweir'
     expect_line "$work/control" "Version: $version"
     expect_line "$work/control" "Architecture: $(dpkg --print-architecture)"
-    for library in libqt5webkit5 libqt5network5 libqt5widgets5 libqt5xmlpatterns5 libpsl5 \
-        libseccomp2 libc6 gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav \
-        ffmpeg rtmpdump; do
+    for library in "${engine_packages[@]}" libqt5network5 libqt5xmlpatterns5 libpsl5 libseccomp2 \
+        libc6 ffmpeg rtmpdump; do
         expect_dependency "$work/control" "$library"
     done
     dpkg-deb -c "$1" | sed -E '/^[-dl]\S+ root\/root /d' >"$work/foreign"

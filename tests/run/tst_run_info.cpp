@@ -1,6 +1,16 @@
 #include "PageRun.h"
 #include "TestMain.h"
 
+namespace {
+
+#ifdef CLIPWEIR_WEBKIT
+const char pluginLine[] = "You have Flash player 32.0.465 installed\n";
+#else
+const char pluginLine[] = "You have Flash player 0.0.0 installed\n"; // no engine could use it
+#endif
+
+} // namespace
+
 /// What the program says of the Flash plug-in, and pages that embed one.
 class tst_RunInfo : public QObject
 {
@@ -34,10 +44,11 @@ private slots:
         ProgramRun run;
         run.setEnvironment(option("MOZ_PLUGIN_PATH"), option(TEST_PLUGIN_DIR));
         QVERIFY(printsAVersion(run));
-        QCOMPARE(run.errorOutput(), QByteArray("You have Flash player 32.0.465 installed\n"));
+        QCOMPARE(run.errorOutput(), QByteArray(pluginLine));
         QCOMPARE(run.exitCode(), 0);
     }
 
+#ifdef CLIPWEIR_WEBKIT
     void aPageThatEmbedsAPluginRunsWithoutADisplay()
     {
         ProgramRun run;
@@ -52,6 +63,7 @@ private slots:
                  parsingLine(page) + fixedLine("parse failed") + fixedLine("detach sharememory"));
         QVERIFY(run.endedNormally());
     }
+#endif
 };
 
 CLIPWEIR_TEST_MAIN(tst_RunInfo)

@@ -1,8 +1,15 @@
 #include "TestMain.h"
 
-#include <QApplication>
 #include <QNetworkProxyFactory>
 #include <QTextCodec>
+
+#ifdef CLIPWEIR_WEBKIT
+#include <QApplication>
+using TestApplication = QApplication; // the view of a page is a widget
+#else
+#include <QGuiApplication>
+using TestApplication = QGuiApplication;
+#endif
 
 #include <array>
 
@@ -40,7 +47,7 @@ int runTest(const std::function<std::unique_ptr<QObject>()> &makeTest, int argc,
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     QNetworkProxyFactory::setUseSystemConfiguration(false);
     currentValues[0] = argv[0];
-    QApplication application(currentCount, currentValues.data());
+    TestApplication application(currentCount, currentValues.data());
     const std::unique_ptr<QObject> test = makeTest();
     return QTest::qExec(test.get(), argc, argv);
 }

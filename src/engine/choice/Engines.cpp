@@ -1,0 +1,45 @@
+#include "Engines.h"
+
+#ifdef CLIPWEIR_WEBKIT
+#include "FlashVersion.h"
+#include "WebkitEngineFactory.h"
+
+#include <QApplication>
+#include <QEventLoop>
+#include <QTimer>
+#endif
+
+std::unique_ptr<QGuiApplication> Engines::makeApplication(int &argc, char *argv[])
+{
+#ifdef CLIPWEIR_WEBKIT
+    return std::make_unique<QApplication>(argc, argv); // the view is a widget
+#else
+    return std::make_unique<QGuiApplication>(argc, argv);
+#endif
+}
+
+std::unique_ptr<EngineFactory> Engines::makeFactory(const RunOptions &options)
+{
+    Q_UNUSED(options)
+#ifdef CLIPWEIR_WEBKIT
+    return std::make_unique<WebkitEngineFactory>();
+#else
+    return nullptr;
+#endif
+}
+
+QString Engines::flashVersion()
+{
+#ifdef CLIPWEIR_WEBKIT
+    constexpr int patienceMs = 1000;
+    CFlashVersion probe;
+    QEventLoop loop;
+    QObject::connect(&probe, &CFlashVersion::versionInfoReady, &loop, &QEventLoop::quit);
+    QTimer::singleShot(patienceMs, &loop, &QEventLoop::quit);
+    probe.load();
+    loop.exec();
+    return probe.getVersion();
+#else
+    return QStringLiteral("0.0.0"); // no other engine runs plug-ins
+#endif
+}
