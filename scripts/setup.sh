@@ -17,6 +17,8 @@ system='libpsl-dev publicsuffix libseccomp-dev zlib1g-dev'
 # out no text, and without the certificates no https page opens.
 engine='gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav'
 engine="$engine fonts-dejavu-core ca-certificates"
+# The other engine, a program of its own.
+engine="$engine chromium-headless-shell"
 # What the tests and the demonstration serve, make, fetch and compare with.
 tools='nginx microsocks libnginx-mod-rtmp libnginx-mod-http-echo libbenchmark-dev ffmpeg rtmpdump curl openssl python3 procps'
 # Plug-ins that the program has to do well beside, too: they fetch by themselves what playlists name.

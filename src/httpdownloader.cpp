@@ -120,6 +120,7 @@ void HttpDownloader::ask()
 {
     NetSettings settings = m_client.settings();
     settings.stallMs = limitOfSilence(m_current);
+    settings.pageHeaders = options().pageHeaders;
     m_client.setSettings(settings);
 
     HttpClient::Request request;
@@ -319,5 +320,7 @@ void HttpDownloader::setProxy()
 
 qint64 HttpDownloader::GetFileSize(QUrl url)
 {
-    return SizeProbe({m_client.settings().proxy, options().netSettings().stallMs}).sizeOf(url);
+    NetSettings settings = options().netSettings();
+    settings.proxy = m_client.settings().proxy;
+    return SizeProbe(settings).sizeOf(url);
 }

@@ -108,7 +108,7 @@ bool CAdobeBrowser::startRequest(const QString &url, Method method, const QByteA
     request.form = form;
     request.redirects = {qMax(0, m_maxRedirect - 1), true, true};
     request.cookies = &m_cookieJar;
-    m_client.setSettings({proxyOf(m_options), m_stallTimeoutMs});
+    m_client.setSettings({proxyOf(m_options), m_stallTimeoutMs, nullptr});
     m_client.start(request);
     m_watch.start();
     return true;

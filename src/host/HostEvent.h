@@ -63,6 +63,12 @@ struct DisplayMissing
 {
 };
 
+/// The page engine that is asked for is not installed.
+struct EngineMissing
+{
+    QString path;
+};
+
 /// The path that the video shall get is no text.
 struct SavePathUnreadable
 {
@@ -215,12 +221,12 @@ struct FragmentsCounted
 using HostEvent = std::variant<
     event::ParsingBegun, event::CandidateFound, event::RecordMade, event::ParsingFailed,
     event::Exiting, event::ExitFlagSet, event::MemoryDetached, event::DisplayMissing,
-    event::SavePathUnreadable, event::FlashVersion, event::UsageLine, event::DownloadBegun,
-    event::Progress, event::DownloadEnded, event::PartsEnded, event::PartsFinished,
-    event::OutputFolder, event::RtmpdumpStarted, event::StreamOptionSet, event::StreamProxySet,
-    event::PageAsked, event::PageRedirected, event::ManifestBegun, event::ManifestMissing,
-    event::XmlBroken, event::RenditionsFound, event::RenditionChosen, event::RenditionMissing,
-    event::BootstrapFailed, event::BootstrapMissing, event::BootstrapBroken, event::StreamEmpty,
-    event::FragmentsCounted>;
+    event::EngineMissing, event::SavePathUnreadable, event::FlashVersion, event::UsageLine,
+    event::DownloadBegun, event::Progress, event::DownloadEnded, event::PartsEnded,
+    event::PartsFinished, event::OutputFolder, event::RtmpdumpStarted, event::StreamOptionSet,
+    event::StreamProxySet, event::PageAsked, event::PageRedirected, event::ManifestBegun,
+    event::ManifestMissing, event::XmlBroken, event::RenditionsFound, event::RenditionChosen,
+    event::RenditionMissing, event::BootstrapFailed, event::BootstrapMissing,
+    event::BootstrapBroken, event::StreamEmpty, event::FragmentsCounted>;
 
 #endif

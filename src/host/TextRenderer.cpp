@@ -58,6 +58,14 @@ struct Lines
 
     QString operator()(const event::MemoryDetached &) const { return fixed("detach sharememory"); }
 
+    QString operator()(const event::EngineMissing &missing) const
+    {
+        return HostLine()
+            .text(QStringLiteral("no page engine is installed at"))
+            .quoted(missing.path)
+            .toString();
+    }
+
     QString operator()(const event::DisplayMissing &) const
     {
         return fixed("no display can be reached");

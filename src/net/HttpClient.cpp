@@ -147,6 +147,11 @@ QNetworkRequest HttpClient::requestFor(const QUrl &url) const
                          QNetworkRequest::ManualRedirectPolicy);
     for (const auto &header : m_request.headers)
         request.setRawHeader(header.first, header.second);
+    if (m_settings.pageHeaders) {
+        const PageHeaders::Headers headers = m_settings.pageHeaders->of(url);
+        for (const auto &header : headers)
+            request.setRawHeader(header.first, header.second);
+    }
     const QByteArray range = rangeOf(m_request);
     if (!range.isEmpty())
         request.setRawHeader("Range", range);

@@ -1,6 +1,7 @@
 #include "RunOptions.h"
 
 #include "QxDir.h"
+#include "SettingsFile.h"
 #include "StallWatch.h"
 
 #include <QDate>
@@ -30,6 +31,12 @@ RunOptions RunOptions::ofCommandLine()
     options.isShown = preference->GetShow();
     options.isConfined = !preference->GetNoSandbox();
     options.followsStreams = preference->GetSupportF4f();
+    options.engine = preference->GetEngine();
+    options.chromiumPath =
+        SettingsFile().value(QStringLiteral("engine/chromium"),
+                             QStringLiteral("/usr/lib/chromium/chromium-headless-shell"));
+    if (options.engine != CVideoPreference::Engine::Webkit)
+        options.pageHeaders = std::make_shared<PageHeaders>(QUrl(options.pageUrl));
     return options;
 }
 
@@ -39,6 +46,7 @@ NetSettings RunOptions::netSettings() const
     if (proxy.type != QNetworkProxy::NoProxy && !proxy.host.isEmpty())
         settings.proxy = proxy.toNetworkProxy();
     settings.stallMs = StallWatch::limitOf(stallS);
+    settings.pageHeaders = pageHeaders;
     return settings;
 }
 

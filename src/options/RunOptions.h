@@ -3,7 +3,10 @@
 
 #include "NetSettings.h"
 #include "OutputPaths.h"
+#include "PageHeaders.h"
 #include "VideoPreference.h"
+
+#include <memory>
 
 /// What the caller wants of a page run. Read once, when the run begins, and passed on: whoever
 /// needs an option holds these, so that nothing changes while the run goes on. Safe to copy and to
@@ -32,6 +35,11 @@ struct RunOptions
     bool isLogged = false;
     bool isShown = false;
     bool isConfined = true; ///< to a sandbox
+    CVideoPreference::Engine engine = CVideoPreference::Engine::Webkit;
+    QString chromiumPath; ///< of the current engine's program
+    /// How the page has asked servers, if that is how they are to be asked for the video; shared by
+    /// all that are about the same page.
+    std::shared_ptr<PageHeaders> pageHeaders;
     bool followsStreams = false; ///< those of HTTP Dynamic Streaming
 
     /// The options of this process's command line. An application object must exist.

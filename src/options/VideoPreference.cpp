@@ -195,6 +195,16 @@ bool CVideoPreference::GetNoSandbox() const
     return GetOptionState(QStringLiteral("nosandbox"));
 }
 
+CVideoPreference::Engine CVideoPreference::GetEngine() const
+{
+    const QString name = GetOptionString(QStringLiteral("engine"), QString());
+    if (name.compare(QLatin1String("chromium"), Qt::CaseInsensitive) == 0)
+        return Engine::Chromium;
+    if (name.compare(QLatin1String("auto"), Qt::CaseInsensitive) == 0)
+        return Engine::Auto;
+    return Engine::Webkit;
+}
+
 QString CVideoPreference::GetPageUrlMD5() const
 {
     const QByteArray digest =

@@ -29,6 +29,9 @@ public:
     /// Codes of the option "format".
     enum EFormat { AnyFormat = 0, FlvFormat = 1, Mp4Format = 2 };
 
+    /// What opens the page: the toolkit's engine, a current one, or the first that will do.
+    enum class Engine { Webkit, Chromium, Auto };
+
     static CVideoPreference *instance();
 
     [[nodiscard]] bool isSameOptionKey(const QString &arg, const QString &key) const;
@@ -59,6 +62,7 @@ public:
     [[nodiscard]] bool GetSupportF4f() const;
     [[nodiscard]] bool GetParent() const; ///< the run ends when its host dies
     [[nodiscard]] bool GetNoSandbox() const;
+    [[nodiscard]] Engine GetEngine() const; ///< the default for an unknown one
 
     /// The MD5 of the page address as 32 upper-case hexadecimal digits: the name of this page's
     /// files and of its stop flag.

@@ -49,8 +49,8 @@ constexpr std::uint64_t firstFileAccess = LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_
     | LANDLOCK_ACCESS_FS_MAKE_BLOCK | LANDLOCK_ACCESS_FS_MAKE_SYM;
 
 /// What may be asked of something that is no folder.
-constexpr std::uint64_t singleFileAccess =
-    LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS_READ_FILE | truncateFile | controlDevice;
+constexpr std::uint64_t singleFileAccess = LANDLOCK_ACCESS_FS_WRITE_FILE
+    | LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_EXECUTE | truncateFile | controlDevice;
 
 std::uint64_t fileAccessOf(int version)
 {
@@ -71,6 +71,8 @@ std::uint64_t bitsOf(Landlock::Access access)
         return read | LANDLOCK_ACCESS_FS_WRITE_FILE | controlDevice;
     case Landlock::Access::Remove:
         return LANDLOCK_ACCESS_FS_REMOVE_FILE;
+    case Landlock::Access::Run:
+        return read | LANDLOCK_ACCESS_FS_EXECUTE;
     }
     return 0;
 }

@@ -20,7 +20,8 @@ public:
         Read, ///< read files, list folders
         Write, ///< as Read; also make, write and remove files, and make folders
         Device, ///< read, write and control device files
-        Remove ///< remove files, but make, read and write none
+        Remove, ///< remove files, but make, read and write none
+        Run ///< as Read; also start programs
     };
 
     Landlock();

@@ -1,6 +1,7 @@
 #include "SyscallFilter.h"
 
 #include <cerrno>
+#include <functional>
 #include <memory>
 
 #include <sched.h>
@@ -11,8 +12,6 @@
 namespace {
 
 const char *const refusedCalls[] = {
-    // programs
-    "execve", "execveat",
 // other processes; a sanitizer's leak check looks at its own threads through ptrace
 #ifndef CLIPWEIR_SANITIZED
     "ptrace",
@@ -20,13 +19,8 @@ const char *const refusedCalls[] = {
     "process_vm_readv", "process_vm_writev", "pidfd_getfd", "kcmp", "process_madvise",
     // the tree of file systems, and files by other ways than their path
     "mount", "umount", "umount2", "mount_setattr", "move_mount", "open_tree", "fsopen", "fsconfig",
-    "fsmount", "fspick", "pivot_root", "chroot", "open_by_handle_at", "quotactl", "quotactl_fd",
+    "fsmount", "fspick", "pivot_root", "open_by_handle_at", "quotactl", "quotactl_fd",
     "io_uring_setup", "io_uring_enter", "io_uring_register",
-    // rights and owners of files, which the sandbox of the file system does not cover
-    "chmod", "fchmodat", "fchmodat2", "chown", "lchown", "fchownat", "setxattr", "lsetxattr",
-    "removexattr", "lremovexattr", "setxattrat", "removexattrat",
-    // namespaces
-    "unshare", "setns",
     // the kernel and the machine
     "init_module", "finit_module", "delete_module", "kexec_load", "kexec_file_load", "bpf",
     "perf_event_open", "userfaultfd", "add_key", "request_key", "keyctl", "reboot", "swapon",
@@ -34,6 +28,16 @@ const char *const refusedCalls[] = {
     "adjtimex", "sethostname", "setdomainname", "vhangup",
     // servers; the file system's sandbox refuses bind only
     "listen", "accept", "accept4"};
+
+/// What an engine with a sandbox of its own may do, but this process may not.
+const char *const ownRefusedCalls[] = {
+    // programs
+    "execve", "execveat",
+    // rights and owners of files, which the sandbox of the file system does not cover
+    "chmod", "fchmodat", "fchmodat2", "chown", "lchown", "fchownat", "setxattr", "lsetxattr",
+    "removexattr", "lremovexattr", "setxattrat", "removexattrat",
+    // namespaces
+    "chroot", "unshare", "setns"};
 
 constexpr scmp_datum_t namespaceFlags[] = {CLONE_NEWNS,  CLONE_NEWCGROUP, CLONE_NEWUTS,
                                            CLONE_NEWIPC, CLONE_NEWUSER,   CLONE_NEWPID,
@@ -92,29 +96,55 @@ void refuseSockets(Builder &builder, bool mayUseUnixSockets)
     builder.refuseIf(SCMP_SYS(socket), argument(0, SCMP_CMP_GT, lastAllowedFamily));
 }
 
-bool fill(scmp_filter_ctx filter, bool mayUseUnixSockets)
+void refuseEverywhere(Builder &builder)
+{
+    for (const char *const name : refusedCalls)
+        builder.refuse(name);
+    for (const scmp_datum_t request : refusedTerminalRequests)
+        builder.refuseIf(SCMP_SYS(ioctl), argument(1, SCMP_CMP_MASKED_EQ, lowWord, request));
+}
+
+bool fillForRun(scmp_filter_ctx filter, bool mayUseUnixSockets)
 {
     Builder builder(filter);
-    for (const char *const name : refusedCalls)
+    refuseEverywhere(builder);
+    for (const char *const name : ownRefusedCalls)
         builder.refuse(name);
     for (const scmp_datum_t flag : namespaceFlags)
         builder.refuseIf(SCMP_SYS(clone), argument(0, SCMP_CMP_MASKED_EQ, flag, flag));
     // Its flags lie in memory, where no filter can look. The C library then takes the older call.
     builder.refuse("clone3", ENOSYS);
-    for (const scmp_datum_t request : refusedTerminalRequests)
-        builder.refuseIf(SCMP_SYS(ioctl), argument(1, SCMP_CMP_MASKED_EQ, lowWord, request));
     refuseSockets(builder, mayUseUnixSockets);
     return builder.isComplete();
 }
 
-} // namespace
+bool fillForPrograms(scmp_filter_ctx filter)
+{
+    Builder builder(filter);
+    refuseEverywhere(builder);
+    refuseSockets(builder, true);
+    return builder.isComplete();
+}
 
-bool SyscallFilter::install(bool mayUseUnixSockets)
+bool installFilter(const std::function<bool(scmp_filter_ctx)> &fill)
 {
     constexpr unsigned asBinaryTree = 2; // a call then costs a few steps instead of a hundred
     const std::unique_ptr<void, void (*)(scmp_filter_ctx)> filter(seccomp_init(SCMP_ACT_ALLOW),
                                                                   seccomp_release);
     return filter && seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_TSYNC, 1) == 0
         && seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_OPTIMIZE, asBinaryTree) == 0
-        && fill(filter.get(), mayUseUnixSockets) && seccomp_load(filter.get()) == 0;
+        && fill(filter.get()) && seccomp_load(filter.get()) == 0;
+}
+
+} // namespace
+
+bool SyscallFilter::install(bool mayUseUnixSockets)
+{
+    return installFilter(
+        [=](scmp_filter_ctx filter) { return fillForRun(filter, mayUseUnixSockets); });
+}
+
+bool SyscallFilter::installForPrograms()
+{
+    return installFilter(fillForPrograms);
 }

@@ -13,6 +13,10 @@ public:
     /// privileges by it. Returns false, and changes nothing, when the kernel does not offer it.
     /// @param mayUseUnixSockets whether the toolkit needs local sockets, to reach a display
     [[nodiscard]] static bool install(bool mayUseUnixSockets);
+
+    /// As install(), for a process that becomes an engine with a sandbox of its own: it may start
+    /// programs, make namespaces, local sockets and the rights of its own files.
+    [[nodiscard]] static bool installForPrograms();
 };
 
 #endif

@@ -21,8 +21,6 @@
 #include <QUrl>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 
 namespace {
 
@@ -137,10 +135,10 @@ Preparation preparePageRun(int argc, char *argv[], std::unique_ptr<EngineFactory
     engines = Engines::makeFactory(options);
     if (!engines)
         return Preparation::EngineMissing;
+    engines->prepare(options); // what it starts shall have nothing of the following
     StopSignals::install();
     RunLimits::install();
     ShareMemoryManager::GetInstance()->CreateShareMemData();
-    engines->prepare(options);
     LeftFiles::removeAll();
     if (options.isConfined)
         confine(options, usesDisplay(argc, argv));
@@ -204,8 +202,8 @@ int runProgram(int argc, char *argv[])
         return NoOutputFolder;
     }
     if (preparation == Preparation::EngineMissing) {
-        std::fputs("clipweir has been built without a page engine\n", stderr);
-        return EXIT_FAILURE;
+        HostEvents::send(event::EngineMissing{RunOptions::ofCommandLine().chromiumPath});
+        return NoEngine;
     }
     if (!MessageLog::open() || preparation == Preparation::None)
         return NoOutputFolder;

@@ -34,6 +34,8 @@ const std::vector<Row> &rows()
         {"exit flag", ExitFlagSet{}, "set ExitFlag "},
         {"memory", MemoryDetached{}, "detach sharememory "},
         {"display", DisplayMissing{}, "no display can be reached "},
+        {"engine", EngineMissing{QStringLiteral("/usr/lib/engine")},
+         "no page engine is installed at \"/usr/lib/engine\" "},
         {"save path", SavePathUnreadable{}, "the path of --saveto is not UTF-8 "},
         {"Flash", FlashVersion{QStringLiteral("32.0.0")}, "You have Flash player 32.0.0 installed"},
         {"usage", UsageLine{QStringLiteral("Usage:")}, "Usage:"},

@@ -97,7 +97,9 @@ private slots:
         QCOMPARE(outcomes(), Outcomes{Transfer::Outcome::Succeeded});
         QCOMPARE(readFile(m_video), QByteArray(700, 'v'));
         QCOMPARE(progress.constLast(), (QVariantList{qint64(700), qint64(700)}));
-        QCOMPARE(m_lines->lines(),
+        QStringList lines = m_lines->lines(); // a busy machine makes more of them
+        lines.removeDuplicates();
+        QCOMPARE(lines,
                  (QStringList{QStringLiteral("\"downloaded:0/700\" "),
                               QStringLiteral("\"downloaded:700/700\" ")}));
     }

@@ -1,5 +1,7 @@
 #include "Engines.h"
 
+#include "ChromiumEngineFactory.h"
+
 #ifdef CLIPWEIR_WEBKIT
 #include "FlashVersion.h"
 #include "WebkitEngineFactory.h"
@@ -20,12 +22,13 @@ std::unique_ptr<QGuiApplication> Engines::makeApplication(int &argc, char *argv[
 
 std::unique_ptr<EngineFactory> Engines::makeFactory(const RunOptions &options)
 {
-    Q_UNUSED(options)
 #ifdef CLIPWEIR_WEBKIT
-    return std::make_unique<WebkitEngineFactory>();
-#else
-    return nullptr;
+    if (options.engine == CVideoPreference::Engine::Webkit)
+        return std::make_unique<WebkitEngineFactory>();
 #endif
+    if (!ChromiumEngineFactory::isInstalled(options))
+        return nullptr;
+    return std::make_unique<ChromiumEngineFactory>(true);
 }
 
 QString Engines::flashVersion()

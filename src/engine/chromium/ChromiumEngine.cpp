@@ -1,0 +1,212 @@
+#include "ChromiumEngine.h"
+
+#include <QJsonArray>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int windowWidth = 1280;
+constexpr int windowHeight = 800;
+constexpr int maxLaidOutHeight = 16384;
+constexpr auto longestWaitForCookies = 500ms;
+
+QString text(const QJsonObject &object, const char *key)
+{
+    return object.value(QLatin1String(key)).toString();
+}
+
+/// The name that the engine would have with a window, and the client hints that go with it.
+QJsonObject userAgentOf(const QJsonObject &version)
+{
+    const QString product = text(version, "product"); // such as "HeadlessChrome/120.0.1.2"
+    const QString major = product.section(QLatin1Char('/'), 1).section(QLatin1Char('.'), 0, 0);
+    const auto brand = [](const QString &name, const QString &number) {
+        return QJsonObject{{QStringLiteral("brand"), name}, {QStringLiteral("version"), number}};
+    };
+    const QJsonObject hints{
+        {QStringLiteral("brands"),
+         QJsonArray{brand(QStringLiteral("Chromium"), major),
+                    brand(QStringLiteral("Not.A/Brand"), QStringLiteral("24"))}},
+        {QStringLiteral("platform"), QStringLiteral("Linux")},
+        {QStringLiteral("platformVersion"), QString()},
+        {QStringLiteral("architecture"), QStringLiteral("x86")},
+        {QStringLiteral("model"), QString()},
+        {QStringLiteral("mobile"), false}};
+    // As a browser with a window gives it: the other numbers of the version are not told.
+    QString name = text(version, "userAgent");
+    name.remove(QLatin1String("Headless"));
+    name.replace(product.section(QLatin1Char('/'), 1), major + QLatin1String(".0.0.0"));
+    return {{QStringLiteral("userAgent"), name}, {QStringLiteral("userAgentMetadata"), hints}};
+}
+
+} // namespace
+
+ChromiumEngine::ChromiumEngine(std::unique_ptr<EngineKeeper> keeper, const RunOptions &options,
+                               QObject *parent)
+    : PageEngine(parent)
+    , m_tools(std::move(keeper))
+    , m_traffic(m_tools, options)
+    , m_reader(m_tools)
+{
+    connect(&m_tools, &DevTools::happened, this, &ChromiumEngine::onEvent);
+    connect(&m_tools, &DevTools::ended, this, &ChromiumEngine::onEnd);
+    connect(&m_traffic, &PageTraffic::requestSeen, this, &PageEngine::requestSeen);
+    connect(&m_traffic, &PageTraffic::replySeen, this, &PageEngine::replySeen);
+    connect(&m_traffic, &PageTraffic::sizeUntold, this, &PageEngine::sizeUntold);
+    connect(&m_traffic, &PageTraffic::replyEnded, this, &PageEngine::replyEnded);
+    connect(&m_reader, &FrameReader::ready, this, &PageEngine::snapshot);
+}
+
+ChromiumEngine::~ChromiumEngine()
+{
+    m_tools.end();
+}
+
+void ChromiumEngine::setProxy(const QNetworkProxy &) { }
+
+void ChromiumEngine::setShown(bool) { }
+
+void ChromiumEngine::saveCookies() { }
+
+void ChromiumEngine::load(const QUrl &url)
+{
+    m_url = url;
+    m_tools.call(QStringLiteral("Browser.getVersion"), {}, {},
+                 [this](const QJsonObject &version) { onVersion(version); });
+    m_traffic.begin();
+    m_tools.call(QStringLiteral("Browser.setDownloadBehavior"),
+                 {{QStringLiteral("behavior"), QStringLiteral("deny")}});
+    const QJsonArray cookies = m_cookies.given();
+    if (!cookies.isEmpty())
+        m_tools.call(QStringLiteral("Storage.setCookies"), {{QStringLiteral("cookies"), cookies}});
+    // What else a page has gets its name by the page's.
+    m_tools.call(
+        QStringLiteral("Target.setAutoAttach"),
+        {{QStringLiteral("autoAttach"), true},
+         {QStringLiteral("waitForDebuggerOnStart"), true},
+         {QStringLiteral("flatten"), true},
+         {QStringLiteral("filter"),
+          QJsonArray{QJsonObject{{QStringLiteral("type"), QStringLiteral("service_worker")}},
+                     QJsonObject{{QStringLiteral("exclude"), true}}}}});
+    m_tools.call(QStringLiteral("Target.createTarget"),
+                 {{QStringLiteral("url"), QStringLiteral("about:blank")},
+                  {QStringLiteral("width"), windowWidth},
+                  {QStringLiteral("height"), windowHeight}},
+                 {}, [this](const QJsonObject &result) { onTarget(text(result, "targetId")); });
+}
+
+void ChromiumEngine::onVersion(const QJsonObject &version)
+{
+    m_userAgent = userAgentOf(version);
+    m_traffic.setUserAgent(text(m_userAgent, "userAgent"));
+}
+
+void ChromiumEngine::onTarget(const QString &target)
+{
+    m_tools.call(QStringLiteral("Target.attachToTarget"),
+                 {{QStringLiteral("targetId"), target}, {QStringLiteral("flatten"), true}}, {},
+                 [this](const QJsonObject &result) { onSession(text(result, "sessionId")); });
+}
+
+void ChromiumEngine::onSession(const QString &session)
+{
+    m_session = session;
+    m_reader.setSession(session);
+    m_tools.call(QStringLiteral("Page.enable"), {}, session);
+    m_tools.call(QStringLiteral("Inspector.enable"), {}, session);
+    // The page's own process does this, and could still be at it when the page comes.
+    m_tools.call(QStringLiteral("Emulation.setUserAgentOverride"), m_userAgent, session,
+                 [this](const QJsonObject &) { navigate(); });
+}
+
+void ChromiumEngine::navigate()
+{
+    m_tools.call(QStringLiteral("Page.navigate"),
+                 {{QStringLiteral("url"), QString::fromLatin1(m_url.toEncoded())}}, m_session,
+                 [this](const QJsonObject &result) {
+                     if (result.contains(QLatin1String("errorText")) && !m_isLoaded) {
+                         m_isLoaded = true;
+                         emit loaded(false);
+                     }
+                 });
+}
+
+void ChromiumEngine::onEvent(const QString &method, const QJsonObject &parameters,
+                             const QString &session)
+{
+    if (m_isStopped)
+        return;
+    if (method == QLatin1String("Page.loadEventFired") && !m_isLoaded) {
+        m_isLoaded = true;
+        emit loaded(true);
+    } else if (method == QLatin1String("Page.javascriptDialogOpening")) {
+        const bool isPrompt = text(parameters, "type") == QLatin1String("prompt");
+        m_tools.call(QStringLiteral("Page.handleJavaScriptDialog"),
+                     {{QStringLiteral("accept"), !isPrompt}}, session);
+    } else if (method == QLatin1String("Inspector.targetCrashed") && session == m_session) {
+        stop();
+        emit lost(QStringLiteral("its page has crashed"));
+    } else if (method == QLatin1String("Target.attachedToTarget")
+               && parameters.value(QLatin1String("waitingForDebugger")).toBool()) {
+        const QString worker = text(parameters, "sessionId");
+        m_tools.call(QStringLiteral("Network.setUserAgentOverride"), m_userAgent, worker);
+        m_tools.call(QStringLiteral("Runtime.runIfWaitingForDebugger"), {}, worker);
+    }
+}
+
+void ChromiumEngine::onEnd(const QString &reason)
+{
+    if (m_isStopped)
+        return;
+    m_isStopped = true;
+    m_reader.stop();
+    emit lost(reason);
+}
+
+/// Lays the page out in a window as high as itself.
+void ChromiumEngine::layOutWhole()
+{
+    m_tools.call(
+        QStringLiteral("Page.getLayoutMetrics"), {}, m_session, [this](const QJsonObject &result) {
+            const QJsonObject size = result.value(QLatin1String("cssContentSize")).toObject();
+            const int height =
+                qBound(windowHeight, int(qMin(1e9, size.value(QLatin1String("height")).toDouble())),
+                       maxLaidOutHeight);
+            if (m_isStopped || height == windowHeight)
+                return;
+            m_tools.call(QStringLiteral("Emulation.setDeviceMetricsOverride"),
+                         {{QStringLiteral("width"), windowWidth},
+                          {QStringLiteral("height"), height},
+                          {QStringLiteral("deviceScaleFactor"), 0},
+                          {QStringLiteral("mobile"), false}},
+                         m_session);
+        });
+}
+
+void ChromiumEngine::requestSnapshot()
+{
+    if (m_isStopped || m_session.isEmpty())
+        emit snapshot({});
+    else
+        m_reader.read();
+}
+
+void ChromiumEngine::stop()
+{
+    if (m_isStopped)
+        return;
+    m_isStopped = true;
+    m_traffic.stop();
+    m_reader.stop();
+    const QJsonObject cookies =
+        m_tools.callAndWait(QStringLiteral("Storage.getCookies"), longestWaitForCookies);
+    if (!cookies.isEmpty())
+        m_cookies.takeBack(cookies.value(QLatin1String("cookies")).toArray());
+    m_tools.end();
+}
+
+void ChromiumEngine::close()
+{
+    stop();
+}

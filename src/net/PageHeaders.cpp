@@ -1,0 +1,51 @@
+#include "PageHeaders.h"
+
+#include "WebAddress.h"
+
+namespace {
+
+constexpr int maxAddresses = 20000;
+
+/// The address as a referrer (RFC 9110, section 10.1.3).
+QByteArray referrer(const QUrl &url)
+{
+    if (!WebAddress::isWeb(url))
+        return {};
+    return url.toEncoded(QUrl::RemoveUserInfo | QUrl::RemoveFragment);
+}
+
+} // namespace
+
+PageHeaders::PageHeaders(const QUrl &page)
+    : m_page(referrer(page))
+{
+}
+
+void PageHeaders::note(const QUrl &url, const Headers &headers)
+{
+    const std::lock_guard locker(m_mutex);
+    Headers kept;
+    for (const auto &header : headers) {
+        const QByteArray name = header.first.toLower();
+        if (name == "referer" || name == "origin")
+            kept += header;
+        else if (name == "user-agent")
+            m_userAgent = header.second;
+    }
+    if (m_headers.size() < maxAddresses || m_headers.contains(url))
+        m_headers.insert(url, kept);
+}
+
+PageHeaders::Headers PageHeaders::of(const QUrl &url) const
+{
+    const std::lock_guard locker(m_mutex);
+    Headers headers;
+    const auto known = m_headers.constFind(url);
+    if (known != m_headers.constEnd())
+        headers = *known;
+    else if (!m_page.isEmpty())
+        headers += qMakePair(QByteArrayLiteral("Referer"), m_page);
+    if (!m_userAgent.isEmpty())
+        headers += qMakePair(QByteArrayLiteral("User-Agent"), m_userAgent);
+    return headers;
+}
