@@ -36,16 +36,33 @@ void QWebPageProxy::load(const QUrl &url)
 
 void QWebPageProxy::forbidSockets()
 {
-    connect(this, &QWebPage::frameCreated, this, &QWebPageProxy::forbidSocketsIn);
-    forbidSocketsIn(mainFrame());
+    runInAllFrames(QLatin1String(socketRemoval));
+}
+
+void QWebPageProxy::watchFor(const QString &className)
+{
+    runInAllFrames(QStringLiteral("Object.defineProperty(window, '%1', {configurable: true, get: "
+                                  "function() { console.log(\"Can't find variable: %1\"); }});")
+                       .arg(className));
+}
+
+void QWebPageProxy::runInAllFrames(const QString &script)
+{
+    if (m_scripts.isEmpty()) {
+        connect(this, &QWebPage::frameCreated, this, &QWebPageProxy::addFrame);
+        addFrame(mainFrame());
+    }
+    m_scripts += script;
 }
 
 /// A frame's scripts get a new global object with every document, and no script runs before the
 /// engine has told of it.
-void QWebPageProxy::forbidSocketsIn(QWebFrame *frame)
+void QWebPageProxy::addFrame(QWebFrame *frame)
 {
-    connect(frame, &QWebFrame::javaScriptWindowObjectCleared, frame,
-            [frame] { frame->evaluateJavaScript(QLatin1String(socketRemoval)); });
+    connect(frame, &QWebFrame::javaScriptWindowObjectCleared, frame, [this, frame] {
+        for (const QString &script : qAsConst(m_scripts))
+            frame->evaluateJavaScript(script);
+    });
 }
 
 void QWebPageProxy::stopScripts()
@@ -77,7 +94,10 @@ QString QWebPageProxy::chooseFile(QWebFrame *, const QString &)
 
 void QWebPageProxy::javaScriptAlert(QWebFrame *, const QString &) { }
 
-void QWebPageProxy::javaScriptConsoleMessage(const QString &, int, const QString &) { }
+void QWebPageProxy::javaScriptConsoleMessage(const QString &text, int, const QString &)
+{
+    emit consoleMessage(text);
+}
 
 bool QWebPageProxy::javaScriptConfirm(QWebFrame *, const QString &)
 {

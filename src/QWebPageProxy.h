@@ -21,6 +21,10 @@ public:
     /// loaded.
     void forbidSockets();
 
+    /// Has the scripts of all frames that ask for a class by its name be told of as a failure. To
+    /// be called before anything is loaded.
+    void watchFor(const QString &className);
+
     /// From now on no script of the page runs, not even those that wait for its end.
     void stopScripts();
 
@@ -29,11 +33,15 @@ public:
 signals:
     void pageLoadState(bool isOk);
 
+    /// A script has written to the console, as the engine does when it understands or finds
+    /// something not.
+    void consoleMessage(const QString &text);
+
 public slots:
     void pageLoaded(bool isOk);
 
 private slots:
-    void forbidSocketsIn(QWebFrame *frame);
+    void addFrame(QWebFrame *frame);
 
 protected:
     QString userAgentForUrl(const QUrl &url) const override;
@@ -43,6 +51,11 @@ protected:
     bool javaScriptPrompt(QWebFrame *frame, const QString &text, const QString &defaultValue,
                           QString *result) override;
     void javaScriptConsoleMessage(const QString &text, int line, const QString &source) override;
+
+private:
+    void runInAllFrames(const QString &script);
+
+    QStringList m_scripts; ///< run in every frame before its own
 };
 
 #endif

@@ -3,6 +3,7 @@
 #include "CsvLog.h"
 #include "FilterVideo.h"
 #include "HostEvents.h"
+#include "RunTimes.h"
 #include "ShareMemoryManager.h"
 #include "downloader.h"
 #include "utils.h"
@@ -56,6 +57,7 @@ void Browser::connectAll()
     connect(engine, &PageEngine::replyEnded, this, &Browser::replyFinished);
     connect(engine, &PageEngine::loaded, this, &Browser::loadFinished);
     connect(engine, &PageEngine::snapshot, this, &Browser::onSnapshot);
+    m_engine->setCandidateCheck([this] { return !m_result.fileList.isEmpty(); });
     connect(engine, &PageEngine::windowClosed, this, &Browser::requestClose);
     connect(engine, &PageEngine::lost, this, &Browser::onEngineLost);
     // Queued: whoever ends the run may stand deep inside the engine, which does not survive that
@@ -204,9 +206,11 @@ void Browser::setVideoUrl(const QString &strUrl, qint64 contentLength, const QSt
     }
     if (m_isLoadedOnce)
         m_clock.restartQuietPeriod();
-    const bool isFirst = m_result.fileList.isEmpty();
-    if (MediaRules::note(m_result, strUrl, contentLength, contentType) && isFirst)
+    const int before = m_result.fileList.size();
+    if (MediaRules::note(m_result, strUrl, contentLength, contentType) && before == 0)
         m_life.show(); // the script that asked for it may never return
+    if (m_result.fileList.size() > before)
+        m_lastCandidate.start();
 }
 
 /// Turns the run to a stream if the address names one. Returns whether it does.
@@ -272,7 +276,7 @@ void Browser::onSnapshot(const PageSnapshot &snapshot)
     if (m_isAnalysing && !m_isClosing)
         pageScan().scan(snapshot);
     m_isScanning = false;
-    if (m_isAnalysing && !m_isClosing && isVideoFounded()) {
+    if (m_isAnalysing && !m_isClosing && isVideoFounded() && !mayBetterCome()) {
         stopAnalysis();
         m_isAnalysing = false;
         download();
@@ -296,6 +300,16 @@ bool Browser::isVideoFounded() const
 {
     return std::any_of(m_result.fileList.cbegin(), m_result.fileList.cend(),
                        [this](const VideoFile &file) { return m_rules.isFound(file); });
+}
+
+/// What comes first may be an advertisement. The toolkit's engine lets it play to its end, which
+/// nobody waits for.
+bool Browser::mayBetterCome() const
+{
+    using std::chrono::milliseconds;
+    const milliseconds pause = runTimes().analysisTick * 3 / 5;
+    return m_options.engine != CVideoPreference::Engine::Webkit && m_lastCandidate.isValid()
+        && milliseconds(m_lastCandidate.elapsed()) < pause;
 }
 
 void Browser::stopAnalysis()

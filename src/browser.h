@@ -1,6 +1,7 @@
 #ifndef BROWSER_H
 #define BROWSER_H
 
+#include <QElapsedTimer>
 #include <QObject>
 
 #include "HostEvent.h"
@@ -136,6 +137,7 @@ private:
     void onSnapshot(const PageSnapshot &snapshot);
     void onLook();
     PageScan pageScan();
+    [[nodiscard]] bool mayBetterCome() const;
     void stopAnalysis();
     bool startF4f(const QString &url);
     void startHulu(const QString &url);
@@ -151,6 +153,7 @@ private:
     SelectionSite m_site;
     UntoldSizes m_untoldSizes;
     ParseData m_result;
+    QElapsedTimer m_lastCandidate; ///< since the latest one was found
     RunTransfers m_transfers;
     VideoParts m_parts{1}; // no page's video comes in more
     bool m_isLoadedOnce = false;

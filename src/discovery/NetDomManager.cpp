@@ -85,6 +85,17 @@ ParseData NetDomManager::getPageSourceVideoInfo()
     return m_data;
 }
 
+ParseData NetDomManager::getMediaElementInfo()
+{
+    for (const QString &address : qAsConst(m_snapshot.media)) {
+        if (isStopped())
+            break;
+        if (!m_data.contains(address))
+            addSourceAddress(address);
+    }
+    return m_data;
+}
+
 void NetDomManager::addSourceAddress(const QString &address)
 {
     VideoFile file = VideoFile::fromAddress(address);

@@ -33,6 +33,9 @@ public:
     /// Scans the record's pageSource. Returns the record with what was added.
     ParseData getPageSourceVideoInfo();
 
+    /// Looks at what the snapshot's media elements name. Returns the record with what was added.
+    ParseData getMediaElementInfo();
+
     /// Width and height that stand for a stream of that quality name.
     [[nodiscard]] static QPair<int, int> getSolution(const QString &name);
 

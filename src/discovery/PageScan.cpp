@@ -19,6 +19,8 @@ void PageScan::scan(const PageSnapshot &snapshot)
         scanParams(snapshot);
     if (!snapshot.source.isEmpty() && !m_isStopped())
         take(snapshot, &NetDomManager::getPageSourceVideoInfo);
+    if (!snapshot.media.isEmpty() && !m_isStopped())
+        take(snapshot, &NetDomManager::getMediaElementInfo);
 }
 
 void PageScan::scanParams(const PageSnapshot &snapshot)

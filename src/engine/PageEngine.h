@@ -7,6 +7,8 @@
 #include <QObject>
 #include <QUrl>
 
+#include <functional>
+
 /// A web engine with one page, which nobody needs to see. What the page asks for and gets is told
 /// by signals; what its document holds, by snapshots. The engine may live in this process or in
 /// another one, so nothing is answered by a return value. Main thread.
@@ -19,6 +21,13 @@ class PageEngine : public QObject
 
 public:
     using QObject::QObject;
+
+    /// How the engine learns whether the run has found a candidate, which spares it from doing more
+    /// for one.
+    void setCandidateCheck(const std::function<bool()> &hasCandidate)
+    {
+        m_hasCandidate = hasCandidate;
+    }
 
     /// All connections go through the proxy, and the page gets nothing that would go round it.
     /// Before the page is loaded.
@@ -71,6 +80,15 @@ signals:
     /// The engine is gone and nothing more will come of it. What is asked of it from then on is
     /// without effect.
     void lost(const QString &reason);
+
+    /// The page wants what this engine does not have. It goes on as well as it can.
+    void outgrown(const QString &reason);
+
+protected:
+    [[nodiscard]] bool hasCandidate() const { return m_hasCandidate && m_hasCandidate(); }
+
+private:
+    std::function<bool()> m_hasCandidate;
 };
 
 #endif

@@ -32,6 +32,7 @@ RunOptions RunOptions::ofCommandLine()
     options.isConfined = !preference->GetNoSandbox();
     options.followsStreams = preference->GetSupportF4f();
     options.engine = preference->GetEngine();
+    options.mayPress = !preference->GetNoClick();
     options.chromiumPath =
         SettingsFile().value(QStringLiteral("engine/chromium"),
                              QStringLiteral("/usr/lib/chromium/chromium-headless-shell"));

@@ -36,6 +36,7 @@ struct RunOptions
     bool isShown = false;
     bool isConfined = true; ///< to a sandbox
     CVideoPreference::Engine engine = CVideoPreference::Engine::Webkit;
+    bool mayPress = true; ///< what a visitor would press to see the video
     QString chromiumPath; ///< of the current engine's program
     /// How the page has asked servers, if that is how they are to be asked for the video; shared by
     /// all that are about the same page.

@@ -195,6 +195,11 @@ bool CVideoPreference::GetNoSandbox() const
     return GetOptionState(QStringLiteral("nosandbox"));
 }
 
+bool CVideoPreference::GetNoClick() const
+{
+    return GetOptionState(QStringLiteral("no-click"));
+}
+
 CVideoPreference::Engine CVideoPreference::GetEngine() const
 {
     const QString name = GetOptionString(QStringLiteral("engine"), QString());
@@ -202,7 +207,11 @@ CVideoPreference::Engine CVideoPreference::GetEngine() const
         return Engine::Chromium;
     if (name.compare(QLatin1String("auto"), Qt::CaseInsensitive) == 0)
         return Engine::Auto;
+#ifdef CLIPWEIR_WEBKIT
     return Engine::Webkit;
+#else
+    return Engine::Chromium;
+#endif
 }
 
 QString CVideoPreference::GetPageUrlMD5() const

@@ -62,6 +62,7 @@ public:
     [[nodiscard]] bool GetSupportF4f() const;
     [[nodiscard]] bool GetParent() const; ///< the run ends when its host dies
     [[nodiscard]] bool GetNoSandbox() const;
+    [[nodiscard]] bool GetNoClick() const;
     [[nodiscard]] Engine GetEngine() const; ///< the default for an unknown one
 
     /// The MD5 of the page address as 32 upper-case hexadecimal digits: the name of this page's

@@ -356,6 +356,73 @@ private slots:
         QVERIFY(page->snapshot().source.contains(text("<title>true|null</title>")));
     }
 
+    void theVideoIsAskedForAsAVisitorWould_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        const QByteArray play = "fetch('/v.mp4')";
+        const QByteArray box = "<div style='position:relative;width:640px;height:360px' ";
+        QTest::newRow("button") << "<button onclick=\"" + play + "\">Play</button>";
+        QTest::newRow("label") << box
+                + "id=player><div role=button aria-label='Watch now' onclick=\"" + play
+                + "\" style='width:80px;height:80px'></div></div>";
+        QTest::newRow("shape") << box + "><span class='vjs-big-play-button' onclick=\"" + play
+                + "\" style='display:block;width:80px;height:80px'></span></div>";
+        QTest::newRow("in a shadow tree")
+            << QByteArray("<div id=host></div><script>const r = host.attachShadow({mode: 'open'});"
+                          "r.innerHTML = '<button>Play</button>';"
+                          "r.firstChild.onclick = () => fetch('/v.mp4')</script>");
+        QTest::newRow("largest") << "<button>Play trailer</button><button onclick=\"" + play
+                + "\" style='width:200px;height:100px'>Play</button>";
+        QTest::newRow("overlay") << box + "id=player><button onclick=\"" + play
+                + "\">Play</button></div><div id=over style='position:fixed;inset:0;"
+                  "background:white'><button>Manage</button><button onclick='over.remove()'>"
+                  "Accept all cookies</button></div>";
+        QTest::newRow("element") << QByteArray("<video src=/v.mp4 preload=none width=640>"
+                                               "</video>");
+        QTest::newRow("player without a name")
+            << box + "class=video-box onclick=\"" + play + "\"></div>";
+        QTest::newRow("out of view")
+            << "<div style='height:30000px'></div><div class=player id=p style='width:640px;"
+               "height:360px'></div><script>new IntersectionObserver((e) => {"
+               "if (e[0].isIntersecting) "
+                + play + "}).observe(p)</script>";
+    }
+
+    void theVideoIsAskedForAsAVisitorWould()
+    {
+        QFETCH(QByteArray, body);
+        ScriptedServer server;
+        server.on("/", reply("<!DOCTYPE html>" + body));
+        const auto page = open(server.address("/"));
+        const QString video = server.address("/v.mp4");
+        page->engine->setCandidateCheck([&] { return page->requests.contains(video); });
+        QVERIFY(page->load(server.address("/")));
+        QTRY_VERIFY_WITH_TIMEOUT(page->requests.contains(video), patienceMs);
+    }
+
+    void nothingIsPressedOnceThereIsACandidate_data()
+    {
+        QTest::addColumn<QString>("option");
+        QTest::addColumn<bool>("hasCandidate");
+        QTest::newRow("candidate") << QString() << true;
+        QTest::newRow("forbidden") << text(" --no-click") << false;
+    }
+
+    void nothingIsPressedOnceThereIsACandidate()
+    {
+        QFETCH(QString, option);
+        QFETCH(bool, hasCandidate);
+        ScriptedServer server;
+        server.on("/",
+                  reply("<button onclick=\"fetch('/pressed')\">Play</button><script>"
+                        "setTimeout(() => fetch('/late'), 2500)</script>"));
+        const auto page = open(server.address("/"), option);
+        page->engine->setCandidateCheck([=] { return hasCandidate; });
+        QVERIFY(page->load(server.address("/")));
+        QTRY_VERIFY_WITH_TIMEOUT(page->requests.contains(server.address("/late")), patienceMs);
+        QVERIFY(!page->requests.contains(server.address("/pressed")));
+    }
+
     /// They could not be looked at.
     void socketsLeadNowhere()
     {

@@ -3,12 +3,40 @@
 #include "ChromiumEngineFactory.h"
 
 #ifdef CLIPWEIR_WEBKIT
+#include "FallbackEngine.h"
 #include "FlashVersion.h"
 #include "WebkitEngineFactory.h"
 
 #include <QApplication>
 #include <QEventLoop>
 #include <QTimer>
+#endif
+
+#ifdef CLIPWEIR_WEBKIT
+namespace {
+
+/// Makes engines that begin as QtWebKit.
+class FallbackEngineFactory final : public EngineFactory
+{
+public:
+    void prepare(const RunOptions &options) override
+    {
+        m_webkit.prepare(options);
+        m_chromium.prepare(options);
+    }
+
+    [[nodiscard]] std::unique_ptr<PageEngine> make(const RunOptions &options) override
+    {
+        return std::make_unique<FallbackEngine>(
+            m_webkit.make(options), [this, options] { return m_chromium.make(options); });
+    }
+
+private:
+    WebkitEngineFactory m_webkit;
+    ChromiumEngineFactory m_chromium{false};
+};
+
+} // namespace
 #endif
 
 std::unique_ptr<QGuiApplication> Engines::makeApplication(int &argc, char *argv[])
@@ -25,6 +53,13 @@ std::unique_ptr<EngineFactory> Engines::makeFactory(const RunOptions &options)
 #ifdef CLIPWEIR_WEBKIT
     if (options.engine == CVideoPreference::Engine::Webkit)
         return std::make_unique<WebkitEngineFactory>();
+    if (options.engine == CVideoPreference::Engine::Auto) {
+        if (ChromiumEngineFactory::isInstalled(options))
+            return std::make_unique<FallbackEngineFactory>();
+        qWarning("no page engine is installed at %s: QtWebKit has to do",
+                 qUtf8Printable(options.chromiumPath));
+        return std::make_unique<WebkitEngineFactory>();
+    }
 #endif
     if (!ChromiumEngineFactory::isInstalled(options))
         return nullptr;

@@ -2,6 +2,8 @@
 
 #include <QJsonArray>
 
+#include <utility>
+
 using namespace std::chrono_literals;
 
 namespace {
@@ -48,6 +50,8 @@ ChromiumEngine::ChromiumEngine(std::unique_ptr<EngineKeeper> keeper, const RunOp
     , m_tools(std::move(keeper))
     , m_traffic(m_tools, options)
     , m_reader(m_tools)
+    , m_hand(m_tools, m_reader)
+    , m_mayPress(options.mayPress)
 {
     connect(&m_tools, &DevTools::happened, this, &ChromiumEngine::onEvent);
     connect(&m_tools, &DevTools::ended, this, &ChromiumEngine::onEnd);
@@ -55,6 +59,8 @@ ChromiumEngine::ChromiumEngine(std::unique_ptr<EngineKeeper> keeper, const RunOp
     connect(&m_traffic, &PageTraffic::replySeen, this, &PageEngine::replySeen);
     connect(&m_traffic, &PageTraffic::sizeUntold, this, &PageEngine::sizeUntold);
     connect(&m_traffic, &PageTraffic::replyEnded, this, &PageEngine::replyEnded);
+    connect(&m_traffic, &PageTraffic::requestSeen, &m_hand, &PageHand::wait);
+    connect(&m_traffic, &PageTraffic::replySeen, &m_hand, &PageHand::wait);
     connect(&m_reader, &FrameReader::ready, this, &PageEngine::snapshot);
 }
 
@@ -113,6 +119,7 @@ void ChromiumEngine::onSession(const QString &session)
 {
     m_session = session;
     m_reader.setSession(session);
+    m_hand.setSession(session);
     m_tools.call(QStringLiteral("Page.enable"), {}, session);
     m_tools.call(QStringLiteral("Inspector.enable"), {}, session);
     // The page's own process does this, and could still be at it when the page comes.
@@ -125,11 +132,18 @@ void ChromiumEngine::navigate()
     m_tools.call(QStringLiteral("Page.navigate"),
                  {{QStringLiteral("url"), QString::fromLatin1(m_url.toEncoded())}}, m_session,
                  [this](const QJsonObject &result) {
-                     if (result.contains(QLatin1String("errorText")) && !m_isLoaded) {
-                         m_isLoaded = true;
-                         emit loaded(false);
-                     }
+                     if (result.contains(QLatin1String("errorText")))
+                         tellLoaded(false);
                  });
+}
+
+void ChromiumEngine::tellLoaded(bool isOk)
+{
+    if (std::exchange(m_isLoaded, true))
+        return;
+    if (m_mayPress && isOk)
+        m_hand.begin([this] { return !hasCandidate(); });
+    emit loaded(isOk);
 }
 
 void ChromiumEngine::onEvent(const QString &method, const QJsonObject &parameters,
@@ -137,9 +151,8 @@ void ChromiumEngine::onEvent(const QString &method, const QJsonObject &parameter
 {
     if (m_isStopped)
         return;
-    if (method == QLatin1String("Page.loadEventFired") && !m_isLoaded) {
-        m_isLoaded = true;
-        emit loaded(true);
+    if (method == QLatin1String("Page.loadEventFired")) {
+        tellLoaded(true);
     } else if (method == QLatin1String("Page.javascriptDialogOpening")) {
         const bool isPrompt = text(parameters, "type") == QLatin1String("prompt");
         m_tools.call(QStringLiteral("Page.handleJavaScriptDialog"),
@@ -160,6 +173,7 @@ void ChromiumEngine::onEnd(const QString &reason)
     if (m_isStopped)
         return;
     m_isStopped = true;
+    m_hand.stop();
     m_reader.stop();
     emit lost(reason);
 }
@@ -198,6 +212,7 @@ void ChromiumEngine::stop()
         return;
     m_isStopped = true;
     m_traffic.stop();
+    m_hand.stop();
     m_reader.stop();
     const QJsonObject cookies =
         m_tools.callAndWait(QStringLiteral("Storage.getCookies"), longestWaitForCookies);

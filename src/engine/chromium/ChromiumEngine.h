@@ -5,6 +5,7 @@
 #include "EngineCookies.h"
 #include "FrameReader.h"
 #include "PageEngine.h"
+#include "PageHand.h"
 #include "PageTraffic.h"
 #include "RunOptions.h"
 
@@ -40,11 +41,14 @@ private:
     void onTarget(const QString &target);
     void onSession(const QString &session);
     void navigate();
+    void tellLoaded(bool isOk);
     void onEnd(const QString &reason);
 
     DevTools m_tools;
     PageTraffic m_traffic;
     FrameReader m_reader;
+    PageHand m_hand;
+    const bool m_mayPress;
     EngineCookies m_cookies;
     QUrl m_url;
     QString m_session; ///< of the page; empty before there is one

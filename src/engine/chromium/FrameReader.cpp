@@ -1,5 +1,7 @@
 #include "FrameReader.h"
 
+#include "PageScript.h"
+
 #include <QJsonArray>
 
 namespace {
@@ -8,36 +10,6 @@ constexpr int patienceMs = 300;
 constexpr int limitMs = 1500;
 constexpr int maxFrames = 64;
 constexpr int maxSourceChars = 32 << 20; // of all frames
-
-/// What a scan for media reads of a document: its markup, that of its open shadow trees, the
-/// attributes of its "param" elements, and what its media elements are to play.
-constexpr char readScript[] = R"JS((() => {
-  const most = 16 << 20, manyElements = 300000;
-  const root = document.documentElement;
-  if (!root) return {source: '', params: [], media: []};
-  const type = document.doctype ? new XMLSerializer().serializeToString(document.doctype) : '';
-  const parts = [type + root.outerHTML], media = new Set(), params = [];
-  let length = parts[0].length, seen = 0;
-  const look = (tree) => {
-    const walker = document.createTreeWalker(tree, NodeFilter.SHOW_ELEMENT);
-    for (let e = walker.currentNode; e && seen < manyElements; e = walker.nextNode(), ++seen) {
-      const name = e.localName;
-      if (name === 'video' || name === 'audio') { media.add(e.currentSrc); media.add(e.src); }
-      else if (name === 'source') media.add(e.src);
-      else if (name === 'param')
-        params.push(Array.from(e.attributes, (a) => [a.name, a.value]));
-      if (e.shadowRoot) {
-        const html = e.shadowRoot.innerHTML;
-        length += html.length;
-        if (length < most) parts.push(html);
-        look(e.shadowRoot);
-      }
-    }
-  };
-  look(document);
-  return {source: parts.join('\n').slice(0, most), params: params.slice(0, 1000),
-          media: Array.from(media).filter((a) => /^https?:/.test(a)).slice(0, 1000)};
-})())JS";
 
 QJsonObject object(const QJsonObject &parent, const char *key)
 {
@@ -83,6 +55,7 @@ void append(PageSnapshot &snapshot, const QJsonObject &part)
 FrameReader::FrameReader(DevTools &tools, QObject *parent)
     : QObject(parent)
     , m_tools(tools)
+    , m_script(PageScript::text("reader.js"))
 {
     m_patience.setSingleShot(true);
     m_limit.setSingleShot(true);
@@ -185,7 +158,7 @@ void FrameReader::readFrame(const QString &session, const QString &frame, int pl
                      if (round != m_round)
                          return;
                      m_tools.call(QStringLiteral("Runtime.evaluate"),
-                                  {{QStringLiteral("expression"), QLatin1String(readScript)},
+                                  {{QStringLiteral("expression"), m_script},
                                    {QStringLiteral("contextId"),
                                     world.value(QLatin1String("executionContextId"))},
                                    {QStringLiteral("returnByValue"), true}},

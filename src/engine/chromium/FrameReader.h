@@ -44,6 +44,7 @@ private:
     void tell();
 
     DevTools &m_tools;
+    const QString m_script;
     QString m_session;
     QHash<QString, QString> m_siteSessions; ///< of cross-site frames, by target
     QVector<QJsonObject> m_parts; ///< of the frames, the page's own first

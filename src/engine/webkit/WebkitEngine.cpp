@@ -6,11 +6,16 @@
 
 #include <QApplication>
 #include <QImage>
+#include <QMetaMethod>
 #include <QPainter>
+#include <QWebElement>
 #include <QWebFrame>
 #include <QWebSecurityOrigin>
 #include <QWebSettings>
 #include <QWebView>
+
+#include <algorithm>
+#include <iterator>
 
 namespace {
 
@@ -44,6 +49,25 @@ void setUpEngine()
     // The engine lets no page of the web play from a local scheme.
     for (const char *const scheme : playerSchemes)
         QWebSecurityOrigin::addLocalScheme(QLatin1String(scheme));
+}
+
+/// Whether the engine says that it does not understand a script, or lacks what every later engine
+/// has.
+bool isFromLaterTimes(const QString &message)
+{
+    static constexpr const char *later[] = {"AbortController", "BigInt",    "IntersectionObserver",
+                                            "MediaSource",     "Response",  "ResizeObserver",
+                                            "WebAssembly",     "caches",    "customElements",
+                                            "fetch",           "globalThis"};
+    if (message.startsWith(QLatin1String("SyntaxError")))
+        return true;
+    const QString lack = QStringLiteral("Can't find variable: ");
+    const int at = message.indexOf(lack);
+    if (at < 0)
+        return false;
+    const QStringRef name = message.midRef(at + lack.size());
+    return std::any_of(std::begin(later), std::end(later),
+                       [&name](const char *each) { return name.startsWith(QLatin1String(each)); });
 }
 
 } // namespace
@@ -90,8 +114,25 @@ void WebkitEngine::setShown(bool isShown)
     m_view->setVisible(isShown);
 }
 
+/// Tells when the page turns out to be made for a later engine.
+void WebkitEngine::watchForLimits()
+{
+    m_page->watchFor(QStringLiteral("MediaSource"));
+    connect(m_page, &QWebPageProxy::consoleMessage, this, [this](const QString &text) {
+        if (isFromLaterTimes(text))
+            emit outgrown(text);
+    });
+    connect(m_page, &QWebPageProxy::pageLoadState, this, [this] {
+        const QString modules = QStringLiteral("script[type=module]");
+        if (!m_page->mainFrame()->findFirstElement(modules).isNull())
+            emit outgrown(QStringLiteral("it has module scripts"));
+    });
+}
+
 void WebkitEngine::load(const QUrl &url)
 {
+    if (isSignalConnected(QMetaMethod::fromSignal(&PageEngine::outgrown)))
+        watchForLimits();
     m_page->load(url);
 }
 

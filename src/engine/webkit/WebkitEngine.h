@@ -34,6 +34,7 @@ public:
 
 private:
     void connectAll();
+    void watchForLimits();
 
     CookieJar m_cookieJar;
     std::unique_ptr<NetworkAccessManagerProxy> m_networkManager;
