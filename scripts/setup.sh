@@ -13,6 +13,8 @@ compiler='g++ cmake ninja-build pkg-config'
 toolkit='qtbase5-dev qtbase5-dev-tools libqt5webkit5-dev libqt5xmlpatterns5-dev'
 # With the list of public suffixes that the system keeps up to date.
 system='libpsl-dev publicsuffix libseccomp-dev zlib1g-dev'
+# What media is taken apart and put together with.
+media='libavcodec-dev libavformat-dev libavutil-dev'
 # Without these plug-ins the engine may not ask for a page's video at all, without a font it lays
 # out no text, and without the certificates no https page opens.
 engine='gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav'
@@ -29,7 +31,7 @@ packaging='dpkg-dev file'
 # The compiler with libFuzzer, and what puts names into its reports.
 fuzzing='clang-14 libclang-rt-14-dev llvm-14'
 
-packages="$compiler $toolkit $system $engine $tools $packaging"
+packages="$compiler $toolkit $system $media $engine $tools $packaging"
 [ "${1-}" != --bench ] || packages="$packages wget aria2 yt-dlp chromium"
 [ "${1-}" != --fuzz ] || packages="$packages $fuzzing"
 # Any npm will do; where one comes from elsewhere, the distribution's own would conflict with it.

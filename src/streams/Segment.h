@@ -3,6 +3,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -14,6 +15,8 @@ struct Segment
     QString address; ///< empty for one that is not to be had any more
     qint64 firstByte = 0; ///< of what is at the address
     qint64 byteCount = 0; ///< from there on; 0 for all
+    QStringList otherAddresses; ///< where the same bytes are to be had, if there are any
+    bool mayBeAbsent = false; ///< a server that has no such thing is believed at once
     QString cacheFile; ///< its path; empty for a segment that is not to be kept
 
     /// Whether a body whose length the server did not tell is whole. Called on a worker's thread;
