@@ -27,6 +27,8 @@ void SegmentSink::end()
     m_waiting.clear();
     m_heldBytes = 0;
     m_spares.clear();
+    if (m_file.isOpen())
+        beforeClose();
     m_file.close();
     m_goOn = nullptr;
 }
@@ -64,8 +66,8 @@ int SegmentSink::write(qint64 last)
             break;
         }
         if (!writeNext(segment->second)) {
-            qWarning("%s cannot be written: %s", qUtf8Printable(m_file.path()),
-                     qUtf8Printable(m_file.errorString()));
+            qWarning("%s cannot be written: %s", qUtf8Printable(path()),
+                     qUtf8Printable(errorText()));
             m_hasFailed = true;
             return -1;
         }
@@ -95,7 +97,7 @@ bool SegmentSink::readBack(Waiting &segment)
 
 bool SegmentSink::writeNext(Waiting &segment)
 {
-    if (!m_file.isOpen() && (!m_file.open(path(), OutputFile::Mode::Replace) || !writeHead()))
+    if (!m_file.isOpen() && !opensLate() && (!openFile() || !writeHead()))
         return false;
     QByteArray content = std::move(segment.content);
     m_heldBytes -= content.size();
@@ -105,9 +107,19 @@ bool SegmentSink::writeNext(Waiting &segment)
     return isWritten;
 }
 
+bool SegmentSink::openFile()
+{
+    return m_file.open(path(), OutputFile::Mode::Replace);
+}
+
 bool SegmentSink::writeBytes(const QByteArray &bytes)
 {
-    return m_file.write(bytes.constData(), bytes.size());
+    return writeBytes(bytes.constData(), bytes.size());
+}
+
+bool SegmentSink::writeBytes(const char *data, qint64 bytes)
+{
+    return m_file.write(data, bytes);
 }
 
 QByteArray SegmentSink::takeSpare()

@@ -83,8 +83,24 @@ protected:
     /// Writes a segment; an empty one never came. Returns false when the file cannot be written.
     [[nodiscard]] virtual bool writeSegment(qint64 number, QByteArray &content) = 0;
 
-    /// Writes bytes at the end of the file. Returns whether all are written.
+    /// Whether the file is opened by openFile() once more is known of it, such as its name, and not
+    /// before the first segment is written.
+    [[nodiscard]] virtual bool opensLate() const { return false; }
+    [[nodiscard]] bool openFile(); ///< returns false when that cannot be
+
+    /// Called before a file that has been opened is closed, however the stream ends.
+    virtual void beforeClose() { }
+
+    /// Why the last thing that failed did.
+    [[nodiscard]] virtual QString errorText() const { return m_file.errorString(); }
+
+    /// Writes bytes at the end of the file, or where it was sought. Returns whether all are
+    /// written.
     [[nodiscard]] bool writeBytes(const QByteArray &bytes);
+    [[nodiscard]] bool writeBytes(const char *data, qint64 bytes);
+
+    /// Goes to a position in the file. Returns false when that cannot be, as with a pipe.
+    [[nodiscard]] bool seekTo(qint64 position) { return m_file.seek(position); }
 
 private:
     /// A segment that waits for its turn.

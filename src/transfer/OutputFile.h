@@ -33,6 +33,10 @@ public:
     /// Goes back to the first byte, to write over what is there. Returns false when that cannot be.
     [[nodiscard]] bool rewind();
 
+    /// Goes to a position, to write over what is there. Only in a file that was begun anew. Returns
+    /// false when that cannot be.
+    [[nodiscard]] bool seek(qint64 position) { return m_file.seek(position); }
+
     /// Cuts the file to a number of bytes. Returns false when that cannot be.
     [[nodiscard]] bool resize(qint64 bytes) { return m_file.resize(bytes); }
 
