@@ -1,0 +1,91 @@
+#include "MediaSink.h"
+
+#include "MergedSource.h"
+
+MediaSink::MediaSink(const MergedSource &source, const QVector<Rendition> &tracks,
+                     const Target &target)
+    : m_source(source)
+    , m_tracks(tracks)
+    , m_target(target)
+    , m_extension(MediaFile::extensionOf(MediaFile::Container::Mp4))
+{
+    reset();
+}
+
+MediaSink::~MediaSink() = default;
+
+void MediaSink::reset()
+{
+    m_isFinished = false;
+    m_isWhole = false;
+    m_writer = std::make_unique<MediaWriter>(
+        m_tracks, [this](MediaFile::Container container) { return openFor(container); });
+}
+
+std::optional<MediaFile::Output> MediaSink::openFor(MediaFile::Container container)
+{
+    m_extension = MediaFile::extensionOf(container);
+    if (!openFile())
+        return std::nullopt;
+    MediaFile::Output output;
+    output.write = [this](const char *data, qint64 bytes) { return writeBytes(data, bytes); };
+    if (seekTo(0)) // a pipe cannot
+        output.seek = [this](qint64 position) { return seekTo(position); };
+    return output;
+}
+
+bool MediaSink::writeSegment(qint64 number, QByteArray &content)
+{
+    const MergedSource::Place place = m_source.place(number);
+    const bool isNoSegment = content.isEmpty() && place.segment.segment.mayBeAbsent;
+    if (!isNoSegment && !m_writer->take(place.track, place.segment, content))
+        return false;
+    return !place.isLast || m_writer->endTrack(place.track);
+}
+
+QString MediaSink::errorText() const
+{
+    const QString ofFile = SegmentSink::errorText();
+    return m_writer->error().isEmpty() ? ofFile : m_writer->error() + QLatin1String(", ") + ofFile;
+}
+
+bool MediaSink::finishFile()
+{
+    if (!m_isFinished)
+        m_isWhole = m_writer->finish();
+    m_isFinished = true;
+    return m_isWhole;
+}
+
+void MediaSink::beforeClose()
+{
+    if (!finishFile())
+        qWarning("%s ends early: %s", qUtf8Printable(path()), qUtf8Printable(m_writer->error()));
+}
+
+bool MediaSink::conclude()
+{
+    if (!finishFile()) {
+        qWarning("%s cannot be finished: %s", qUtf8Printable(path()),
+                 qUtf8Printable(m_writer->error()));
+        return false;
+    }
+    if (m_writer->missingSegments() > 0)
+        qWarning("%s is not complete: %lld segments are missing", qUtf8Printable(path()),
+                 static_cast<long long>(m_writer->missingSegments()));
+    if (m_writer->damagedPackets() > 0)
+        qWarning("%s is not complete: %lld packets are left out", qUtf8Printable(path()),
+                 static_cast<long long>(m_writer->damagedPackets()));
+    return SegmentSink::conclude();
+}
+
+QString MediaSink::path() const
+{
+    const QString path = m_target.folder + QLatin1Char('/') + m_target.name;
+    return m_target.followsContainer ? path + QLatin1Char('.') + m_extension : path;
+}
+
+qint64 MediaSink::missingSegments() const
+{
+    return m_writer->missingSegments();
+}

@@ -1,0 +1,56 @@
+#ifndef MEDIASINK_H
+#define MEDIASINK_H
+
+#include "MediaWriter.h"
+#include "SegmentSink.h"
+
+#include <QString>
+
+#include <memory>
+
+class MergedSource;
+
+/// The file that the tracks of a presentation become.
+class MediaSink final : public SegmentSink
+{
+public:
+    /// Where the file goes.
+    struct Target
+    {
+        QString folder;
+        QString name;
+        bool followsContainer = true; ///< whether the container's extension is added to the name
+    };
+
+    /// @param source the segments of the tracks; outlives this object
+    /// @param tracks what each of the tracks is
+    MediaSink(const MergedSource &source, const QVector<Rendition> &tracks, const Target &target);
+    ~MediaSink() override;
+
+    [[nodiscard]] bool conclude() override;
+
+    /// The file's path; before the container is known, that of the usual one.
+    [[nodiscard]] QString path() const override;
+
+    /// Media segments that are missing from the file, as far as it has been written.
+    [[nodiscard]] qint64 missingSegments() const;
+
+private:
+    void reset() override;
+    [[nodiscard]] bool opensLate() const override { return true; }
+    [[nodiscard]] bool writeSegment(qint64 number, QByteArray &content) override;
+    void beforeClose() override;
+    [[nodiscard]] QString errorText() const override;
+    std::optional<MediaFile::Output> openFor(MediaFile::Container container);
+    [[nodiscard]] bool finishFile();
+
+    const MergedSource &m_source;
+    const QVector<Rendition> m_tracks;
+    const Target m_target;
+    QString m_extension;
+    std::unique_ptr<MediaWriter> m_writer;
+    bool m_isFinished = false;
+    bool m_isWhole = false; // once it is finished
+};
+
+#endif

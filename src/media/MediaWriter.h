@@ -1,0 +1,130 @@
+#ifndef MEDIAWRITER_H
+#define MEDIAWRITER_H
+
+#include "MediaFile.h"
+#include "Rendition.h"
+#include "TrackDemuxer.h"
+#include "TrackSource.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QVector>
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+/// Makes one file of the segments of all tracks of a presentation: takes them apart, lays their
+/// times beside one another, and stores every packet, as it is and in its order.
+///
+/// The file begins at 0. Within a run, which is what lies between two discontinuities, tracks keep
+/// the time that they have to one another: by the presentation's clock where the manifest tells it,
+/// else by their own clock where they share one, else each by its beginning. A run begins where the
+/// one before has ended. For that the first packets of a run wait until each track has some, or is
+/// known to have none.
+class MediaWriter final
+{
+public:
+    /// Makes the file ready to be written, now that it is known what kind it is.
+    using Open = std::function<std::optional<MediaFile::Output>(MediaFile::Container container)>;
+
+    /// @param tracks what each of the tracks is. Where there are tracks of sound, what sound the
+    ///               others have is left out.
+    MediaWriter(const QVector<Rendition> &tracks, const Open &open);
+    ~MediaWriter();
+    Q_DISABLE_COPY(MediaWriter)
+
+    /// Takes a segment of a track; those of one track come in their order, those of different ones
+    /// in about the order of their times. An empty one never came: the file goes on without it.
+    /// Returns false when the file cannot be gone on with, for good; error() says why.
+    [[nodiscard]] bool take(int track, const TrackSegment &segment, const QByteArray &content);
+
+    /// No segment follows in that track.
+    [[nodiscard]] bool endTrack(int track);
+
+    /// Stores what waits and ends the file. Returns whether it is whole and of use; what came
+    /// before is playable in any case.
+    [[nodiscard]] bool finish();
+
+    [[nodiscard]] QString error() const { return m_error; }
+
+    /// Whether the file has been begun.
+    [[nodiscard]] bool isBegun() const { return m_file.isBegun(); }
+
+    /// Media segments from which nothing could be taken, those that never came included.
+    [[nodiscard]] qint64 missingSegments() const { return m_missing; }
+
+    /// Packets that are left out because they are damaged.
+    [[nodiscard]] qint64 damagedPackets() const;
+
+private:
+    /// The beginning of a run in a track, while it waits for the other tracks.
+    struct Waiting
+    {
+        int run = 0;
+        TrackSegment first; ///< the segment it begins with
+        TrackDemuxer::Clock clock = TrackDemuxer::Clock::None;
+        std::deque<MediaPacket> packets;
+    };
+
+    struct Output
+    {
+        int stream = -1; ///< in the file
+        libav::Format format;
+        qint64 endUs = 0; ///< where what has been written ends
+        bool isWritten = false;
+    };
+
+    struct Track
+    {
+        Rendition rendition;
+        std::unique_ptr<TrackDemuxer> demuxer;
+        std::deque<Waiting> waiting; ///< by run
+        int entered = -1; ///< the run of the last segment
+        int run = -1; ///< that is being written
+        qint64 offsetUs = 0; ///< from the packets' times to the file's
+        qint64 reachedUs = -1; ///< where the last segment taken begins, as the manifest says
+        bool hasEnded = false;
+        bool takesSound = true;
+        Output outputs[2]; ///< by MediaPacket::Stream
+    };
+
+    /// How a run's clocks are laid onto the file's.
+    struct Run
+    {
+        int number = -1;
+        TrackDemuxer::Clock clock = TrackDemuxer::Clock::None;
+        qint64 originUs = 0; ///< on that clock, where the presentation's shows 0
+        qint64 shiftUs = 0; ///< from the presentation's clock to the file's
+    };
+
+    void packetCame(Track &track, MediaPacket &&packet);
+    [[nodiscard]] bool settle();
+    [[nodiscard]] int nextRun() const;
+    [[nodiscard]] bool isAwaited(const Track &track, int run) const;
+    [[nodiscard]] qint64 startOf(int run) const;
+    [[nodiscard]] bool join(int run);
+    void beginRun(int run, const std::vector<Track *> &joining);
+    [[nodiscard]] qint64 positionOf(const Waiting &begin) const;
+    [[nodiscard]] bool beginFile(const std::vector<Track *> &joining);
+    [[nodiscard]] bool writeWaiting(Track &track);
+    [[nodiscard]] bool store(Track &track, MediaPacket &&packet);
+    [[nodiscard]] bool canGoOnWith(Output &output, const MediaPacket &packet);
+    [[nodiscard]] bool fail(const QString &error);
+
+    const Open m_open;
+    std::vector<Track> m_tracks;
+    MediaFile m_file;
+    Run m_run;
+    qint64 m_heldBytes = 0;
+    qint64 m_missing = 0;
+    qint64 m_homeless = 0; // packets that have no stream in the file
+    bool m_isFinishing = false;
+    bool m_isWebM = false;
+    bool m_hasFailed = false;
+    QString m_error;
+};
+
+#endif

@@ -1,0 +1,124 @@
+#include "TracksTransfer.h"
+
+#include "HostEvents.h"
+#include "MergedSource.h"
+#include "SegmentFetch.h"
+#include "SegmentFetcher.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace {
+
+constexpr int heartbeatMs = 200;
+
+} // namespace
+
+TracksTransfer::TracksTransfer(std::unique_ptr<Presentation> presentation,
+                               const QByteArray &binding, const Wish &wish,
+                               const MediaServers &servers, QObject *parent)
+    : Transfer(parent)
+    , m_presentation(std::move(presentation))
+    , m_binding(binding)
+    , m_wish(wish)
+    , m_servers(servers)
+{
+    m_heartbeat.setInterval(heartbeatMs);
+    connect(&m_heartbeat, &QTimer::timeout, this, [this] { emit progressed(0, 0); });
+    connect(m_presentation.get(), &Presentation::ready, this, &TracksTransfer::onReady);
+    connect(m_presentation.get(), &Presentation::failed, this, &TracksTransfer::onFailed);
+}
+
+TracksTransfer::~TracksTransfer() = default;
+
+void TracksTransfer::start()
+{
+    if (m_isStarted)
+        return;
+    m_isStarted = true;
+    if (m_isCancelled) {
+        end(Outcome::Canceled);
+        return;
+    }
+    m_heartbeat.start();
+    m_presentation->open();
+}
+
+void TracksTransfer::cancel()
+{
+    m_isCancelled = true;
+    m_presentation->finish();
+    if (m_fetcher)
+        m_fetcher->cancel();
+    else if (m_isStarted) // queued: a receiver of the end may destroy whoever calls
+        QMetaObject::invokeMethod(
+            this, [this] { end(Outcome::Canceled); }, Qt::QueuedConnection);
+}
+
+void TracksTransfer::onReady()
+{
+    m_heartbeat.stop();
+    if (!m_wish.cacheFolder.isEmpty())
+        QDir().mkpath(m_wish.cacheFolder); // without a cache it goes on
+    m_source =
+        std::make_unique<MergedSource>(m_presentation->tracks(), m_wish.cacheFolder, m_binding);
+    m_sink = std::make_unique<MediaSink>(*m_source, m_presentation->chosen(), m_wish.target);
+    m_fetcher = std::make_unique<SegmentFetcher>(*m_source, *m_sink, [this](QObject *parent) {
+        return new SegmentWorker(SegmentFetch::forOne(m_servers), parent);
+    });
+    m_fetcher->setPlaces(m_wish.places);
+    m_fetcher->setDeletesCache(true);
+    connect(m_fetcher.get(), &SegmentFetcher::active, this, [this] {
+        const bool isCounted = !m_presentation->isLive();
+        emit progressed(m_sink->next(), isCounted ? m_source->last() + 1 : 0);
+    });
+    connect(m_fetcher.get(), &SegmentFetcher::progressed, this, &TracksTransfer::tellProgress);
+    connect(m_fetcher.get(), &SegmentFetcher::ended, this, &TracksTransfer::onEnded);
+    m_fetcher->start();
+}
+
+void TracksTransfer::tellProgress()
+{
+    const bool isCounted = !m_presentation->isLive();
+    HostEvents::send(event::Progress{m_sink->next(), isCounted ? m_source->last() + 1 : 0,
+                                     event::Unit::Fragments});
+}
+
+void TracksTransfer::onFailed(Presentation::Failure failure, const QString &reason)
+{
+    m_failure = failure;
+    qWarning("the stream cannot be fetched: %s", qUtf8Printable(reason));
+    end(Outcome::Failed);
+}
+
+void TracksTransfer::onEnded(Outcome outcome)
+{
+    m_presentation->finish();
+    if (outcome == Outcome::Succeeded) {
+        const qint64 bytes = QFileInfo(path()).size();
+        HostEvents::send(event::Progress{bytes, bytes});
+        QDir().rmdir(m_wish.cacheFolder); // stays while another stream's segments are in it
+        if (m_wish.isStrict && missingSegments() > 0)
+            outcome = Outcome::Failed;
+    }
+    end(outcome);
+}
+
+void TracksTransfer::end(Outcome outcome)
+{
+    m_heartbeat.stop();
+    if (m_hasEnded)
+        return;
+    m_hasEnded = true;
+    emit ended(outcome);
+}
+
+qint64 TracksTransfer::missingSegments() const
+{
+    return m_sink ? m_sink->missingSegments() : 0;
+}
+
+QString TracksTransfer::path() const
+{
+    return m_sink ? m_sink->path() : QString();
+}

@@ -1,0 +1,439 @@
+#include "MediaFiles.h"
+#include "MediaWriter.h"
+#include "TestFiles.h"
+#include "TestMain.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <cmath>
+#include <memory>
+
+namespace {
+
+constexpr double frameS = 0.04; // of the test picture
+constexpr int seconds = 8;
+
+/// A writer to a file of its own.
+class Written final
+{
+public:
+    Written(const QVector<Rendition> &tracks, const QString &folder)
+        : m_writer(tracks, [this, folder](MediaFile::Container container) {
+            m_file.setFileName(folder + QLatin1String("/out.") + MediaFile::extensionOf(container));
+            return m_file.open(QIODevice::WriteOnly) ? output() : std::nullopt;
+        })
+    {
+    }
+
+    MediaWriter *operator->() { return &m_writer; }
+
+    /// Hands in a segment; the number counts for nothing here.
+    bool take(int track, const QByteArray &content, double startS = -1, int run = 0)
+    {
+        TrackSegment segment;
+        segment.startUs = startS < 0 ? TrackSegment::unknown : qint64(startS * 1e6);
+        segment.run = run;
+        return m_writer.take(track, segment, content);
+    }
+
+    bool takeInit(int track, const QByteArray &content)
+    {
+        TrackSegment segment;
+        segment.role = TrackSegment::Role::Initialisation;
+        return m_writer.take(track, segment, content);
+    }
+
+    bool finish()
+    {
+        const bool isWhole = m_writer.finish();
+        m_file.close();
+        return isWhole;
+    }
+
+    [[nodiscard]] QString path() const { return m_file.fileName(); }
+
+private:
+    std::optional<MediaFile::Output> output()
+    {
+        MediaFile::Output output;
+        output.write = [this](const char *data, qint64 bytes) {
+            return m_file.write(data, bytes) == bytes;
+        };
+        output.seek = [this](qint64 position) { return m_file.seek(position); };
+        return output;
+    }
+
+    QFile m_file;
+    MediaWriter m_writer;
+};
+
+Rendition picture()
+{
+    return {};
+}
+
+Rendition sound()
+{
+    Rendition rendition;
+    rendition.kind = Rendition::Kind::Sound;
+    return rendition;
+}
+
+QStringList words(const char *text)
+{
+    return QString::fromLatin1(text).split(QLatin1Char(' '));
+}
+
+} // namespace
+
+class tst_MediaWriter : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void keepsEveryPacketOfBoxes();
+    void keepsEveryFrameOfTransportStreams();
+    void readsTablesOnceInARun();
+    void alignsClocksThatHaveNothingInCommon();
+    void goesOnBehindADiscontinuity();
+    void followsTheClockWhereItWraps();
+    void takesPackedSound();
+    void leavesAGapForWhatIsMissing();
+    void writesWebM();
+    void refusesSoundOfAnotherFormat();
+    void endsInOrderWhateverComes_data();
+    void endsInOrderWhateverComes();
+    void opensNothingThatASegmentNames();
+
+private:
+    [[nodiscard]] QByteArray bytes(const QString &name) const
+    {
+        const QByteArray content = readFile(m_folder.filePath(name));
+        Q_ASSERT(!content.isEmpty());
+        return content;
+    }
+    void checkTimes(const QString &path, double durationS, double toleranceS = frameS);
+
+    QTemporaryDir m_folder;
+};
+
+void tst_MediaWriter::initTestCase()
+{
+    QVERIFY(m_folder.isValid());
+    const QString folder = m_folder.path();
+    MediaFiles::ffmpeg(MediaFiles::testInputs(seconds, QStringLiteral("320x180"))
+                           + MediaFiles::usualCodecs() + words("source.mp4"),
+                       folder);
+    MediaFiles::ffmpeg(words("-i source.mp4 -c copy -f hls -hls_time 2 -hls_list_size 0 "
+                             "-hls_segment_filename t%d.ts t.m3u8"),
+                       folder);
+    MediaFiles::ffmpeg(words("-i source.mp4 -c copy -f dash -seg_duration 2 -use_template 1 "
+                             "-init_seg_name i$RepresentationID$.mp4 "
+                             "-media_seg_name m$RepresentationID$-$Number$.mp4 d.mpd"),
+                       folder);
+}
+
+void tst_MediaWriter::checkTimes(const QString &path, double durationS, double toleranceS)
+{
+    double first = 1e9;
+    for (const QByteArray &stream : {QByteArray("v:0"), QByteArray("a:0")}) {
+        const QList<double> decoded = MediaFiles::times(path, stream);
+        QVERIFY(!decoded.isEmpty());
+        for (int i = 1; i < decoded.size(); ++i)
+            QVERIFY2(decoded.at(i) > decoded.at(i - 1), stream + QByteArray::number(i));
+        const QList<double> shown = MediaFiles::times(path, stream, true);
+        first = std::min(first, *std::min_element(shown.begin(), shown.end()));
+        const double end = *std::max_element(shown.begin(), shown.end());
+        QVERIFY2(std::abs(end - durationS) <= 2 * toleranceS, QByteArray::number(end));
+    }
+    QVERIFY2(std::abs(first) < 0.001, QByteArray::number(first));
+    QCOMPARE(MediaFiles::complaints(path), QByteArray());
+}
+
+void tst_MediaWriter::keepsEveryPacketOfBoxes()
+{
+    QTemporaryDir out;
+    Written file({picture(), sound()}, out.path());
+    for (int track : {0, 1})
+        QVERIFY(file.takeInit(track, bytes(QStringLiteral("i%1.mp4").arg(track))));
+    for (int n = 1; n <= 5; ++n) {
+        for (int track : {0, 1}) { // there is more sound than picture, by a segment
+            if (track == 1 || n < 5)
+                QVERIFY(file.take(track, bytes(QStringLiteral("m%1-%2.mp4").arg(track).arg(n)),
+                                  (n - 1) * 2));
+        }
+    }
+    QVERIFY(file.finish());
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    QVERIFY(file.path().endsWith(QLatin1String(".mp4")));
+    QCOMPARE(MediaFiles::packets(file.path(), "v:0"), MediaFiles::packets(source, "v:0"));
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    checkTimes(file.path(), seconds);
+}
+
+void tst_MediaWriter::keepsEveryFrameOfTransportStreams()
+{
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    for (int n = 0; n < 4; ++n)
+        QVERIFY(file.take(0, bytes(QStringLiteral("t%1.ts").arg(n)), n * 2));
+    QVERIFY(file.finish());
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    QCOMPARE(MediaFiles::frames(file.path(), "v:0"), MediaFiles::frames(source, "v:0"));
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    checkTimes(file.path(), seconds);
+    QCOMPARE(file->missingSegments(), 0);
+    QCOMPARE(file->damagedPackets(), 0);
+}
+
+/// Segments that follow one another may leave their tables out.
+void tst_MediaWriter::readsTablesOnceInARun()
+{
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    for (int n = 0; n < 4; ++n) {
+        QByteArray segment = bytes(QStringLiteral("t%1.ts").arg(n));
+        while (n > 0) { // PAT (0), SDT (17) and PMT (4096) come first
+            const int pid = (quint8(segment.at(1)) & 0x1F) << 8 | quint8(segment.at(2));
+            if (pid != 0 && pid != 17 && pid != 4096)
+                break;
+            segment.remove(0, 188);
+        }
+        QVERIFY(file.take(0, segment, n * 2));
+    }
+    QVERIFY(file.finish());
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    QCOMPARE(MediaFiles::packets(file.path(), "v:0").size(),
+             MediaFiles::packets(source, "v:0").size());
+}
+
+/// A transport stream of ffmpeg begins at 1.4 s, boxes at 0.
+void tst_MediaWriter::alignsClocksThatHaveNothingInCommon()
+{
+    QTemporaryDir out;
+    Written file({picture(), sound()}, out.path());
+    QVERIFY(file.takeInit(1, bytes(QStringLiteral("i1.mp4"))));
+    for (int n = 0; n < 4; ++n) {
+        QVERIFY(file.take(0, bytes(QStringLiteral("t%1.ts").arg(n)), n * 2));
+        QVERIFY(file.take(1, bytes(QStringLiteral("m1-%1.mp4").arg(n + 1)), n * 2));
+    }
+    QVERIFY(file.take(1, bytes(QStringLiteral("m1-5.mp4")), 8));
+    QVERIFY(file.finish());
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    checkTimes(file.path(), seconds);
+}
+
+void tst_MediaWriter::goesOnBehindADiscontinuity()
+{
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    for (int run = 0; run < 3; ++run) {
+        for (int n = 0; n < 4; ++n)
+            QVERIFY(file.take(0, bytes(QStringLiteral("t%1.ts").arg(n)), run * 8 + n * 2, run));
+    }
+    QVERIFY(file.finish());
+    checkTimes(file.path(), 3 * seconds, 0.1);
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    const QList<QByteArray> sounds = MediaFiles::packets(source, "a:0");
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), sounds + sounds + sounds);
+    QCOMPARE(MediaFiles::frames(file.path(), "v:0").size(), 3 * seconds * 25);
+}
+
+void tst_MediaWriter::followsTheClockWhereItWraps()
+{
+    QTemporaryDir made;
+    // 2^33 / 90000 s less 4 s: the clock begins again in the middle.
+    MediaFiles::ffmpeg(
+        QStringList{QStringLiteral("-i"), m_folder.filePath(QStringLiteral("source.mp4"))}
+            + words("-c copy -output_ts_offset 95439.7 -f hls -hls_time 2 "
+                    "-hls_list_size 0 -hls_segment_filename t%d.ts t.m3u8"),
+        made.path());
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    for (int n = 0; n < 4; ++n)
+        QVERIFY(file.take(0, readFile(made.filePath(QStringLiteral("t%1.ts").arg(n))), n * 2));
+    QVERIFY(file.finish());
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    QCOMPARE(MediaFiles::frames(file.path(), "v:0"), MediaFiles::frames(source, "v:0"));
+    checkTimes(file.path(), seconds);
+}
+
+/// Sound in frames of its own, with the time in a tag before each segment.
+void tst_MediaWriter::takesPackedSound()
+{
+    QTemporaryDir made;
+    MediaFiles::ffmpeg(
+        QStringList{QStringLiteral("-i"), m_folder.filePath(QStringLiteral("source.mp4"))}
+            + words("-map 0:a -c copy -f segment -segment_time 2 "
+                    "-segment_format adts a%d.aac"),
+        made.path());
+    QTemporaryDir out;
+    Written file({picture(), sound()}, out.path());
+    for (int n = 0; n < 5; ++n) {
+        // The tag: 10 bytes of header, 10 of the frame's, the owner and 8 bytes of time.
+        const QByteArray owner =
+            QByteArrayLiteral("com.apple.streaming.transportStreamTimestamp") + '\0';
+        QByteArray frame = QByteArrayLiteral("PRIV") + QByteArray(3, '\0') + char(owner.size() + 8)
+            + QByteArray(2, '\0') + owner + QByteArray(8, '\0');
+        const quint64 time = 126000 + quint64(n) * 180000; // 1.4 s, as the picture
+        for (int i = 0; i < 8; ++i)
+            frame[frame.size() - 8 + i] = char(time >> (56 - 8 * i));
+        const QByteArray tag =
+            QByteArrayLiteral("ID3\x04") + QByteArray(5, '\0') + char(frame.size()) + frame;
+        if (n < 4)
+            QVERIFY(file.take(0, bytes(QStringLiteral("t%1.ts").arg(n)), n * 2));
+        QVERIFY(
+            file.take(1, tag + readFile(made.filePath(QStringLiteral("a%1.aac").arg(n))), n * 2));
+    }
+    QVERIFY(file.finish());
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    QCOMPARE(MediaFiles::frames(file.path(), "v:0"), MediaFiles::frames(source, "v:0"));
+    checkTimes(file.path(), seconds);
+}
+
+void tst_MediaWriter::leavesAGapForWhatIsMissing()
+{
+    for (const bool areBoxes : {true, false}) {
+        QTemporaryDir out;
+        Written file({picture()}, out.path());
+        if (areBoxes)
+            QVERIFY(file.takeInit(0, bytes(QStringLiteral("i0.mp4"))));
+        for (int n = 0; n < 4; ++n) {
+            const QString name =
+                areBoxes ? QStringLiteral("m0-%1.mp4").arg(n + 1) : QStringLiteral("t%1.ts").arg(n);
+            QVERIFY(file.take(0, n == 2 ? QByteArray() : bytes(name), n * 2));
+        }
+        QVERIFY(file.finish());
+        QCOMPARE(file->missingSegments(), 1);
+        const QList<double> shown = MediaFiles::times(file.path(), "v:0", true);
+        QCOMPARE(shown.size(), 150);
+        const double last = *std::max_element(shown.begin(), shown.end());
+        QVERIFY2(std::abs(last - (seconds - frameS)) < frameS, QByteArray::number(last));
+    }
+}
+
+void tst_MediaWriter::writesWebM()
+{
+    QTemporaryDir made;
+    MediaFiles::ffmpeg(MediaFiles::testInputs(4, QStringLiteral("160x90"))
+                           + words("-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -g 25 -b:v 100k "
+                                   "-c:a libopus -b:a 32k source.webm"),
+                       made.path());
+    MediaFiles::ffmpeg(
+        words("-i source.webm -c copy -f dash -seg_duration 2 -dash_segment_type webm "
+              "-init_seg_name i$RepresentationID$.webm "
+              "-media_seg_name m$RepresentationID$-$Number$.webm d.mpd"),
+        made.path());
+    QTemporaryDir out;
+    Written file({picture(), sound()}, out.path());
+    QByteArray joined[2]; // ffmpeg leaves the end of the sound out
+    for (int track : {0, 1}) {
+        joined[track] = readFile(made.filePath(QStringLiteral("i%1.webm").arg(track)));
+        QVERIFY(file.takeInit(track, joined[track]));
+    }
+    for (int n = 1; n < 9; ++n) {
+        for (int track : {0, 1}) {
+            const QByteArray segment =
+                readFile(made.filePath(QStringLiteral("m%1-%2.webm").arg(track).arg(n)));
+            joined[track] += segment;
+            QVERIFY(segment.isEmpty() || file.take(track, segment, (n - 1) * 2));
+        }
+    }
+    QVERIFY(file.finish());
+    QVERIFY(file.path().endsWith(QLatin1String(".webm")));
+    for (int track : {0, 1}) {
+        const QByteArray stream = track == 0 ? "v:0" : "a:0";
+        const QString path = made.filePath(QStringLiteral("joined%1.webm").arg(track));
+        writeFile(path, joined[track]);
+        QVERIFY(MediaFiles::packets(path, stream).size() >= 100);
+        QCOMPARE(MediaFiles::packets(file.path(), stream), MediaFiles::packets(path, stream));
+    }
+    QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
+    QVERIFY(MediaFiles::probe(file.path(), "format=duration").toDouble() > 3.9);
+}
+
+void tst_MediaWriter::refusesSoundOfAnotherFormat()
+{
+    QTemporaryDir made;
+    MediaFiles::ffmpeg(MediaFiles::testInputs(2, QStringLiteral("320x180"))
+                           + MediaFiles::usualCodecs() + words("-ar 22050 other.ts"),
+                       made.path());
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    for (int n = 0; n < 4; ++n)
+        QVERIFY(file.take(0, bytes(QStringLiteral("t%1.ts").arg(n)), n * 2));
+    (void)file.take(0, readFile(made.filePath(QStringLiteral("other.ts"))), 8, 1);
+    QVERIFY(!file.finish());
+    QVERIFY(file->error().contains(QLatin1String("sound changes")));
+    // What came before plays.
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
+}
+
+void tst_MediaWriter::endsInOrderWhateverComes_data()
+{
+    QTest::addColumn<QByteArray>("init");
+    QTest::addColumn<QByteArray>("segment");
+    const QByteArray init = bytes(QStringLiteral("i0.mp4"));
+    const QByteArray boxes = bytes(QStringLiteral("m0-1.mp4"));
+    const QByteArray stream = bytes(QStringLiteral("t0.ts"));
+    QTest::newRow("nothing known") << QByteArray() << QByteArray("not media at all");
+    QTest::newRow("a page") << init << QByteArray("<html><body>Not found</body></html>");
+    QTest::newRow("boxes without their beginning") << QByteArray() << boxes;
+    QTest::newRow("a beginning alone") << init << init;
+    for (const int part : {3, 5, 9, 20, 50}) {
+        QTest::addRow("boxes, one of %d parts", part) << init << boxes.left(boxes.size() / part);
+        QTest::addRow("the beginning, one of %d parts", part)
+            << init.left(init.size() / part) << boxes;
+        QTest::addRow("a stream, one of %d parts", part)
+            << QByteArray() << stream.left(stream.size() / part);
+    }
+    QTest::newRow("a playlist") << QByteArray() << QByteArray("#EXTM3U\n/etc/passwd\n");
+    QTest::newRow("one byte") << QByteArray() << QByteArray("G");
+    QTest::newRow("sync alone") << QByteArray() << QByteArray(188 * 4, 'G');
+}
+
+void tst_MediaWriter::endsInOrderWhateverComes()
+{
+    QFETCH(QByteArray, init);
+    QFETCH(QByteArray, segment);
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    (void)file.takeInit(0, init);
+    for (int n = 0; n < 3; ++n)
+        (void)file.take(0, segment, n * 2, n / 2);
+    const bool isWhole = file.finish();
+    QCOMPARE(isWhole, QFile::exists(file.path()) && file->isBegun());
+    if (!isWhole)
+        QVERIFY(!file->error().isEmpty());
+}
+
+/// A box may name another file as the place of its samples.
+void tst_MediaWriter::opensNothingThatASegmentNames()
+{
+    QTemporaryDir out;
+    const QString secret = out.filePath(QStringLiteral("secret"));
+    writeFile(secret, QByteArray(100000, 'S'));
+    // A "dref" whose entry is said to be elsewhere: an "alis" or "url " box with flags 0.
+    QByteArray init = bytes(QStringLiteral("i0.mp4"));
+    const int at = init.indexOf("url ");
+    QVERIFY(at > 0);
+    init[at + 7] = 0; // not "in this file"
+    Written file({picture()}, out.path());
+    QVERIFY(file.takeInit(0, init));
+    (void)file.take(0, bytes(QStringLiteral("m0-1.mp4")), 0);
+    (void)file.finish();
+    if (file->isBegun())
+        QVERIFY(!readFile(file.path()).contains("SSSSSSSS"));
+}
+
+CLIPWEIR_TEST_MAIN(tst_MediaWriter)
+
+#include "tst_mediawriter.moc"
