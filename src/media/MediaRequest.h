@@ -58,6 +58,8 @@ public:
     [[nodiscard]] QByteArray takeBody(); ///< and leaves none
     [[nodiscard]] QString contentType() const { return m_client.contentType(); }
 
+    [[nodiscard]] QByteArray header(const QByteArray &name) const { return m_client.header(name); }
+
     /// Where the answer came from: what is relative in it is relative to that.
     [[nodiscard]] QUrl url() const { return m_url; }
 

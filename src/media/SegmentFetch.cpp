@@ -1,9 +1,12 @@
 #include "SegmentFetch.h"
 
 #include "MediaRequest.h"
+#include "WebAddress.h"
 
 #include <QElapsedTimer>
 #include <QThread>
+#include <QUrl>
+#include <QVector>
 
 #include <algorithm>
 #include <memory>
@@ -29,11 +32,13 @@ public:
 
     SegmentWorker::Answer next(const Segment &segment, QByteArray buffer, const StopFlag &stop)
     {
+        if (m_failures == 0 && !m_isOver)
+            takeAddresses(segment);
         if (m_isOver || !wait(stop))
             return {};
         MediaRequest request(m_servers, stop);
-        request.run({QUrl(addressOf(segment)), segment.firstByte, segment.byteCount,
-                     SegmentWorker::maxBytes},
+        request.run({m_addresses.at(m_failures % m_addresses.size()), segment.firstByte,
+                     segment.byteCount, SegmentWorker::maxBytes},
                     std::move(buffer));
         SegmentWorker::Answer answer;
         answer.isSuccess = request.hasSucceeded() && !isPage(segment, request);
@@ -47,11 +52,19 @@ public:
     }
 
 private:
-    [[nodiscard]] QString addressOf(const Segment &segment) const
+    /// Only what lies on the web is ever asked for.
+    void takeAddresses(const Segment &segment)
     {
-        const int count = segment.otherAddresses.size() + 1;
-        const int index = m_failures % count;
-        return index == 0 ? segment.address : segment.otherAddresses.at(index - 1);
+        m_addresses.clear();
+        for (const QString &address : QStringList(segment.address) + segment.otherAddresses) {
+            const QUrl url(address);
+            if (WebAddress::isWeb(url))
+                m_addresses += url;
+        }
+        m_isOver = m_addresses.isEmpty();
+        if (m_isOver)
+            qWarning("%s is not asked for: it is no address of the web",
+                     qUtf8Printable(segment.address));
     }
 
     /// Whether a page has come in the segment's place, such as one that tells of an error.
@@ -68,7 +81,7 @@ private:
             m_since.start();
         ++m_failures;
         const bool isAbsent = request.isAbsent();
-        const bool isEverywhere = m_failures > segment.otherAddresses.size();
+        const bool isEverywhere = m_failures >= m_addresses.size();
         const qint64 patienceMs =
             isAbsent ? std::min(absencePatienceMs, m_servers.patienceMs()) : m_servers.patienceMs();
         m_isOver = (isAbsent && segment.mayBeAbsent && isEverywhere)
@@ -96,6 +109,7 @@ private:
     }
 
     const MediaServers m_servers;
+    QVector<QUrl> m_addresses; // of the same bytes
     QElapsedTimer m_since; // the first failure
     int m_failures = 0;
     bool m_isOver = false;
