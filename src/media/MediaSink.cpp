@@ -89,3 +89,8 @@ qint64 MediaSink::missingSegments() const
 {
     return m_writer->missingSegments();
 }
+
+bool MediaSink::isProtected() const
+{
+    return m_writer->isProtected();
+}

@@ -35,6 +35,9 @@ public:
     /// Media segments that are missing from the file, as far as it has been written.
     [[nodiscard]] qint64 missingSegments() const;
 
+    /// Whether what has come is encrypted, so that there is no file of use.
+    [[nodiscard]] bool isProtected() const;
+
 private:
     void reset() override;
     [[nodiscard]] bool opensLate() const override { return true; }

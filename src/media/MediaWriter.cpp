@@ -132,7 +132,12 @@ bool MediaWriter::take(int index, const TrackSegment &segment, const QByteArray 
         begin.first = segment;
         track.waiting.push_back(std::move(begin));
     }
-    if (!track.demuxer->take(content)) {
+    const bool isTaken = track.demuxer->take(content);
+    if (track.demuxer->isProtected()) {
+        m_isProtected = true;
+        return fail(QStringLiteral("it is encrypted, though nothing has said so"));
+    }
+    if (!isTaken) {
         ++m_missing;
         qWarning("segment %lld is of no use: %s", static_cast<long long>(segment.segment.number),
                  qUtf8Printable(track.demuxer->error()));

@@ -53,6 +53,9 @@ public:
     /// Whether the file has been begun.
     [[nodiscard]] bool isBegun() const { return m_file.isBegun(); }
 
+    /// Whether it ends because what has come is encrypted with a key that only a licence gives.
+    [[nodiscard]] bool isProtected() const { return m_isProtected; }
+
     /// Media segments from which nothing could be taken, those that never came included.
     [[nodiscard]] qint64 missingSegments() const { return m_missing; }
 
@@ -123,6 +126,7 @@ private:
     qint64 m_homeless = 0; // packets that have no stream in the file
     bool m_isFinishing = false;
     bool m_isWebM = false;
+    bool m_isProtected = false;
     bool m_hasFailed = false;
     QString m_error;
 };

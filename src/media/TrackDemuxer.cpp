@@ -67,6 +67,14 @@ bool isSame(const AVCodecParameters &one, const AVCodecParameters &other)
                 == 0);
 }
 
+/// Whether an initialisation section describes encrypted samples: their entries have names of their
+/// own and say in a box within what they are.
+bool isOfProtected(const QByteArray &section)
+{
+    return (section.contains("encv") || section.contains("enca")) && section.contains("sinf")
+        && section.contains("schm");
+}
+
 bool setExtradata(AVCodecParameters &format, const QByteArray &bytes)
 {
     const auto size = static_cast<std::size_t>(bytes.size());
@@ -110,6 +118,7 @@ void TrackDemuxer::setInitialisation(const QByteArray &section)
     if (m_streamed && section != m_initialisation)
         flush();
     m_initialisation = section;
+    m_isProtected = m_isProtected || isOfProtected(section);
     if (m_streamed)
         m_streamed->input.append(section);
 }
@@ -133,6 +142,8 @@ bool TrackDemuxer::take(const QByteArray &segment)
 bool TrackDemuxer::takeBoxes(const QByteArray &segment, SegmentBytes::Kind kind)
 {
     flush();
+    if (m_isProtected)
+        return false;
     Context context(MemoryInput::Kind::Whole);
     context.input.append(m_initialisation);
     context.input.append(segment);
@@ -246,6 +257,10 @@ void TrackDemuxer::give(Context &context, libav::Packet packet)
     StreamState *const state = stateOf(context, *packet);
     if (!state || packet->size <= 0)
         return;
+    if (av_packet_get_side_data(packet.get(), AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
+        m_isProtected = true;
+        return;
+    }
     const AVRational unit = context.format->streams[packet->stream_index]->time_base;
     const bool isPacked = m_streamed && SegmentBytes::isPackedAudio(m_streamedKind);
     if (isPacked)

@@ -55,6 +55,9 @@ public:
     [[nodiscard]] Clock clock() const { return m_clock; }
     [[nodiscard]] QString error() const { return m_error; }
 
+    /// Whether something was encrypted (ISO/IEC 23001-7); no packet of that is given away.
+    [[nodiscard]] bool isProtected() const { return m_isProtected; }
+
     /// Packets that were left out, because they are damaged or of a stream that is not taken up.
     [[nodiscard]] qint64 damagedPackets() const { return m_damagedPackets; }
 
@@ -89,6 +92,7 @@ private:
     std::optional<qint64> m_packedTime; // at which packed sound begins, in 1/90000 s
     std::optional<int64_t> m_nextPacked; // where its next packet does, in its own unit
     qint64 m_damagedPackets = 0;
+    bool m_isProtected = false;
     QString m_error;
 };
 

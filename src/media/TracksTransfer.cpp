@@ -8,9 +8,16 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <malloc.h>
+
 namespace {
 
 constexpr int heartbeatMs = 200;
+// Of segments that wait for an earlier one; what is beyond is read back from the cache.
+constexpr qint64 maxHeldBytes = 16 * 1024 * 1024;
+// Every segment comes on a thread of its own. With a heap for each of those that go side by side,
+// the process keeps many times the memory that is in use.
+constexpr int maxHeaps = 2;
 
 } // namespace
 
@@ -58,6 +65,7 @@ void TracksTransfer::cancel()
 void TracksTransfer::onReady()
 {
     m_heartbeat.stop();
+    ::mallopt(M_ARENA_MAX, maxHeaps);
     if (!m_wish.cacheFolder.isEmpty())
         QDir().mkpath(m_wish.cacheFolder); // without a cache it goes on
     m_source =
@@ -68,6 +76,7 @@ void TracksTransfer::onReady()
     });
     m_fetcher->setPlaces(m_wish.places);
     m_fetcher->setDeletesCache(true);
+    m_fetcher->setMaxHeldBytes(maxHeldBytes);
     connect(m_fetcher.get(), &SegmentFetcher::active, this, [this] {
         const bool isCounted = !m_presentation->isLive();
         emit progressed(m_sink->next(), isCounted ? m_source->last() + 1 : 0);
@@ -94,6 +103,8 @@ void TracksTransfer::onFailed(Presentation::Failure failure, const QString &reas
 void TracksTransfer::onEnded(Outcome outcome)
 {
     m_presentation->finish();
+    if (m_sink->isProtected())
+        m_failure = Presentation::Failure::Protected;
     if (outcome == Outcome::Succeeded) {
         const qint64 bytes = QFileInfo(path()).size();
         HostEvents::send(event::Progress{bytes, bytes});

@@ -43,7 +43,7 @@ public:
     /// Ends it; the file is finished with what it has, so that it can be played.
     void cancel() override;
 
-    /// Why nothing could be fetched at all, if that is so.
+    /// Why nothing could be fetched at all, or was of no use, if the presentation is to blame.
     [[nodiscard]] std::optional<Presentation::Failure> failure() const { return m_failure; }
 
     /// Segments that the file lacks.

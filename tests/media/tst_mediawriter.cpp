@@ -104,6 +104,7 @@ private slots:
     void leavesAGapForWhatIsMissing();
     void writesWebM();
     void refusesSoundOfAnotherFormat();
+    void refusesWhatIsEncrypted();
     void endsInOrderWhateverComes_data();
     void endsInOrderWhateverComes();
     void opensNothingThatASegmentNames();
@@ -375,6 +376,24 @@ void tst_MediaWriter::refusesSoundOfAnotherFormat()
     const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
     QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
     QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
+}
+
+void tst_MediaWriter::refusesWhatIsEncrypted()
+{
+    QTemporaryDir made;
+    MediaFiles::ffmpeg(
+        QStringList{QStringLiteral("-i"), m_folder.filePath(QStringLiteral("source.mp4"))}
+            + words("-c copy -an -encryption_scheme cenc-aes-ctr "
+                    "-encryption_key 76a6c65c5ea762046bd749a2e632ccbb "
+                    "-encryption_kid a7e61c373e219033c21091fa607bf3b8 encrypted.mp4"),
+        made.path());
+    const QByteArray whole = readFile(made.filePath(QStringLiteral("encrypted.mp4")));
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    QVERIFY(!file.take(0, whole));
+    QVERIFY(!file.finish());
+    QVERIFY(file->isProtected());
+    QVERIFY(filesBelow(out.path()).isEmpty());
 }
 
 void tst_MediaWriter::endsInOrderWhateverComes_data()
