@@ -173,7 +173,8 @@ bool MediaFile::begin(Container container, const QVector<Stream> &streams, const
     const int code = avformat_write_header(&format, &options);
     av_dict_free(&options);
     m_lastDts.fill(libav::noTime, streams.size());
-    return code >= 0 || fail("the file's head cannot be written", code);
+    m_isBegun = code >= 0; // a file without a head has no end either
+    return m_isBegun || fail("the file's head cannot be written", code);
 }
 
 bool MediaFile::addStream(const Stream &stream)
@@ -223,7 +224,7 @@ void MediaFile::setTimes(int stream, MediaPacket &packet, qint64 offsetUs)
 
 bool MediaFile::end()
 {
-    if (!m_context || !m_context->format)
+    if (!m_isBegun)
         return false;
     const int code = av_write_trailer(m_context->format);
     if (m_context->hasFailed)

@@ -49,7 +49,7 @@ public:
     /// Begins the file. Returns false when that cannot be; error() says why.
     [[nodiscard]] bool begin(Container container, const QVector<Stream> &streams,
                              const Output &output);
-    [[nodiscard]] bool isBegun() const { return m_context != nullptr; }
+    [[nodiscard]] bool isBegun() const { return m_isBegun; }
 
     /// Writes a packet.
     /// Those of one stream come in their order; one that does not follow the one before in time
@@ -70,6 +70,7 @@ private:
     bool fail(const char *what, int code);
 
     std::unique_ptr<Context> m_context;
+    bool m_isBegun = false;
     QVector<int64_t> m_lastDts; // by stream
     QString m_error;
 };
