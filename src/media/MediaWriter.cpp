@@ -1,5 +1,7 @@
 #include "MediaWriter.h"
 
+#include "ParameterSets.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -69,6 +71,22 @@ bool isSameExtra(const AVCodecParameters &one, const AVCodecParameters &other)
 {
     return one.extradata_size == other.extradata_size
         && std::equal(one.extradata, one.extradata + one.extradata_size, other.extradata);
+}
+
+QByteArray extraOf(const AVCodecParameters &format)
+{
+    return {reinterpret_cast<const char *>(format.extradata), format.extradata_size};
+}
+
+/// Puts bytes before those of a packet. Returns false without memory.
+bool prepend(AVPacket &packet, const QByteArray &bytes)
+{
+    const int size = packet.size;
+    if (av_packet_make_writable(&packet) < 0 || av_grow_packet(&packet, bytes.size()) < 0)
+        return false;
+    std::copy_backward(packet.data, packet.data + size, packet.data + packet.size);
+    std::copy(bytes.cbegin(), bytes.cend(), packet.data);
+    return true;
 }
 
 } // namespace
@@ -318,7 +336,7 @@ bool MediaWriter::beginFile(const std::vector<Track *> &joining)
             if (output.stream >= 0)
                 continue;
             output.stream = streams.size();
-            output.format = packet.format;
+            output.format = output.begun = packet.format;
             formats += packet.format;
             const QString language =
                 packet.stream == MediaPacket::Sound ? track->rendition.language : QString();
@@ -353,6 +371,10 @@ bool MediaWriter::store(Track &track, MediaPacket &&packet)
     }
     if (!canGoOnWith(output, packet))
         return false;
+    const bool isKey = (packet.packet->flags & AV_PKT_FLAG_KEY) != 0;
+    if (packet.stream == MediaPacket::Picture && isKey && !output.parameterSets.isEmpty()
+        && !prepend(*packet.packet, output.parameterSets))
+        return fail(QStringLiteral("there is no memory left"));
     const std::optional<qint64> begin = beginOf(packet);
     if (begin) {
         const qint64 duration = usOf(std::max<int64_t>(0, packet.packet->duration), packet.unit);
@@ -362,21 +384,40 @@ bool MediaWriter::store(Track &track, MediaPacket &&packet)
 }
 
 /// Whether the packet plays in the stream as it was begun. A file has one description of a stream:
-/// what does not match it would be shown or heard wrong.
+/// what does not match it, and does not say itself what it is, would be shown or heard wrong.
 bool MediaWriter::canGoOnWith(Output &output, const MediaPacket &packet)
 {
     if (output.format == packet.format)
         return true;
-    const AVCodecParameters &begun = *output.format;
+    const AVCodecParameters &begun = *output.begun;
     const AVCodecParameters &now = *packet.format;
+    const bool isPicture = packet.stream == MediaPacket::Picture;
     const bool isSame = begun.codec_id == now.codec_id
-        && (packet.stream == MediaPacket::Picture
-                ? (tellsItself(begun) && tellsItself(now)) || isSameExtra(begun, now)
-                : isSameSound(begun, now) && isSameExtra(begun, now));
-    if (!isSame)
-        return fail(packet.stream == MediaPacket::Picture
-                        ? QStringLiteral("the picture changes its format in mid-stream")
-                        : QStringLiteral("the sound changes its format in mid-stream"));
+        && (isPicture ? (tellsItself(begun) && tellsItself(now)) || isSameExtra(begun, now)
+                      : isSameSound(begun, now) && isSameExtra(begun, now));
+    const bool needsSets = isPicture && (!isSame || !output.parameterSets.isEmpty())
+        && !(tellsItself(begun) && tellsItself(now));
+    if (!isSame && !needsSets)
+        return fail(QStringLiteral("the sound changes its format in mid-stream"));
+    if (needsSets && !takeOverSets(output, packet))
+        return fail(QStringLiteral("the picture changes its format in mid-stream"));
     output.format = packet.format;
     return true;
+}
+
+/// Has the parameter sets of a picture that is described otherwise go along with its packets.
+/// Returns false where they cannot.
+bool MediaWriter::takeOverSets(Output &output, const MediaPacket &packet)
+{
+    const AVCodecID codec = output.begun->codec_id;
+    if (codec != packet.format->codec_id
+        || (codec != AV_CODEC_ID_H264 && codec != AV_CODEC_ID_HEVC))
+        return false;
+    const auto kind =
+        codec == AV_CODEC_ID_H264 ? ParameterSets::Codec::H264 : ParameterSets::Codec::Hevc;
+    const int lengthBytes = ParameterSets::lengthBytes(extraOf(*output.begun), kind);
+    const std::optional<QByteArray> sets =
+        ParameterSets::units(extraOf(*packet.format), kind, lengthBytes);
+    output.parameterSets = sets.value_or(QByteArray());
+    return sets.has_value();
 }

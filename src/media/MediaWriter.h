@@ -75,7 +75,10 @@ private:
     struct Output
     {
         int stream = -1; ///< in the file
-        libav::Format format;
+        libav::Format format; ///< of the packets that come
+        libav::Format begun; ///< as the file describes the stream
+        /// Parameter sets that each key frame needs before it, since the description is of others.
+        QByteArray parameterSets;
         qint64 endUs = 0; ///< where what has been written ends
         bool isWritten = false;
     };
@@ -115,6 +118,7 @@ private:
     [[nodiscard]] bool writeWaiting(Track &track);
     [[nodiscard]] bool store(Track &track, MediaPacket &&packet);
     [[nodiscard]] bool canGoOnWith(Output &output, const MediaPacket &packet);
+    [[nodiscard]] static bool takeOverSets(Output &output, const MediaPacket &packet);
     [[nodiscard]] bool fail(const QString &error);
 
     const Open m_open;

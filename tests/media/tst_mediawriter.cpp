@@ -103,6 +103,7 @@ private slots:
     void takesPackedSound();
     void leavesAGapForWhatIsMissing();
     void writesWebM();
+    void goesOnWithAnotherPicture();
     void refusesSoundOfAnotherFormat();
     void refusesWhatIsEncrypted();
     void endsInOrderWhateverComes_data();
@@ -357,6 +358,50 @@ void tst_MediaWriter::writesWebM()
     }
     QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
     QVERIFY(MediaFiles::probe(file.path(), "format=duration").toDouble() > 3.9);
+}
+
+/// A new initialisation section describes another size of picture, and then the first one again.
+void tst_MediaWriter::goesOnWithAnotherPicture()
+{
+    for (const bool areBoxes : {true, false}) {
+        QTemporaryDir made;
+        MediaFiles::ffmpeg(MediaFiles::testInputs(2, QStringLiteral("160x90"))
+                               + MediaFiles::usualCodecs() + words("other.mp4"),
+                           made.path());
+        MediaFiles::ffmpeg(words("-i other.mp4 -c copy -f dash -seg_duration 2 -use_template 1 "
+                                 "-init_seg_name i$RepresentationID$.mp4 "
+                                 "-media_seg_name m$RepresentationID$-$Number$.mp4 d.mpd"),
+                           made.path());
+        MediaFiles::ffmpeg(words("-i other.mp4 -c copy other.ts"), made.path());
+        QTemporaryDir out;
+        Written file({picture()}, out.path());
+        const auto take = [&](const QByteArray &init, const QByteArray &segment, int run) {
+            return file.takeInit(0, areBoxes ? init : QByteArray())
+                && file.take(0, segment, run * 2, run);
+        };
+        const QByteArray init = bytes(QStringLiteral("i0.mp4"));
+        const QByteArray segment =
+            bytes(areBoxes ? QStringLiteral("m0-1.mp4") : QStringLiteral("t0.ts"));
+        const QByteArray other = readFile(
+            made.filePath(areBoxes ? QStringLiteral("m0-1.mp4") : QStringLiteral("other.ts")));
+        QVERIFY(take(init, segment, 0));
+        QVERIFY(take(readFile(made.filePath(QStringLiteral("i0.mp4"))), other, 1));
+        QVERIFY(take(init, segment, 2));
+        QVERIFY(file.finish());
+        QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
+        // Decoded one by one, for ffmpeg brings them to one size.
+        MediaFiles::ffmpeg({QStringLiteral("-i"), file.path(), QStringLiteral("-map"),
+                            QStringLiteral("0:v"), QStringLiteral("-vf"),
+                            QStringLiteral("scale=64:36:flags=neighbor"), QStringLiteral("-vsync"),
+                            QStringLiteral("passthrough"), QStringLiteral("-f"),
+                            QStringLiteral("rawvideo"), QStringLiteral("-pix_fmt"),
+                            QStringLiteral("gray"), QStringLiteral("shown.raw")},
+                           out.path());
+        const QByteArray shown = readFile(out.filePath(QStringLiteral("shown.raw")));
+        QCOMPARE(shown.size(), 150 * 64 * 36);
+        QCOMPARE(shown.left(50 * 64 * 36), shown.right(50 * 64 * 36));
+        QVERIFY(shown.left(50 * 64 * 36) != shown.mid(50 * 64 * 36, 50 * 64 * 36));
+    }
 }
 
 void tst_MediaWriter::refusesSoundOfAnotherFormat()
