@@ -280,6 +280,8 @@ bool MediaWriter::join(int run)
         const qint64 end = std::max(track->outputs[0].endUs, track->outputs[1].endUs);
         const qint64 place = m_run.shiftUs + positionOf(begin);
         track->offsetUs = (run == m_run.number ? std::max(place, end) : end) - first;
+        for (Output &output : track->outputs)
+            output.offsetUs = track->offsetUs;
         track->run = run;
     }
     return std::all_of(joining.begin(), joining.end(),
@@ -378,9 +380,21 @@ bool MediaWriter::store(Track &track, MediaPacket &&packet)
     const std::optional<qint64> begin = beginOf(packet);
     if (begin) {
         const qint64 duration = usOf(std::max<int64_t>(0, packet.packet->duration), packet.unit);
-        output.endUs = std::max(output.endUs, *begin + track.offsetUs + duration);
+        followJump(track, output, *begin);
+        output.endUs = std::max(output.endUs, *begin + output.offsetUs + duration);
     }
-    return m_file.write(output.stream, std::move(packet), track.offsetUs) || fail(m_file.error());
+    return m_file.write(output.stream, std::move(packet), output.offsetUs) || fail(m_file.error());
+}
+
+/// Goes on where the clock jumps back though no discontinuity is told. Each stream of the track
+/// does when its own packets do, by the same step.
+void MediaWriter::followJump(Track &track, Output &output, qint64 beginUs)
+{
+    if (beginUs + output.offsetUs >= output.endUs - toleranceUs)
+        return;
+    if (output.offsetUs == track.offsetUs || !isNear(beginUs + track.offsetUs, output.endUs))
+        track.offsetUs = std::max(track.outputs[0].endUs, track.outputs[1].endUs) - beginUs;
+    output.offsetUs = track.offsetUs;
 }
 
 /// Whether the packet plays in the stream as it was begun. A file has one description of a stream:

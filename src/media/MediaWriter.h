@@ -79,8 +79,8 @@ private:
         libav::Format begun; ///< as the file describes the stream
         /// Parameter sets that each key frame needs before it, since the description is of others.
         QByteArray parameterSets;
+        qint64 offsetUs = 0; ///< from the packets' times to the file's
         qint64 endUs = 0; ///< where what has been written ends
-        bool isWritten = false;
     };
 
     struct Track
@@ -90,7 +90,7 @@ private:
         std::deque<Waiting> waiting; ///< by run
         int entered = -1; ///< the run of the last segment
         int run = -1; ///< that is being written
-        qint64 offsetUs = 0; ///< from the packets' times to the file's
+        qint64 offsetUs = 0; ///< what its outputs have, but where one of them is late for it
         qint64 reachedUs = -1; ///< where the last segment taken begins, as the manifest says
         bool hasEnded = false;
         bool takesSound = true;
@@ -117,6 +117,7 @@ private:
     [[nodiscard]] bool beginFile(const std::vector<Track *> &joining);
     [[nodiscard]] bool writeWaiting(Track &track);
     [[nodiscard]] bool store(Track &track, MediaPacket &&packet);
+    static void followJump(Track &track, Output &output, qint64 beginUs);
     [[nodiscard]] bool canGoOnWith(Output &output, const MediaPacket &packet);
     [[nodiscard]] static bool takeOverSets(Output &output, const MediaPacket &packet);
     [[nodiscard]] bool fail(const QString &error);

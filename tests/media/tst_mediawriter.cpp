@@ -99,6 +99,7 @@ private slots:
     void readsTablesOnceInARun();
     void alignsClocksThatHaveNothingInCommon();
     void goesOnBehindADiscontinuity();
+    void goesOnWhereTheClockJumpsBack();
     void followsTheClockWhereItWraps();
     void takesPackedSound();
     void leavesAGapForWhatIsMissing();
@@ -244,6 +245,28 @@ void tst_MediaWriter::goesOnBehindADiscontinuity()
     const QList<QByteArray> sounds = MediaFiles::packets(source, "a:0");
     QCOMPARE(MediaFiles::packets(file.path(), "a:0"), sounds + sounds + sounds);
     QCOMPARE(MediaFiles::frames(file.path(), "v:0").size(), 3 * seconds * 25);
+}
+
+/// A server that begins again does not always say so.
+void tst_MediaWriter::goesOnWhereTheClockJumpsBack()
+{
+    QTemporaryDir made;
+    MediaFiles::ffmpeg(
+        QStringList{QStringLiteral("-i"), m_folder.filePath(QStringLiteral("source.mp4"))}
+            + words("-c copy -output_ts_offset 100 -f hls -hls_time 2 "
+                    "-hls_list_size 0 -hls_segment_filename t%d.ts t.m3u8"),
+        made.path());
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    for (int n = 0; n < 4; ++n)
+        QVERIFY(file.take(0, readFile(made.filePath(QStringLiteral("t%1.ts").arg(n))), n * 2));
+    for (int n = 0; n < 4; ++n)
+        QVERIFY(file.take(0, bytes(QStringLiteral("t%1.ts").arg(n)), 8 + n * 2));
+    QVERIFY(file.finish());
+    checkTimes(file.path(), 2 * seconds, 0.1);
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    const QList<QByteArray> sounds = MediaFiles::packets(source, "a:0");
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), sounds + sounds);
 }
 
 void tst_MediaWriter::followsTheClockWhereItWraps()
