@@ -313,6 +313,7 @@ bool DashPresentation::extendBy(DashSource *track, int period, int choice)
     if (index != m_indexes.end() && index->second)
         part.index = &*index->second;
     part.isFinal = !m_manifest.isDynamic;
+    part.isLast = !m_manifest.isDynamic && period + 1 == m_manifest.periods.size();
     if (m_manifest.isDynamic) {
         part.untilUs = nowUs();
         if (m_manifest.windowUs >= 0)

@@ -216,7 +216,27 @@ bool DashSource::addEven(const Part &part)
     m_hasBegun = true;
     m_nextNumber = end;
     m_nextTime = span.time + span.count * span.duration;
-    return true;
+    return !part.isLast || !span.isLastDoubtful || addRest(part);
+}
+
+/// Sound is cut elsewhere than the picture by which the duration goes: where the segments fill
+/// that, the rest is in one more.
+bool DashSource::addRest(const Part &part)
+{
+    const Addressing &addressing = part.representation->addressing;
+    const double left = static_cast<double>(m_nextNumber * addressing.duration)
+        - unitsOf(part.period->durationUs, addressing);
+    const bool isFilled = left < static_cast<double>(addressing.duration) / 20;
+    if (part.representation->rendition.kind != Rendition::Kind::Sound || !isFilled)
+        return true;
+    Span rest;
+    rest.number = addressing.startNumber + m_nextNumber;
+    rest.time = m_nextTime;
+    rest.duration = addressing.duration;
+    rest.isLastDoubtful = true;
+    rest.isBeyondEnd = true;
+    rest.context = m_context;
+    return add(rest);
 }
 
 bool DashSource::addList(const Part &part)
@@ -344,6 +364,7 @@ void DashSource::describe(TrackSegment &segment, const Span &span, qint64 offset
     const qint64 time = span.time + offset * span.duration;
     segment.role = span.role;
     segment.isHole = span.isHole;
+    segment.isBeyondEnd = span.isBeyondEnd;
     segment.run = context.run;
     segment.startUs = std::max<qint64>(0, context.periodStartUs + usInPeriod(time, clock));
     if (span.duration > 0)

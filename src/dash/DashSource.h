@@ -24,6 +24,7 @@ public:
         const DashManifest::Period *period = nullptr;
         const DashManifest::Representation *representation = nullptr;
         const SegmentIndex *index = nullptr; ///< of an indexed one; null when it is of no use
+        bool isLast = false; ///< whether no period can follow
         bool isFinal = true; ///< whether the period's end is known as far as it ever will be
         /// Which part of the period is there to be fetched, on the presentation's clock.
         qint64 fromUs = 0;
@@ -66,6 +67,7 @@ private:
         TrackSegment::Role role = TrackSegment::Role::Media;
         bool isHole = false;
         bool isLastDoubtful = false; ///< there may be one less
+        bool isBeyondEnd = false;
         std::shared_ptr<const Context> context;
     };
 
@@ -73,6 +75,7 @@ private:
     [[nodiscard]] bool add(Span span);
     [[nodiscard]] bool addTimeline(const Part &part);
     [[nodiscard]] bool addEven(const Part &part);
+    [[nodiscard]] bool addRest(const Part &part);
     [[nodiscard]] bool addList(const Part &part);
     [[nodiscard]] bool addIndexed();
     [[nodiscard]] bool addHole(qint64 time, qint64 duration);

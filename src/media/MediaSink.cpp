@@ -18,6 +18,8 @@ void MediaSink::reset()
 {
     m_isFinished = false;
     m_isWhole = false;
+    m_mediaBytes.assign(static_cast<std::size_t>(m_tracks.size()), 0);
+    m_mediaSegments = m_mediaBytes;
     m_writer = std::make_unique<MediaWriter>(
         m_tracks, [this](MediaFile::Container container) { return openFor(container); });
 }
@@ -37,10 +39,26 @@ std::optional<MediaFile::Output> MediaSink::openFor(MediaFile::Container contain
 bool MediaSink::writeSegment(qint64 number, QByteArray &content)
 {
     const MergedSource::Place place = m_source.place(number);
-    const bool isNoSegment = content.isEmpty() && place.segment.segment.mayBeAbsent;
-    if (!isNoSegment && !m_writer->take(place.track, place.segment, content))
+    if (!isNoSegment(place.track, place.segment, content)
+        && !m_writer->take(place.track, place.segment, content))
         return false;
     return !place.isLast || m_writer->endTrack(place.track);
+}
+
+/// Whether the segment need not be there, and is not, or is none of the presentation.
+bool MediaSink::isNoSegment(int track, const TrackSegment &segment, const QByteArray &content)
+{
+    if (content.isEmpty())
+        return segment.segment.mayBeAbsent;
+    if (segment.role != TrackSegment::Role::Media)
+        return false;
+    const auto at = static_cast<std::size_t>(track);
+    if (segment.isBeyondEnd
+        && content.size() > m_mediaBytes.at(at) / 2 / qMax<qint64>(1, m_mediaSegments.at(at)))
+        return true;
+    m_mediaBytes.at(at) += content.size();
+    ++m_mediaSegments.at(at);
+    return false;
 }
 
 QString MediaSink::errorText() const

@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <memory>
+#include <vector>
 
 class MergedSource;
 
@@ -46,11 +47,15 @@ private:
     [[nodiscard]] QString errorText() const override;
     std::optional<MediaFile::Output> openFor(MediaFile::Container container);
     [[nodiscard]] bool finishFile();
+    [[nodiscard]] bool isNoSegment(int track, const TrackSegment &segment,
+                                   const QByteArray &content);
 
     const MergedSource &m_source;
     const QVector<Rendition> m_tracks;
     const Target m_target;
     QString m_extension;
+    std::vector<qint64> m_mediaBytes; // written of each track
+    std::vector<qint64> m_mediaSegments; // likewise
     std::unique_ptr<MediaWriter> m_writer;
     bool m_isFinished = false;
     bool m_isWhole = false; // once it is finished

@@ -26,6 +26,10 @@ struct TrackSegment
     /// Told to be missing (EXT-X-GAP): it counts as a segment, but nothing is asked for.
     bool isHole = false;
 
+    /// Lies behind the end that the manifest tells: the rest of a track that is a little longer
+    /// than that, if it is much shorter than the other segments; else it is left out.
+    bool isBeyondEnd = false;
+
     /// Counts up where timestamps may begin anew: with every discontinuity, with every period. The
     /// tracks of a presentation count alike.
     int run = 0;
