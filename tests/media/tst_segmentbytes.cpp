@@ -1,4 +1,5 @@
 #include "AdtsHeader.h"
+#include "ParameterSets.h"
 #include "SegmentBytes.h"
 #include "TestMain.h"
 
@@ -40,6 +41,8 @@ private slots:
     void survivesCutTags();
     void readsAdtsHeaders();
     void survivesAnyAdtsHeader();
+    void readsParameterSets();
+    void survivesAnyRecord();
 };
 
 void tst_SegmentBytes::tellsKinds_data()
@@ -143,6 +146,69 @@ void tst_SegmentBytes::survivesAnyAdtsHeader()
                 reinterpret_cast<const uint8_t *>(changed.constData()), changed.size());
             if (header)
                 QVERIFY(header->frameBytes > header->headerBytes && header->sampleRate > 0);
+        }
+    }
+}
+
+namespace {
+
+// version, profile, constraints, level, lengths of 4 bytes; one sequence of 3 bytes, one picture's
+// of 2
+const QByteArray avcRecord = hex("014d400cff"
+                                 "e1"
+                                 "0003"
+                                 "67aabb"
+                                 "01"
+                                 "0002"
+                                 "68cc");
+
+/// 21 bytes of no concern, lengths of 4 bytes; two arrays, of one unit each
+QByteArray hevcRecord()
+{
+    return hex("01") + QByteArray(20, '\0')
+        + hex("03"
+              "02"
+              "20"
+              "0001"
+              "0002"
+              "4001"
+              "21"
+              "0001"
+              "0003"
+              "420101");
+}
+
+} // namespace
+
+void tst_SegmentBytes::readsParameterSets()
+{
+    using Codec = ParameterSets::Codec;
+    QCOMPARE(ParameterSets::lengthBytes(avcRecord, Codec::H264), 4);
+    QCOMPARE(*ParameterSets::units(avcRecord, Codec::H264, 4), hex("0000000367aabb0000000268cc"));
+    QVERIFY(!ParameterSets::units(avcRecord, Codec::H264, 2)); // the packets have others
+    QVERIFY(!ParameterSets::units(hex("0000000167aabb"), Codec::H264, 4)); // no record
+    QCOMPARE(*ParameterSets::units(hevcRecord(), Codec::Hevc, 4),
+             hex("00000002400100000003420101"));
+    QByteArray two = avcRecord;
+    two[4] = char(0xFD); // lengths of 2 bytes
+    QCOMPARE(*ParameterSets::units(two, Codec::H264, 2), hex("000367aabb000268cc"));
+}
+
+void tst_SegmentBytes::survivesAnyRecord()
+{
+    using Codec = ParameterSets::Codec;
+    for (const bool isAvc : {true, false}) {
+        const QByteArray whole = isAvc ? avcRecord : hevcRecord();
+        const Codec codec = isAvc ? Codec::H264 : Codec::Hevc;
+        for (int size = 0; size < whole.size(); ++size)
+            QVERIFY(!ParameterSets::units(whole.left(size), codec, 4));
+        for (int position = 0; position < whole.size(); ++position) {
+            for (int value = 0; value < 256; ++value) {
+                QByteArray changed = whole;
+                changed[position] = char(value);
+                for (int lengthBytes = 0; lengthBytes <= 4; ++lengthBytes)
+                    (void)ParameterSets::units(changed, codec, lengthBytes);
+            }
         }
     }
 }
