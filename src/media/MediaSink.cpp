@@ -77,6 +77,8 @@ bool MediaSink::finishFile()
 
 void MediaSink::beforeClose()
 {
+    if (m_isFinished || !m_writer->hasContent())
+        return;
     if (!finishFile())
         qWarning("%s ends early: %s", qUtf8Printable(path()), qUtf8Printable(m_writer->error()));
 }

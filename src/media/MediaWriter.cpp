@@ -126,6 +126,12 @@ qint64 MediaWriter::damagedPackets() const
     return count;
 }
 
+bool MediaWriter::hasContent() const
+{
+    return std::any_of(m_tracks.cbegin(), m_tracks.cend(),
+                       [](const Track &track) { return track.entered >= 0; });
+}
+
 bool MediaWriter::take(int index, const TrackSegment &segment, const QByteArray &content)
 {
     Track &track = m_tracks.at(static_cast<std::size_t>(index));

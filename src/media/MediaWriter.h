@@ -50,6 +50,9 @@ public:
 
     [[nodiscard]] QString error() const { return m_error; }
 
+    /// Whether anything has come that the file could be made of.
+    [[nodiscard]] bool hasContent() const;
+
     /// Whether the file has been begun.
     [[nodiscard]] bool isBegun() const { return m_file.isBegun(); }
 

@@ -27,7 +27,7 @@ void SegmentSink::end()
     m_waiting.clear();
     m_heldBytes = 0;
     m_spares.clear();
-    if (m_file.isOpen())
+    if (m_file.isOpen() || opensLate())
         beforeClose();
     m_file.close();
     m_goOn = nullptr;

@@ -88,7 +88,8 @@ protected:
     [[nodiscard]] virtual bool opensLate() const { return false; }
     [[nodiscard]] bool openFile(); ///< returns false when that cannot be
 
-    /// Called before a file that has been opened is closed, however the stream ends.
+    /// Called before a file that has been opened, or would have been yet, is closed, however the
+    /// stream ends.
     virtual void beforeClose() { }
 
     /// Why the last thing that failed did.

@@ -92,6 +92,7 @@ private slots:
     void asksForNothingThatIsThere();
     void followsALivePresentation();
     void finishesTheFileWhenItIsStopped();
+    void makesAFileOfTheLittleThatCame();
     void saysWhyItCannot_data();
     void saysWhyItCannot();
     void opensNoFileOfThisMachine();
@@ -456,6 +457,23 @@ void tst_DashTransfer::finishesTheFileWhenItIsStopped()
     QCOMPARE(
         MediaFiles::packets(run.transfer->path(), "v:0"),
         MediaFiles::packets(m_folder.filePath(QStringLiteral("source.mp4")), "v:0").mid(0, 100));
+    QCOMPARE(MediaFiles::complaints(run.transfer->path()), QByteArray());
+}
+
+/// The file waits for the beginning of the sound, which does not come before the stop.
+void tst_DashTransfer::makesAFileOfTheLittleThatCame()
+{
+    ScriptedServer server;
+    serve(server, m_folder.filePath(QStringLiteral("timeline")));
+    server.hold("/chunk-stream1-00001.m4s");
+    Run run(server.address("/m.mpd"));
+    QSignalSpy progressed(run.transfer.get(), &Transfer::progressed);
+    run.transfer->start();
+    QTRY_VERIFY_WITH_TIMEOUT(
+        !progressed.isEmpty() && progressed.constLast().constFirst().toLongLong() >= 3, patienceMs);
+    run.transfer->cancel();
+    QCOMPARE(run.wait(), Transfer::Outcome::Canceled);
+    QCOMPARE(MediaFiles::packets(run.transfer->path(), "v:0").size(), 50);
     QCOMPARE(MediaFiles::complaints(run.transfer->path()), QByteArray());
 }
 
