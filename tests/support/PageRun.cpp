@@ -47,7 +47,9 @@ HttpReply mediaReply(const QByteArray &body, const QByteArray &contentType)
 
 bool isFromDownloader(const HttpRequest &request)
 {
-    return request.header("User-Agent") == "Mozilla/5.0";
+    const QByteArray name = request.header("User-Agent");
+    // With an engine of today the downloader takes its name, and asks for no kind of content.
+    return name == "Mozilla/5.0" || (name.contains("X11; Linux") && !request.hasHeader("Accept"));
 }
 
 QString servePage(ScriptedServer &server, const QByteArray &video,

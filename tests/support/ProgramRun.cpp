@@ -101,13 +101,26 @@ void ProgramRun::forgetPlugins()
     m_knowsPlugins = false;
 }
 
+namespace {
+
+/// The arguments with the engine that the test is run over.
+QStringList overEngine(const QStringList &arguments)
+{
+    const QString engine = qEnvironmentVariable("CLIPWEIR_ENGINE");
+    if (engine.isEmpty() || !arguments.contains(QStringLiteral("--url")))
+        return arguments;
+    return arguments + QStringList{QStringLiteral("--engine"), engine};
+}
+
+} // namespace
+
 void ProgramRun::start(const QStringList &arguments)
 {
     takeRegistry();
     m_errorOutput.clear();
     m_pageAddress = arguments.value(arguments.indexOf(QStringLiteral("--url")) + 1);
     m_process.setProcessEnvironment(m_environment);
-    QStringList words = m_launcher + QStringList{program()} + arguments;
+    QStringList words = m_launcher + QStringList{program()} + overEngine(arguments);
     const QString program = words.takeFirst();
     m_process.start(program, words);
 }
@@ -121,7 +134,7 @@ void ProgramRun::startUnderHost(const QStringList &arguments)
                     QStringList{QStringLiteral("-c"),
                                 QStringLiteral("\"$@\" & echo $! >pid.new; mv pid.new pid; wait"),
                                 QStringLiteral("host"), program()}
-                        + arguments);
+                        + overEngine(arguments));
 }
 
 bool ProgramRun::waitForEnd(int timeoutMs)

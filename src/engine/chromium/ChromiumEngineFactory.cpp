@@ -34,7 +34,10 @@ const char *const switches[] = {
     "--disable-search-engine-choice-screen",
     "--disable-features=Translate,OptimizationHints,MediaRouter,InterestFeedContentSuggestions,"
     "CertificateTransparencyComponentUpdater,AutofillServerCommunication,DialMediaRouteProvider,"
-    "AsyncDns,NetworkTimeServiceQuerying,WebRtcHideLocalIpsWithMdns",
+    "AsyncDns,NetworkTimeServiceQuerying,WebRtcHideLocalIpsWithMdns,SpareRendererForSitePerProcess,"
+    "BackForwardCache,PaintHolding",
+    // A process less, which would not be confined any more than the one that it goes to.
+    "--enable-features=NetworkServiceInProcess2",
     // Nothing that cannot be seen on its way.
     "--disable-quic",
     "--force-webrtc-ip-handling-policy=disable_non_proxied_udp",
