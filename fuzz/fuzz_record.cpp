@@ -60,7 +60,7 @@ void checkJson(const ParseData &data)
         FUZZ_CHECK(isSame(again.playList.at(i), data.playList.at(i)));
 
     // On its way to the host it stays one line and the same document.
-    const QByteArray line = TextRenderer::lineOf(event::RecordMade{json}).toUtf8();
+    const QByteArray line = TextRenderer::lineOf(event::RecordMade{json})->toUtf8();
     FUZZ_CHECK(line.startsWith('"') && line.endsWith("\" "));
     FUZZ_CHECK(QJsonDocument::fromJson(line.mid(1, line.size() - 3)) == document);
     HostEvents::send(event::RecordMade{json});

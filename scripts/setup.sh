@@ -12,7 +12,7 @@ here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
 compiler='g++ cmake ninja-build pkg-config'
 toolkit='qtbase5-dev qtbase5-dev-tools libqt5webkit5-dev libqt5xmlpatterns5-dev'
 # With the list of public suffixes that the system keeps up to date.
-system='libpsl-dev publicsuffix libseccomp-dev zlib1g-dev'
+system='libpsl-dev publicsuffix libseccomp-dev libssl-dev zlib1g-dev'
 # What media is taken apart and put together with.
 media='libavcodec-dev libavformat-dev libavutil-dev'
 # Without these plug-ins the engine may not ask for a page's video at all, without a font it lays
@@ -22,7 +22,7 @@ engine="$engine fonts-dejavu-core ca-certificates"
 # The other engine, a program of its own.
 engine="$engine chromium-headless-shell"
 # What the tests and the demonstration serve, make, fetch and compare with.
-tools='nginx microsocks libnginx-mod-rtmp libnginx-mod-http-echo libbenchmark-dev ffmpeg rtmpdump curl openssl python3 procps'
+tools='nginx microsocks libnginx-mod-rtmp libnginx-mod-http-echo libbenchmark-dev ffmpeg rtmpdump curl openssl python3 python3-jsonschema procps'
 # Plug-ins that the program has to do well beside, too: they fetch by themselves what playlists name.
 tools="$tools gstreamer1.0-plugins-bad"
 # What checks the sources' format; another major version has another opinion.

@@ -3,6 +3,7 @@
 #include "CsvLog.h"
 #include "FilterVideo.h"
 #include "HostEvents.h"
+#include "RunLimits.h"
 #include "RunTimes.h"
 #include "ShareMemoryManager.h"
 #include "downloader.h"
@@ -58,7 +59,10 @@ void Browser::connectAll()
     connect(engine, &PageEngine::loaded, this, &Browser::loadFinished);
     connect(engine, &PageEngine::snapshot, this, &Browser::onSnapshot);
     m_engine->setCandidateCheck([this] { return !m_result.fileList.isEmpty(); });
-    connect(engine, &PageEngine::windowClosed, this, &Browser::requestClose);
+    connect(engine, &PageEngine::windowClosed, this, [this] {
+        m_life.verdict().decide(RunClass::Stopped);
+        requestClose();
+    });
     connect(engine, &PageEngine::lost, this, &Browser::onEngineLost);
     // Queued: whoever ends the run may stand deep inside the engine, which does not survive that
     // its page is closed there.
@@ -125,6 +129,7 @@ bool Browser::exitIfAsked()
 {
     if (!isExitAsked())
         return false;
+    m_life.verdict().decide(RunLimits::stopClass());
     if (!m_isClosing)
         endWith(event::Exiting{});
     return true;
@@ -153,6 +158,7 @@ void Browser::onEngineLost(const QString &reason)
     if (m_isClosing || !m_isAnalysing)
         return;
     qWarning("the page's engine is lost: %s", qUtf8Printable(reason));
+    m_life.verdict().noteEngineLost();
     later([this] {
         if (m_isAnalysing)
             onTerminateTimerTimeOut();
@@ -197,6 +203,8 @@ void Browser::setVideoUrl(const QString &strUrl, qint64 contentLength, const QSt
     if (m_isClosing)
         return;
     m_engine->saveCookies();
+    if (contentLength > 0 || !contentType.isEmpty()) // else all that it tells is a failure
+        m_life.verdict().notePageSeen();
     if (exitIfAsked() || !m_isAnalysing)
         return;
     if (contentType == QLatin1String("video/f4m")) {
@@ -239,8 +247,10 @@ void Browser::startHulu(const QString &url)
     });
 }
 
-void Browser::loadFinished(bool)
+void Browser::loadFinished(bool isOk)
 {
+    if (isOk)
+        m_life.verdict().notePageSeen();
     if (m_isClosing || exitIfAsked() || m_isLoadedOnce || !m_isAnalysing)
         return;
     m_isLoadedOnce = true;
@@ -315,6 +325,7 @@ bool Browser::mayBetterCome() const
 void Browser::stopAnalysis()
 {
     m_result.endTime = QDateTime::currentDateTime();
+    m_life.verdict().noteSearchEnded();
     m_life.show();
     m_clock.stop();
     m_engine->stop();
@@ -332,6 +343,7 @@ void Browser::onTerminateTimerTimeOut()
     if (m_site.isItsPage() && m_site.isAsked())
         return;
     if (m_result.fileList.isEmpty()) {
+        m_life.verdict().noteNothingFound();
         endWith(event::ParsingFailed{});
         return;
     }
@@ -355,14 +367,17 @@ void Browser::download()
     m_life.note(RunGuard::RecordSent);
     const QString thumbUrl = m_result.getThumbUrl();
     if (m_options.wantsThumb && !thumbUrl.isEmpty()) {
-        HostEvents::send(event::DownloadBegun{event::What::Thumb});
+        HostEvents::send(
+            event::DownloadBegun{event::What::Thumb, thumbUrl, m_options.paths.thumb()});
         m_transfers.startThumb(thumbUrl);
     }
     if (m_isClosing)
         return;
-    HostEvents::send(event::DownloadBegun{event::What::Video});
     const VideoFile file = m_result.fileList.at(m_result.selectedVideo);
-    m_transfers.startFile(file.address(), m_result.getVideoFullPath(m_options), file.nSize);
+    const QString path = m_result.getVideoFullPath(m_options);
+    HostEvents::send(event::DownloadBegun{event::What::Video, file.address(), path});
+    m_life.verdict().noteVideoBegun(path);
+    m_transfers.startFile(file.address(), path, file.nSize);
 }
 
 void Browser::getDownloadState(int, int downType, int state)
@@ -377,6 +392,8 @@ void Browser::getDownloadState(int, int downType, int state)
 
 void Browser::reportVideoResult(int state)
 {
+    m_life.verdict().noteVideoEnded(static_cast<Transfer::Outcome>(state),
+                                    m_transfers.videoReport());
     m_parts.add(state);
     setDownloadCount();
 }
@@ -399,6 +416,7 @@ int Browser::DownloadF4f(const QString &f4mUrl)
 {
     m_life.note(RunGuard::DownloadBegun);
     m_life.note(RunGuard::RecordSent);
+    m_life.verdict().noteVideoBegun(m_options.paths.video());
     m_transfers.startStream(f4mUrl);
     return m_transfers.isStreaming() ? 1 : 0;
 }
@@ -419,6 +437,7 @@ void Browser::onF4fCheckExit(bool bActive)
 void Browser::DownloadHulu(const QString &url)
 {
     SelectionSite::ask(url, m_options);
+    m_life.verdict().noteNothingFound();
     if (!m_isClosing)
         endWith(event::ParsingFailed{});
 }

@@ -49,6 +49,12 @@ public:
     /// Ends the run now, unless it has ended.
     void endRun();
 
+    /// What became of a run that has ended.
+    [[nodiscard]] event::RunEnded verdict() const
+    {
+        return m_life.verdict().ended(m_result, RunClass::Stopped);
+    }
+
     /// Whether an answer makes its address a candidate.
     [[nodiscard]] bool analyseUrl(const QString &url, qint64 size, const QString &contentType) const
     {

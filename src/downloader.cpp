@@ -54,7 +54,10 @@ void Downloader::downloadVideo(const QString &url, const QString &filePath, qint
                                int rangeNo, int)
 {
     m_videoPath = filePath;
+    m_totalSize = totalSize;
+    m_class.reset();
     if (!isHttp(url)) {
+        m_class = RunClass::Unsupported;
         emit finished(rangeNo, m_downloadType, Failed);
         return;
     }
@@ -63,10 +66,12 @@ void Downloader::downloadVideo(const QString &url, const QString &filePath, qint
     const RunOptions chosen = options();
     const qint64 downloaded = chosen.expectedBytes > 0 ? getDownloadedFileSize() : 0;
     reportProgress(downloaded, totalSize);
-    if (downloaded == totalSize && totalSize > 0)
+    if (downloaded == totalSize && totalSize > 0) {
+        m_class = RunClass::Complete;
         emit finished(rangeNo, Video, Succeeded);
-    else
+    } else {
         startVideo(url, downloaded, rangeNo, chosen.resumes);
+    }
 }
 
 void Downloader::startVideo(const QString &url, qint64 start, int rangeNo, bool resumes)
@@ -106,6 +111,18 @@ void Downloader::downloadThumb(const QString &url)
     connect(&m_downloader, &HttpDownloader::downFinished, this, &Downloader::downloadThumbSuccess);
     connect(&m_downloader, &HttpDownloader::downerror, this, &Downloader::downloadThumbError);
     m_isThumbOpen = m_downloader.download();
+}
+
+TransferReport Downloader::report() const
+{
+    TransferReport report = m_downloader.report();
+    if (m_class)
+        report = {*m_class, QByteArray()};
+    // Some answers seem to be in order and are not: a body without a length may be cut anywhere.
+    if (report.runClass == RunClass::Complete && m_downloadType == Video
+        && QFileInfo(m_videoPath).size() < m_totalSize)
+        report.runClass = RunClass::Incomplete;
+    return report;
 }
 
 qint64 Downloader::getUrlFileSize(const QString &url)

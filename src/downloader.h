@@ -38,6 +38,9 @@ public:
     /// Starts or skips the thumbnail. finished() may come from inside this call.
     void downloadThumb(const QString &url);
 
+    /// What became of the last transfer. From finished() on.
+    [[nodiscard]] TransferReport report() const;
+
     /// The size in bytes that the server declares for an http or https address; 0 when unknown.
     /// Waits in a nested event loop.
     [[nodiscard]] qint64 getUrlFileSize(const QString &url);
@@ -74,6 +77,8 @@ private:
 
     const std::optional<RunOptions> m_options; ///< none for those of the command line
     int m_downloadType = NoDownload;
+    qint64 m_totalSize = 0; ///< of the video; 0 when unknown
+    std::optional<RunClass> m_class; ///< of what never reached a server
     HttpDownloader m_downloader;
     QString m_videoPath;
     QString m_thumbPath;

@@ -107,8 +107,11 @@ bool HttpDownloader::download()
     m_isOverwriting = false;
     m_isCancelled = false;
     m_current = options();
+    m_report = {};
+    m_hash.reset();
 
     if (isFileMode() && !openFile()) {
+        m_report.runClass = m_file.isTaken() ? RunClass::Busy : RunClass::Disk;
         emit downerror(m_rangeNo);
         return false;
     }
@@ -141,8 +144,10 @@ bool HttpDownloader::isFileMode() const
 
 bool HttpDownloader::openFile()
 {
-    if (m_file.open(m_filePath, m_append ? OutputFile::Mode::Append : OutputFile::Mode::Replace))
+    if (m_file.open(m_filePath, m_append ? OutputFile::Mode::Append : OutputFile::Mode::Replace)) {
+        m_sizeBefore = m_file.size();
         return true;
+    }
     qWarning("%s cannot be written: %s", qUtf8Printable(m_filePath),
              qUtf8Printable(m_file.errorString()));
     return false;
@@ -227,7 +232,11 @@ void HttpDownloader::saveReadable()
 {
     if (!m_file.isOpen() || m_hasWriteFailed)
         return;
-    const auto write = [this](const char *data, qint64 bytes) { return m_file.write(data, bytes); };
+    const auto write = [this](const char *data, qint64 bytes) {
+        if (m_current.tellsEvents)
+            m_hash.add(data, bytes);
+        return m_file.write(data, bytes);
+    };
     if (!m_client.readTo(write)) {
         m_hasWriteFailed = true;
         m_client.abort(); // ends in httpFinished()
@@ -264,6 +273,7 @@ void HttpDownloader::httpFinished()
 void HttpDownloader::finishFile()
 {
     if (!m_file.isOpen()) {
+        m_report.runClass = RunClass::Disk;
         emit downerror(m_rangeNo);
         return;
     }
@@ -278,10 +288,32 @@ void HttpDownloader::finishFile()
         isSaved = m_file.resize(fileSize);
     m_file.close();
     // Somebody may have removed or replaced the file while it was being written.
-    if (isSaved && OutputFile::isInPlace(m_filePath, fileSize))
+    const bool isInPlace = isSaved && OutputFile::isInPlace(m_filePath, fileSize);
+    m_report.runClass = isSaved && !isInPlace ? RunClass::Disk : judge(isSaved, fileSize);
+    if (m_report.runClass == RunClass::Complete && m_hash.bytes() == fileSize)
+        m_report.sha256 = m_hash.sum();
+    if (isInPlace)
         emit downFinished(m_rangeNo);
     else
         emit downerror(m_rangeNo);
+}
+
+RunClass HttpDownloader::judge(bool isSaved, qint64 fileSize) const
+{
+    // Without a range what is there already is the beginning of something else.
+    const bool isGlued = m_rangeStart == 0 && m_sizeBefore > 0 && !m_isOverwriting;
+    const bool isShortOfAll = m_current.expectedBytes > 0 && fileSize != m_current.expectedBytes;
+    if (isSaved)
+        return isGlued || isShortOfAll ? RunClass::Incomplete : RunClass::Complete;
+    if (m_hasWriteFailed)
+        return RunClass::Disk;
+    if (m_isCancelled)
+        return RunClass::Stopped;
+    if (m_client.status() >= 300 || !answersWantedRange())
+        return RunClass::Refused;
+    const bool isCut = m_client.receivedBytes() < m_client.declaredLength();
+    return isCut || m_client.error() != QNetworkReply::NoError ? RunClass::BrokenOff
+                                                               : RunClass::Incomplete;
 }
 
 void HttpDownloader::cancel()

@@ -4,10 +4,12 @@
 #include <QObject>
 #include <QUrl>
 
+#include "ContentHash.h"
 #include "CookieJar.h"
 #include "HttpClient.h"
 #include "OutputFile.h"
 #include "RunOptions.h"
+#include "TransferReport.h"
 
 #include <optional>
 
@@ -44,6 +46,9 @@ public:
 
     /// Ends the running request; what has arrived reaches the file. downerror() follows.
     void cancel();
+
+    /// What became of the file. From the end of its transfer on.
+    [[nodiscard]] TransferReport report() const { return m_report; }
 
     /// The body collected in memory.
     [[nodiscard]] QByteArray RawContent() const;
@@ -91,6 +96,7 @@ private:
     void saveReadable();
     void collectReadable();
     void finishFile();
+    [[nodiscard]] RunClass judge(bool isSaved, qint64 fileSize) const;
 
     const std::optional<RunOptions> m_options; ///< none for those of the command line
     QString m_filePath;
@@ -105,6 +111,9 @@ private:
     RunOptions m_current; ///< of the transfer under way
     int m_transferNo = 0; ///< tells whether a receiver has begun another transfer
     bool m_hasWriteFailed = false;
+    qint64 m_sizeBefore = 0; ///< of the file, before anything is written to it
+    ContentHash m_hash; ///< of what is written to a file that is begun, for events
+    TransferReport m_report;
     bool m_isOverwriting = false; // the file from its beginning, instead of adding to it
     bool m_isCancelled = false; ///< the end's own progress is not told
     CookieJar m_cookieJar;

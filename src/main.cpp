@@ -1,3 +1,4 @@
+#include "EventStream.h"
 #include "HostEvents.h"
 #include "MessageLog.h"
 #include "ShareMemoryManager.h"
@@ -59,6 +60,7 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "clipweir cannot be started: %s\n", ::dlerror());
         return EXIT_FAILURE;
     }
+    EventStream::openIfWanted(argc, argv);
     MessageLog::install();
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     if (argc >= 2)

@@ -112,6 +112,8 @@ void CAdobeOutputFile::warnOfLosses() const
 {
     if (m_losses.isNone())
         return;
+    HostEvents::send(event::PartsMissing{
+        qMax(1, m_losses.missing + m_losses.unusable + m_losses.cut), m_losses.given});
     qWarning("%s is not complete: of %d fragments %d never came, %d hold no sound or picture that "
              "can be used and %d are cut short; %lld tags are left out",
              qUtf8Printable(FilePath()), m_losses.given, m_losses.missing, m_losses.unusable,

@@ -31,6 +31,17 @@ HdsTransfer::HdsTransfer(const Wish &wish, QObject *parent)
             [this](int result) { emit ended(static_cast<Outcome>(result)); });
 }
 
+TransferReport HdsTransfer::report(Outcome outcome) const
+{
+    TransferReport report = Transfer::report(outcome);
+    const CAdobeOutputFile &output = m_session->output;
+    if (output.failure())
+        report.runClass = *output.failure();
+    else if (!output.GetLosses().isNone())
+        report.runClass = RunClass::Incomplete;
+    return report;
+}
+
 void HdsTransfer::start()
 {
     if (m_isStarted)

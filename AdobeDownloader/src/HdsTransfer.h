@@ -31,6 +31,7 @@ public:
     /// Tells the host what is wanted, and reads the manifest in nested event loops.
     void start() override;
     void cancel() override;
+    [[nodiscard]] TransferReport report(Outcome outcome) const override;
 
 private:
     void setOptions();

@@ -1,7 +1,10 @@
 #ifndef HOSTEVENT_H
 #define HOSTEVENT_H
 
+#include "RunClass.h"
+
 #include <QByteArray>
+#include <QDateTime>
 #include <QString>
 #include <QStringList>
 
@@ -91,6 +94,8 @@ struct UsageLine
 struct DownloadBegun
 {
     What what = What::Video;
+    QString address{}; ///< of the stream, or of the file
+    QString path{}; ///< where it goes; empty when that is not known yet
 };
 
 /// How far a download is.
@@ -105,6 +110,34 @@ struct DownloadEnded
 {
     What what = What::Video;
     Outcome outcome = Outcome::Failed;
+};
+
+/// A transfer that was broken off is tried again after a pause.
+struct DownloadRetried
+{
+    int attempt = 0; ///< the number of the attempt that is to come, from 1
+    int most = 0; ///< attempts after the first one
+    qint64 pauseMs = 0;
+    RunClass cause = RunClass::BrokenOff;
+};
+
+/// A transfer goes on where one before it stopped.
+struct DownloadResumed
+{
+    qint64 fromByte = 0;
+};
+
+/// What an earlier transfer brought is of no use: it begins again.
+struct DownloadBegunAgain
+{
+    QString reason;
+};
+
+/// A stream is through, and parts of it are missing from the file.
+struct PartsMissing
+{
+    int missing = 0;
+    int total = 0;
 };
 
 /// All parts of a video that came in parts have ended, and are yet to be joined.
@@ -128,6 +161,25 @@ struct OutputFolder
 struct RtmpdumpStarted
 {
     QStringList arguments;
+};
+
+/// Something that a user may look up later, and no host needs to act on.
+struct Warning
+{
+    QString text;
+};
+
+/// What became of a run. Nothing follows it.
+struct RunEnded
+{
+    RunClass runClass = RunClass::NothingFound;
+    int exitCode = 0;
+    QString path{}; ///< of the video; empty when there is none
+    qint64 bytes = -1; ///< of the video on the disk; negative when there is none
+    QByteArray sha256{}; ///< of a video that has come whole; empty when there is none
+    QDateTime startedAt{};
+    QDateTime analysedAt{}; ///< invalid when the analysis did not end
+    QDateTime endedAt{};
 };
 
 // Streams of fragments.
@@ -218,15 +270,18 @@ struct FragmentsCounted
 
 } // namespace event
 
-using HostEvent = std::variant<
-    event::ParsingBegun, event::CandidateFound, event::RecordMade, event::ParsingFailed,
-    event::Exiting, event::ExitFlagSet, event::MemoryDetached, event::DisplayMissing,
-    event::EngineMissing, event::SavePathUnreadable, event::FlashVersion, event::UsageLine,
-    event::DownloadBegun, event::Progress, event::DownloadEnded, event::PartsEnded,
-    event::PartsFinished, event::OutputFolder, event::RtmpdumpStarted, event::StreamOptionSet,
-    event::StreamProxySet, event::PageAsked, event::PageRedirected, event::ManifestBegun,
-    event::ManifestMissing, event::XmlBroken, event::RenditionsFound, event::RenditionChosen,
-    event::RenditionMissing, event::BootstrapFailed, event::BootstrapMissing,
-    event::BootstrapBroken, event::StreamEmpty, event::FragmentsCounted>;
+using HostEvent =
+    std::variant<event::ParsingBegun, event::CandidateFound, event::RecordMade,
+                 event::ParsingFailed, event::Exiting, event::ExitFlagSet, event::MemoryDetached,
+                 event::DisplayMissing, event::EngineMissing, event::SavePathUnreadable,
+                 event::FlashVersion, event::UsageLine, event::DownloadBegun, event::Progress,
+                 event::DownloadEnded, event::PartsEnded, event::PartsFinished, event::OutputFolder,
+                 event::RtmpdumpStarted, event::StreamOptionSet, event::StreamProxySet,
+                 event::PageAsked, event::PageRedirected, event::ManifestBegun,
+                 event::ManifestMissing, event::XmlBroken, event::RenditionsFound,
+                 event::RenditionChosen, event::RenditionMissing, event::BootstrapFailed,
+                 event::BootstrapMissing, event::BootstrapBroken, event::StreamEmpty,
+                 event::FragmentsCounted, event::DownloadRetried, event::DownloadResumed,
+                 event::DownloadBegunAgain, event::PartsMissing, event::Warning, event::RunEnded>;
 
 #endif

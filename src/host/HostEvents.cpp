@@ -1,5 +1,6 @@
 #include "HostEvents.h"
 
+#include "EventStream.h"
 #include "HostLine.h"
 #include "TextRenderer.h"
 
@@ -16,18 +17,21 @@ bool isEnded = false; // guarded by endMutex
 bool mayFollowTheEnd(const HostEvent &event)
 {
     return std::holds_alternative<event::MemoryDetached>(event)
-        || std::holds_alternative<event::ParsingBegun>(event);
+        || std::holds_alternative<event::ParsingBegun>(event)
+        || std::holds_alternative<event::RunEnded>(event);
 }
 
 void sendUnlessEnded(const HostEvent &event, bool isLast)
 {
-    const QString line = currentRenderer.load()(event);
+    const std::optional<QString> line = currentRenderer.load()(event);
     const std::lock_guard locker(endMutex);
     if (isEnded && !mayFollowTheEnd(event))
         return;
     if (isLast || std::holds_alternative<event::ParsingBegun>(event))
         isEnded = isLast;
-    HostLine::sendPlain(line);
+    if (line)
+        HostLine::sendPlain(*line);
+    EventStream::write(event);
 }
 
 } // namespace

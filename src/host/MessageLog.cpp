@@ -1,6 +1,8 @@
 #include "MessageLog.h"
 
+#include "HostEvents.h"
 #include "HostLine.h"
+#include "HostPipe.h"
 #include "VideoPreference.h"
 #include "WebAddress.h"
 
@@ -18,34 +20,13 @@
 #include <cstdlib>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 namespace {
 
 std::atomic_bool isLogOpen{false};
-std::atomic_bool isLineUnderWay{false}; // to standard error
 
 QBasicMutex messageMutex; // one line at a time; static destructors may still write some
-
-/// Writes all of the bytes, in one call unless the system splits it.
-void writeAll(int fd, const QByteArray &bytes)
-{
-    const char *data = bytes.constData();
-    size_t left = static_cast<size_t>(bytes.size());
-    while (left > 0) {
-        const ssize_t written = ::write(fd, data, left);
-        if (written >= 0) {
-            data += written;
-            left -= static_cast<size_t>(written);
-        } else if (errno == EAGAIN) {
-            pollfd writable{fd, POLLOUT, 0};
-            ::poll(&writable, 1, -1);
-        } else if (errno != EINTR) {
-            return; // nobody reads the lines any more; the run goes on
-        }
-    }
-}
 
 QByteArray logTextOf(QtMsgType type, const QByteArray &message)
 {
@@ -119,9 +100,7 @@ void SimpleLoggingHandler(QtMsgType type, const char *text)
     const QString line = HostLine::onOneLine(QString::fromUtf8(text));
     QMutexLocker locker(&messageMutex);
     if (type == QtDebugMsg) {
-        isLineUnderWay = true;
-        writeAll(STDERR_FILENO, line.toUtf8() + '\n');
-        isLineUnderWay = false;
+        HostPipe::write(STDERR_FILENO, line.toUtf8() + '\n');
     }
     // The host needs the addresses as they are; the log keeps no passwords.
     const QByteArray logText = logTextOf(type, WebAddress::withoutCredentials(line).toUtf8());
@@ -130,6 +109,9 @@ void SimpleLoggingHandler(QtMsgType type, const char *text)
         std::abort();
     }
     appendToLog(logText);
+    locker.unlock();
+    if (type == QtWarningMsg || type == QtCriticalMsg)
+        HostEvents::send(event::Warning{WebAddress::withoutCredentials(line)});
     isWriting = false;
 }
 
@@ -164,5 +146,5 @@ void MessageLog::close()
 
 bool MessageLog::isHostWaitedFor()
 {
-    return isLineUnderWay;
+    return HostPipe::isWaitedFor();
 }

@@ -208,11 +208,20 @@ struct Lines
     {
         return composed(QStringLiteral("FragCount:%1").arg(event.count));
     }
+
+    // What has no line.
+    std::nullopt_t operator()(const event::DownloadRetried &) const { return std::nullopt; }
+    std::nullopt_t operator()(const event::DownloadResumed &) const { return std::nullopt; }
+    std::nullopt_t operator()(const event::DownloadBegunAgain &) const { return std::nullopt; }
+    std::nullopt_t operator()(const event::PartsMissing &) const { return std::nullopt; }
+    std::nullopt_t operator()(const event::Warning &) const { return std::nullopt; }
+    std::nullopt_t operator()(const event::RunEnded &) const { return std::nullopt; }
 };
 
 } // namespace
 
-QString TextRenderer::lineOf(const HostEvent &event)
+std::optional<QString> TextRenderer::lineOf(const HostEvent &event)
 {
-    return std::visit(Lines(), event);
+    return std::visit([](const auto &kind) -> std::optional<QString> { return Lines()(kind); },
+                      event);
 }

@@ -38,6 +38,11 @@ RunOptions RunOptions::ofCommandLine()
                              QStringLiteral("/usr/lib/chromium/chromium-headless-shell"));
     if (options.engine != CVideoPreference::Engine::Webkit)
         options.pageHeaders = std::make_shared<PageHeaders>(QUrl(options.pageUrl));
+    options.tellsEvents = preference->GetEvents();
+    options.isStrict = preference->GetStrict();
+    options.continues = preference->GetContinue();
+    options.retries = preference->GetRetries();
+    options.isEager = preference->GetEager();
     return options;
 }
 

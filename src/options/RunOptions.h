@@ -42,6 +42,11 @@ struct RunOptions
     /// all that are about the same page.
     std::shared_ptr<PageHeaders> pageHeaders;
     bool followsStreams = false; ///< those of HTTP Dynamic Streaming
+    bool tellsEvents = false; ///< on standard output, with the sum of the file
+    bool isStrict = false; ///< the exit code tells what became of the run, and half is no success
+    bool continues = false; ///< goes on with what an earlier run left of the same file
+    int retries = 0; ///< further attempts at a transfer that broke off
+    bool isEager = false; ///< the analysis ends as soon as the video is found
 
     /// The options of this process's command line. An application object must exist.
     [[nodiscard]] static RunOptions ofCommandLine();

@@ -214,6 +214,31 @@ CVideoPreference::Engine CVideoPreference::GetEngine() const
 #endif
 }
 
+bool CVideoPreference::GetEvents() const
+{
+    return GetOptionState(QStringLiteral("events"));
+}
+
+bool CVideoPreference::GetStrict() const
+{
+    return GetOptionState(QStringLiteral("strict"));
+}
+
+bool CVideoPreference::GetContinue() const
+{
+    return GetOptionState(QStringLiteral("continue"));
+}
+
+int CVideoPreference::GetRetries() const
+{
+    return qMax(0, GetOptionValue(QStringLiteral("retries"), 0));
+}
+
+bool CVideoPreference::GetEager() const
+{
+    return GetOptionState(QStringLiteral("eager"));
+}
+
 QString CVideoPreference::GetPageUrlMD5() const
 {
     const QByteArray digest =

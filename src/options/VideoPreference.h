@@ -64,6 +64,11 @@ public:
     [[nodiscard]] bool GetNoSandbox() const;
     [[nodiscard]] bool GetNoClick() const;
     [[nodiscard]] Engine GetEngine() const; ///< the default for an unknown one
+    [[nodiscard]] bool GetEvents() const; ///< events on standard output
+    [[nodiscard]] bool GetStrict() const; ///< the exit code tells what became of the run
+    [[nodiscard]] bool GetContinue() const; ///< goes on with what an earlier run left, if proven
+    [[nodiscard]] int GetRetries() const; ///< further attempts at a transfer that broke off
+    [[nodiscard]] bool GetEager() const; ///< the analysis ends as soon as the video is found
 
     /// The MD5 of the page address as 32 upper-case hexadecimal digits: the name of this page's
     /// files and of its stop flag.

@@ -5,6 +5,7 @@
 #include "HostEvents.h"
 #include "MessageLog.h"
 #include "ProcessMemory.h"
+#include "RunLimits.h"
 #include "RunTimes.h"
 #include "ShareMemoryManager.h"
 
@@ -12,6 +13,7 @@
 #include <QThread>
 
 #include <cstdlib>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -195,13 +197,19 @@ void RunGuard::endProcess(QMutexLocker &locker)
     m_state = State::ForcingEnd;
     const std::shared_ptr<const RunReport> report = m_report;
     const bool hasRow = has(RowWritten);
+    const bool isAsked = m_isEndAsked;
     locker.unlock();
 
     const bool hasCrashed = CrashSignals::received() != 0;
+    std::optional<event::RunEnded> ended;
+    if (report)
+        ended =
+            report->ended(isAsked && !hasCrashed ? RunLimits::stopClass() : RunClass::EngineLost);
+    const int exitCode = ended ? ended->exitCode : EXIT_SUCCESS;
     if (report && !hasRow)
         report->writeRow();
     if (!hasCrashed) // whose own patience bounds this
-        EndTimer::endWithin(lineGrace, EXIT_SUCCESS);
+        EndTimer::endWithin(lineGrace, exitCode);
     const bool hadBlock = ShareMemoryManager::GetInstance()->RemoveShareMemData();
     for (const HostEvent &event : events) {
         if (&event == &events.back())
@@ -211,7 +219,9 @@ void RunGuard::endProcess(QMutexLocker &locker)
     }
     if (hadBlock)
         HostEvents::send(event::MemoryDetached{});
+    if (ended)
+        HostEvents::send(*ended);
     if (hasCrashed)
         CrashSignals::endProcess();
-    std::_Exit(EXIT_SUCCESS);
+    std::_Exit(exitCode);
 }

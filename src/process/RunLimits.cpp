@@ -1,6 +1,7 @@
 #include "RunLimits.h"
 
 #include "EndTimer.h"
+#include "StopSignals.h"
 #include "VideoPreference.h"
 
 #include <atomic>
@@ -21,6 +22,12 @@ pid_t host = 0;
 std::atomic<std::chrono::seconds> deadline{0s}; // from the start; 0 for none
 std::atomic_bool endsWithHost{false};
 
+bool isDeadlineOver()
+{
+    const std::chrono::seconds limit = deadline;
+    return limit > 0s && Clock::now() - start >= limit;
+}
+
 } // namespace
 
 void RunLimits::noteStart()
@@ -37,14 +44,20 @@ void RunLimits::install()
     if (deadline.load() > 0s) {
         const auto left = start + deadline.load() + lastGrace - Clock::now();
         EndTimer::endWithin(std::chrono::duration_cast<std::chrono::milliseconds>(left),
-                            EXIT_SUCCESS, EndTimer::AtTheEnd::WaitOnce);
+                            preference->GetStrict() ? RunClasses::exitCodeOf(RunClass::Deadline)
+                                                    : EXIT_SUCCESS,
+                            EndTimer::AtTheEnd::WaitOnce);
     }
+}
+
+RunClass RunLimits::stopClass()
+{
+    return isDeadlineOver() && !StopSignals::areReceived() ? RunClass::Deadline : RunClass::Stopped;
 }
 
 bool RunLimits::areReached()
 {
-    const std::chrono::seconds limit = deadline;
-    if (limit > 0s && Clock::now() - start >= limit)
+    if (isDeadlineOver())
         return true;
     // A process whose parent dies gets another one at once, whichever the system chooses. That
     // also holds for a parent with threads, of which the one that started this may end.

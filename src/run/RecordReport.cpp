@@ -2,9 +2,11 @@
 
 #include "CsvLog.h"
 
-RecordReport::RecordReport(const ParseData &record, const RunOptions &options)
+RecordReport::RecordReport(const ParseData &record, const RunOptions &options,
+                           const RunVerdict &verdict)
     : m_record(record)
     , m_options(options)
+    , m_verdict(verdict)
 {
 }
 
@@ -16,6 +18,11 @@ bool RecordReport::hasCandidates() const
 QByteArray RecordReport::record() const
 {
     return m_record.toJson();
+}
+
+event::RunEnded RecordReport::ended(RunClass otherwise) const
+{
+    return m_verdict.ended(m_record, otherwise);
 }
 
 void RecordReport::writeRow() const

@@ -12,6 +12,7 @@ RunLife::RunLife(const ParseData &record, const RunOptions &options, QObject *pa
     : QObject(parent)
     , m_record(record)
     , m_options(options)
+    , m_verdict(options)
 {
     connect(&m_timer, &QTimer::timeout, this, [this] {
         show();
@@ -31,7 +32,7 @@ void RunLife::begin(qint64 deadlineMs)
 void RunLife::show()
 {
     if (m_guard)
-        m_guard->beat(std::make_shared<RecordReport>(m_record, m_options));
+        m_guard->beat(std::make_shared<RecordReport>(m_record, m_options, m_verdict));
 }
 
 void RunLife::note(RunGuard::Step step)

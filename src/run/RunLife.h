@@ -4,6 +4,7 @@
 #include "ParseData.h"
 #include "RunGuard.h"
 #include "RunOptions.h"
+#include "RunVerdict.h"
 
 #include <QObject>
 #include <QTimer>
@@ -27,6 +28,10 @@ public:
     void show();
     void note(RunGuard::Step step);
 
+    /// What becomes of the run.
+    [[nodiscard]] RunVerdict &verdict() { return m_verdict; }
+    [[nodiscard]] const RunVerdict &verdict() const { return m_verdict; }
+
     /// From here on the end is the main thread's: the guard only sees to it that it comes.
     void claimEnd();
 
@@ -40,6 +45,7 @@ signals:
 private:
     const ParseData &m_record;
     const RunOptions m_options;
+    RunVerdict m_verdict;
     std::unique_ptr<RunGuard> m_guard;
     QTimer m_timer;
 };

@@ -1,5 +1,6 @@
 #include "RunTransfers.h"
 
+#include "ContentHash.h"
 #include "HdsTransfer.h"
 #include "HttpTransfer.h"
 
@@ -21,9 +22,23 @@ RunTransfers::RunTransfers(const RunOptions &options, QObject *parent)
 void RunTransfers::startFile(const QString &url, const QString &path, qint64 sizeBytes)
 {
     m_file = HttpTransfer::ofVideo(url, path, sizeBytes, m_options);
-    connect(m_file.get(), &Transfer::ended, this,
-            [this](Transfer::Outcome outcome) { emit fileEnded(static_cast<int>(outcome)); });
+    connect(m_file.get(), &Transfer::ended, this, [this, path](Transfer::Outcome outcome) {
+        endVideo(*m_file, outcome, path);
+        emit fileEnded(static_cast<int>(outcome));
+    });
     m_file->start();
+}
+
+/// Notes what became of the video. To a strict caller what is not complete has failed.
+void RunTransfers::endVideo(const Transfer &transfer, Transfer::Outcome &outcome,
+                            const QString &path)
+{
+    m_videoReport = transfer.report(outcome);
+    const bool isComplete = m_videoReport.runClass == RunClass::Complete;
+    if (m_options.isStrict && outcome == Transfer::Outcome::Succeeded && !isComplete)
+        outcome = Transfer::Outcome::Failed;
+    if (m_options.tellsEvents && isComplete && m_videoReport.sha256.isEmpty())
+        m_videoReport.sha256 = ContentHash::ofFile(path);
 }
 
 void RunTransfers::startThumb(const QString &url)
@@ -42,6 +57,7 @@ void RunTransfers::startStream(const QString &manifestUrl)
     connect(m_stream.get(), &Transfer::progressed, this, &RunTransfers::streamActive);
     connect(m_stream.get(), &Transfer::ended, this, [this](Transfer::Outcome outcome) {
         m_isStreaming = false;
+        endVideo(*m_stream, outcome, m_options.paths.video());
         emit streamEnded(static_cast<int>(outcome));
     });
     m_isStreaming = true;

@@ -21,6 +21,9 @@ public:
     void startThumb(const QString &url);
     void startStream(const QString &manifestUrl);
 
+    /// What became of the video, whichever way it came. From its end on.
+    [[nodiscard]] TransferReport videoReport() const { return m_videoReport; }
+
     /// Whether a stream is on its way.
     [[nodiscard]] bool isStreaming() const { return m_isStreaming; }
 
@@ -38,10 +41,13 @@ signals:
     void streamActive();
 
 private:
+    void endVideo(const Transfer &transfer, Transfer::Outcome &outcome, const QString &path);
+
     const RunOptions m_options;
     std::unique_ptr<Transfer> m_file;
     std::unique_ptr<Transfer> m_thumb;
     std::unique_ptr<Transfer> m_stream;
+    TransferReport m_videoReport;
     bool m_isStreaming = false;
 };
 

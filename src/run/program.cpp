@@ -3,6 +3,7 @@
 #include "DisplayProbe.h"
 #include "EndTimer.h"
 #include "Engines.h"
+#include "EventStream.h"
 #include "HostEvents.h"
 #include "LeftFiles.h"
 #include "MessageLog.h"
@@ -64,17 +65,28 @@ bool usesDisplay(int argc, char *argv[])
     return !platform.startsWith("offscreen") && !platform.startsWith("minimal");
 }
 
+/// The end of a run that does not begin. Returns its exit code.
+int refuse(RunClass runClass, int exitCode)
+{
+    event::RunEnded ended;
+    ended.runClass = runClass;
+    ended.exitCode = exitCode & 0xff; // as the system tells it
+    ended.endedAt = QDateTime::currentDateTime();
+    HostEvents::send(ended);
+    return exitCode;
+}
+
 /// What is left of a run that the toolkit cannot start for, up to its exit code.
 int endWithoutDisplay(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
     const auto *const preference = CVideoPreference::instance();
     if (!preference->GetInfoFlag() && preference->GetPageUrl().isEmpty())
-        return NoPageUrl;
+        return refuse(RunClass::NoPageUrl, NoPageUrl);
     if (!MessageLog::open() && !preference->GetInfoFlag())
-        return NoOutputFolder;
+        return refuse(RunClass::NoOutputFolder, NoOutputFolder);
     HostEvents::send(event::DisplayMissing{});
-    return NoDisplay;
+    return refuse(RunClass::NoDisplay, NoDisplay);
 }
 
 /// Puts the sandbox up around the calling thread and all that it starts; the log tells of gaps.
@@ -156,8 +168,9 @@ void limitMemory(qint64 limit)
         ProcessMemory::limitGrowth(limit + spareBytes);
 }
 
-/// Runs one page run to its end and returns the event loop's result.
-int exec(QGuiApplication *application, EngineFactory &engines)
+/// Runs one page run to its end. Returns the event loop's result.
+/// @param ended what became of the run
+int exec(QGuiApplication *application, EngineFactory &engines, event::RunEnded &ended)
 {
     const RunOptions options = RunOptions::ofCommandLine(); // of what the toolkit left of it
     limitMemory(options.memoryBytes);
@@ -166,16 +179,17 @@ int exec(QGuiApplication *application, EngineFactory &engines)
     QObject::connect(application, &QGuiApplication::lastWindowClosed, application,
                      &QCoreApplication::quit);
     QObject::connect(&browser, &Browser::runEnded, application, &QCoreApplication::quit);
-    if (browser.isEnded())
-        return 0; // a loop started now would never be told to end
-    const int result = application->exec();
+    // After a run that has ended already the loop would never be told to end.
+    const int result = browser.isEnded() ? 0 : application->exec();
     browser.endRun(); // a quit from the desktop session has not done it yet
+    ended = browser.verdict();
     return result;
 }
 
 int runProgram(int argc, char *argv[])
 {
     RunLimits::noteStart();
+    EventStream::openIfWanted(argc, argv);
     prepareProcess(argc, argv);
     if (usesDisplay(argc, argv) && !DisplayProbe::isUsable(argc, argv))
         return endWithoutDisplay(argc, argv);
@@ -196,21 +210,24 @@ int runProgram(int argc, char *argv[])
         return 0;
     }
     if (preference->GetPageUrl().isEmpty())
-        return NoPageUrl;
+        return refuse(RunClass::NoPageUrl, NoPageUrl);
     if (!isSavePathReadable(argc, argv)) {
         HostEvents::send(event::SavePathUnreadable{});
-        return NoOutputFolder;
+        return refuse(RunClass::NoOutputFolder, NoOutputFolder);
     }
     if (preparation == Preparation::EngineMissing) {
         HostEvents::send(event::EngineMissing{RunOptions::ofCommandLine().chromiumPath});
-        return NoEngine;
+        return refuse(RunClass::EngineMissing, NoEngine);
     }
     if (!MessageLog::open() || preparation == Preparation::None)
-        return NoOutputFolder;
+        return refuse(RunClass::NoOutputFolder, NoOutputFolder);
 
-    const int result = exec(application.get(), *engines);
+    event::RunEnded ended;
+    const int loopResult = exec(application.get(), *engines, ended);
+    const int result = preference->GetStrict() ? ended.exitCode : loopResult;
     const bool isEndAsked = ShareMemoryManager::GetInstance()->GetExitFlag();
     ShareMemoryManager::GetInstance()->DeleteShareMemData();
+    HostEvents::send(ended);
     StopSignals::uninstall();
     if (isEndAsked)
         EndTimer::endSoon(result);

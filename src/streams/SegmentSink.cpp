@@ -19,6 +19,7 @@ void SegmentSink::begin(qint64 first)
     m_next = first;
     m_hasLost = false;
     m_hasFailed = false;
+    m_failure.reset();
     reset();
 }
 
@@ -69,6 +70,7 @@ int SegmentSink::write(qint64 last)
             qWarning("%s cannot be written: %s", qUtf8Printable(path()),
                      qUtf8Printable(errorText()));
             m_hasFailed = true;
+            m_failure = m_file.isTaken() ? RunClass::Busy : RunClass::Disk;
             return -1;
         }
         m_waiting.erase(segment);
@@ -140,6 +142,8 @@ bool SegmentSink::conclude()
 {
     if (m_file.isOpen() && isInPlace())
         return true;
+    if (m_file.isOpen())
+        m_failure = RunClass::Disk;
     qWarning(m_file.isOpen() ? "%s has vanished" : "%s has no segments", qUtf8Printable(path()));
     return false;
 }

@@ -2,12 +2,14 @@
 #define SEGMENTSINK_H
 
 #include "OutputFile.h"
+#include "RunClass.h"
 
 #include <QByteArray>
 #include <QString>
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <vector>
 
 /// The file that a stream becomes: takes segments in any order and writes them in ascending order,
@@ -59,6 +61,9 @@ public:
     /// Whether the file stands under its name with everything that was written: somebody may have
     /// removed or replaced it meanwhile.
     [[nodiscard]] bool isInPlace() const;
+
+    /// Why the file could not be written: Busy, or Disk; none as long as it could.
+    [[nodiscard]] std::optional<RunClass> failure() const { return m_failure; }
 
     /// To be called once the stream's last segment has been written. Returns whether the file is of
     /// any use; why not is a warning.
@@ -123,6 +128,7 @@ private:
     std::function<bool()> m_goOn;
     bool m_hasLost = false;
     bool m_hasFailed = false;
+    std::optional<RunClass> m_failure;
 };
 
 #endif

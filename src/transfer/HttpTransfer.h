@@ -26,6 +26,7 @@ public:
 
     void start() override;
     void cancel() override;
+    [[nodiscard]] TransferReport report(Outcome) const override { return m_downloader.report(); }
 
 private:
     using Begin = std::function<void(Downloader &)>;

@@ -202,10 +202,15 @@ QByteArray targetOf(const QByteArray &path)
     return isThere && !isFound ? path : target;
 }
 
+bool isOtherRuns(int error)
+{
+    return error == isTaken || error == hasChanged;
+}
+
 QString textOf(int error)
 {
-    return error == isTaken || error == hasChanged ? QStringLiteral("another run is writing it")
-                                                   : QString::fromLocal8Bit(std::strerror(error));
+    return isOtherRuns(error) ? QStringLiteral("another run is writing it")
+                              : QString::fromLocal8Bit(std::strerror(error));
 }
 
 } // namespace
@@ -221,12 +226,14 @@ bool OutputFile::open(const QString &path, Mode mode)
                                                : replace(targetOf(name).constData());
         error = attempt.error;
         if (error == 0) {
+            m_isTaken = false;
             m_openError.clear();
             // The system does the appending: told of it, the toolkit seeks, which pipes cannot.
             return m_file.open(attempt.file.release(), QIODevice::WriteOnly | QIODevice::Unbuffered,
                                QFileDevice::AutoCloseHandle);
         }
     }
+    m_isTaken = isOtherRuns(error);
     m_openError = textOf(error);
     return false;
 }

@@ -51,6 +51,9 @@ public:
     [[nodiscard]] qint64 pos() const { return m_file.pos(); } ///< in bytes
     [[nodiscard]] QString path() const { return m_file.fileName(); }
 
+    /// Whether the file could not be opened because another run is writing it.
+    [[nodiscard]] bool isTaken() const { return m_isTaken; }
+
     /// Why the last thing that failed did.
     [[nodiscard]] QString errorString() const;
 
@@ -63,6 +66,7 @@ public:
 private:
     QFile m_file;
     QString m_openError;
+    bool m_isTaken = false;
 };
 
 #endif

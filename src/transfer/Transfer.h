@@ -1,6 +1,8 @@
 #ifndef TRANSFER_H
 #define TRANSFER_H
 
+#include "TransferReport.h"
+
 #include <QObject>
 
 /// One thing that a run brings to disk: a file, or a stream of segments that becomes one. Whoever
@@ -22,6 +24,13 @@ public:
     /// Ends it; what is on the disk stays. Legal at any time: before start() that call then ends at
     /// once, after the end this does nothing.
     virtual void cancel() = 0;
+
+    /// What became of it. After its end, and while ended() is being told.
+    /// @param outcome as ended() tells it
+    [[nodiscard]] virtual TransferReport report(Outcome outcome) const
+    {
+        return {outcome == Outcome::Succeeded ? RunClass::Complete : RunClass::BrokenOff, {}};
+    }
 
 signals:
     /// How far it has come, in bytes, or in segments where the bytes are not known before the end.

@@ -1,7 +1,13 @@
+#include "EventCheck.h"
 #include "HostEvents.h"
+#include "JsonRenderer.h"
 #include "MessageCatcher.h"
 #include "TestMain.h"
 #include "TextRenderer.h"
+
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QSet>
 
 #include <algorithm>
 #include <atomic>
@@ -17,18 +23,36 @@ struct Row
 {
     const char *name;
     HostEvent event;
-    QByteArray line;
+    QByteArray line; ///< null for none
 };
+
+event::RunEnded ended()
+{
+    event::RunEnded event;
+    event.runClass = RunClass::Complete;
+    event.path = QStringLiteral("/v.mp4");
+    event.bytes = 5000000000;
+    event.sha256 = QByteArray(32, '\xab');
+    event.startedAt = QDateTime::fromMSecsSinceEpoch(1000);
+    event.analysedAt = event.startedAt.addMSecs(1);
+    event.endedAt = event.startedAt.addMSecs(2);
+    return event;
+}
 
 const std::vector<Row> &rows()
 {
     using namespace event;
+    static const QByteArray record = "{\"fileList\":[{\"height\":1,\"nSize\":5000000000,"
+                                     "\"strFormat\":\"\",\"urlType\":\"http\",\"videoUrl\":"
+                                     "\"http://h/v\",\"width\":2}],\"playList\":[],"
+                                     "\"selectedVideo\":0,\"thumbUrl\":\"\","
+                                     "\"title\":\"\xc3\xa9\"}";
     static const std::vector<Row> table{
         {"parsing", ParsingBegun{QStringLiteral("http://h/p?a=1")},
          "\"http://h/p?a=1\" parsing... "},
         {"candidate", CandidateFound{QStringLiteral("http://h/v.mp4")},
          "videoUrl: \"http://h/v.mp4\" "},
-        {"record", RecordMade{"{\"title\":\"\xc3\xa9\"}"}, "\"{\"title\":\"\xc3\xa9\"}\" "},
+        {"record", RecordMade{record}, "\"" + record + "\" "},
         {"parse failed", ParsingFailed{}, "parse failed "},
         {"exiting", Exiting{}, "exiting... "},
         {"exit flag", ExitFlagSet{}, "set ExitFlag "},
@@ -83,13 +107,36 @@ const std::vector<Row> &rows()
          "stream box is not start abst, is not f4f stream! "},
         {"empty stream", StreamEmpty{}, "stream fragCount = 0, no stream data! "},
         {"fragments counted", FragmentsCounted{5}, "\"FragCount:5\" "},
+        {"retried", DownloadRetried{1, 3, 2000, RunClass::BrokenOff}, QByteArray()},
+        {"resumed", DownloadResumed{4294967296}, QByteArray()},
+        {"begun again", DownloadBegunAgain{QStringLiteral("it has changed")}, QByteArray()},
+        {"parts missing", PartsMissing{1, 12}, QByteArray()},
+        {"warning", Warning{QStringLiteral("a\nb\u0001")}, QByteArray()},
+        {"half a character", Warning{QString(QChar(0xd800))}, QByteArray()},
+        {"ended", ended(), QByteArray()},
+        {"ended early", RunEnded{}, QByteArray()},
     };
     return table;
 }
 
-QString kindOf(const HostEvent &event)
+std::optional<QString> kindOf(const HostEvent &event)
 {
     return QStringLiteral("kind %1").arg(event.index());
+}
+
+/// JSON with single quotes for its double ones.
+QByteArray json(QByteArray text)
+{
+    return text.replace('\'', '"');
+}
+
+/// The event as it is written.
+QJsonObject envelopeOf(const HostEvent &event)
+{
+    QJsonObject object = JsonRenderer::objectOf(event);
+    object.insert(QStringLiteral("version"), JsonRenderer::version);
+    object.insert(QStringLiteral("elapsedMs"), 0);
+    return object;
 }
 
 /// Restores the shipped manner of telling.
@@ -121,8 +168,66 @@ private slots:
         QFETCH(QByteArray, line);
         const MessageCatcher catcher;
         HostEvents::send(event);
+        if (line.isNull()) {
+            QCOMPARE(catcher.lines(), QStringList());
+            return;
+        }
         QCOMPARE(catcher.lines().size(), 1);
         QCOMPARE(catcher.lines().constFirst().toUtf8(), line);
+    }
+
+    void everyKindFitsTheSchema()
+    {
+        QByteArray lines;
+        QSet<QString> names;
+        for (const Row &row : rows()) {
+            const QJsonObject object = envelopeOf(row.event);
+            names += object.value(QStringLiteral("event")).toString();
+            const QByteArray line = QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
+            if (std::holds_alternative<event::RunEnded>(row.event))
+                QVERIFY(EventCheck::isValid(line)); // nothing may follow it
+            else
+                lines += line;
+        }
+        QVERIFY(EventCheck::isValid(lines));
+        QCOMPARE(static_cast<size_t>(names.size()), std::variant_size_v<HostEvent>);
+    }
+
+    void theSchemaIsStrict_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::newRow("no JSON") << QByteArray("exiting...");
+        QTest::newRow("no object") << QByteArray("[]");
+        QTest::newRow("no version") << json("{'event':'exiting','elapsedMs':1}");
+        QTest::newRow("no such event") << json("{'version':1,'event':'exit','elapsedMs':1}");
+        QTest::newRow("a member too many")
+            << json("{'version':1,'event':'exiting','elapsedMs':1,'more':1}");
+        QTest::newRow("a member missing") << json("{'version':1,'event':'page','elapsedMs':1}");
+        QTest::newRow("another type") << json("{'version':1,'event':'page','elapsedMs':1,'url':1}");
+        QTest::newRow("no such class")
+            << json("{'version':1,'event':'retry','elapsedMs':1,'kind':'video','attempt':1,"
+                    "'most':1,'pauseMs':1,'cause':'fine'}");
+        QTest::newRow("after the result")
+            << QJsonDocument(envelopeOf(event::RunEnded{})).toJson(QJsonDocument::Compact) + '\n'
+                + json("{'version':1,'event':'exiting','elapsedMs':1}");
+    }
+
+    void theSchemaIsStrict()
+    {
+        QFETCH(QByteArray, line);
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("do not fit the schema")));
+        QVERIFY(!EventCheck::isValid(line + '\n'));
+    }
+
+    void valuesOfAResult()
+    {
+        QCOMPARE(QJsonDocument(JsonRenderer::objectOf(ended())).toJson(QJsonDocument::Compact),
+                 json("{'analysedAt':'1970-01-01T00:00:01.001Z','bytes':5000000000,"
+                      "'class':'complete','classCode':0,'endedAt':'1970-01-01T00:00:01.002Z',"
+                      "'event':'result','exitCode':0,'path':'/v.mp4','sha256':'"
+                      + QByteArray("ab").repeated(32)
+                      + "','startedAt':'1970-01-01T00:00:01.000Z'}"));
     }
 
     void everyKindHasARow()

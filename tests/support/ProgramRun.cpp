@@ -1,5 +1,6 @@
 #include "ProgramRun.h"
 
+#include "EventCheck.h"
 #include "PageRun.h"
 
 #include <QDir>
@@ -118,6 +119,8 @@ void ProgramRun::start(const QStringList &arguments)
 {
     takeRegistry();
     m_errorOutput.clear();
+    m_events.clear();
+    m_tellsEvents = arguments.contains(QStringLiteral("--events"));
     m_pageAddress = arguments.value(arguments.indexOf(QStringLiteral("--url")) + 1);
     m_process.setProcessEnvironment(m_environment);
     QStringList words = m_launcher + QStringList{program()} + overEngine(arguments);
@@ -146,7 +149,24 @@ bool ProgramRun::waitForEnd(int timeoutMs)
     else if (!endedNormally())
         removeStopFlag();
     m_errorOutput += m_process.readAllStandardError();
-    return hasEnded;
+    return hasEnded && (!m_tellsEvents || takeEvents());
+}
+
+bool ProgramRun::takeEvents()
+{
+    const QByteArray output = m_process.readAllStandardOutput();
+    m_events = EventCheck::eventsOf(output);
+    return EventCheck::isValid(output);
+}
+
+QList<QJsonObject> ProgramRun::events(const char *name) const
+{
+    QList<QJsonObject> found;
+    for (const QJsonObject &event : m_events) {
+        if (event.value(QStringLiteral("event")) == QLatin1String(name))
+            found += event;
+    }
+    return found;
 }
 
 void ProgramRun::kill()

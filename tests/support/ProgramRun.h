@@ -1,6 +1,7 @@
 #ifndef PROGRAMRUN_H
 #define PROGRAMRUN_H
 
+#include <QJsonObject>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
@@ -41,7 +42,8 @@ public:
     void startUnderHost(const QStringList &arguments);
 
     /// Waits, with the event loop running, until the program has ended. Returns false and kills it
-    /// when it takes longer.
+    /// when it takes longer. Also returns false when it was to tell events and its standard output
+    /// holds anything that does not fit their schema.
     bool waitForEnd(int timeoutMs = 60000);
 
     /// start() and waitForEnd().
@@ -53,6 +55,13 @@ public:
     [[nodiscard]] QByteArray errorOutput() const; ///< all of standard error so far
     [[nodiscard]] QList<QByteArray> errorLines() const; ///< without line ends
     [[nodiscard]] QByteArray standardOutput();
+
+    /// The events of a run with "--events", which waitForEnd() has checked.
+    [[nodiscard]] QList<QJsonObject> events() const { return m_events; }
+
+    /// Those of that name.
+    [[nodiscard]] QList<QJsonObject> events(const char *name) const;
+
     [[nodiscard]] int exitCode() const;
     [[nodiscard]] bool endedNormally() const; ///< false after a crash or a kill
 
@@ -65,6 +74,7 @@ public:
 
 private:
     void kill();
+    [[nodiscard]] bool takeEvents();
     void removeStopFlag() const;
     void takeRegistry() const;
     [[nodiscard]] QString cacheFolder() const; ///< of the environment, with a last slash
@@ -77,6 +87,8 @@ private:
     bool m_knowsPlugins = true;
     QString m_pageAddress;
     QByteArray m_errorOutput;
+    bool m_tellsEvents = false;
+    QList<QJsonObject> m_events;
 };
 
 #endif
