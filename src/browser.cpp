@@ -215,10 +215,16 @@ void Browser::setVideoUrl(const QString &strUrl, qint64 contentLength, const QSt
     if (m_isLoadedOnce)
         m_clock.restartQuietPeriod();
     const int before = m_result.fileList.size();
-    if (MediaRules::note(m_result, strUrl, contentLength, contentType) && before == 0)
+    if (!MediaRules::note(m_result, strUrl, contentLength, contentType))
+        return;
+    if (before == 0)
         m_life.show(); // the script that asked for it may never return
-    if (m_result.fileList.size() > before)
+    const bool isNew = m_result.fileList.size() > before;
+    if (isNew)
         m_lastCandidate.start();
+    // An answer tells again and again how far it has come, which is no further wish of the page.
+    if (m_options.isEager && (isNew || !m_clock.isTickDue()) && isVideoFounded())
+        m_clock.tickSoon();
 }
 
 /// Turns the run to a stream if the address names one. Returns whether it does.

@@ -4,6 +4,6 @@ using namespace std::chrono_literals;
 
 const RunTimes &runTimes()
 {
-    static constexpr RunTimes times{5s, 20s, 10s};
+    static constexpr RunTimes times{5s, 20s, 10s, 300ms, 1s};
     return times;
 }

@@ -9,8 +9,10 @@ using std::chrono::milliseconds;
 SearchClock::SearchClock(QObject *parent)
     : QObject(parent)
 {
-    for (QTimer *const timer : {&m_tick, &m_deadline, &m_quiet})
+    for (QTimer *const timer : {&m_tick, &m_deadline, &m_quiet, &m_soon})
         timer->setTimerType(Qt::PreciseTimer);
+    m_soon.setSingleShot(true);
+    connect(&m_soon, &QTimer::timeout, this, &SearchClock::ticked);
     connect(&m_tick, &QTimer::timeout, this, &SearchClock::ticked);
     connect(&m_deadline, &QTimer::timeout, this, &SearchClock::timedOut);
     connect(&m_quiet, &QTimer::timeout, this, &SearchClock::timedOut);
@@ -38,9 +40,14 @@ void SearchClock::restartQuietPeriod()
     m_quiet.start(runTimes().quietPeriod);
 }
 
+void SearchClock::tickSoon()
+{
+    m_soon.start(runTimes().eagerPause);
+}
+
 void SearchClock::stop()
 {
-    for (QTimer *const timer : {&m_tick, &m_deadline, &m_quiet})
+    for (QTimer *const timer : {&m_tick, &m_deadline, &m_quiet, &m_soon})
         timer->stop();
 }
 

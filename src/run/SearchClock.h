@@ -25,6 +25,12 @@ public:
     /// The page has loaded, or shows life after that: from now on it has to be quiet anew.
     void restartQuietPeriod();
 
+    /// Ticks once when nothing has called this for a moment, besides the ticks that come anyway.
+    void tickSoon();
+
+    /// Whether such a tick is to come.
+    [[nodiscard]] bool isTickDue() const { return m_soon.isActive(); }
+
     /// Until the next start() nothing is told.
     void stop();
 
@@ -38,6 +44,7 @@ signals:
 private:
     QTimer m_tick;
     QTimer m_deadline;
+    QTimer m_soon;
     QTimer m_quiet; ///< as the deadline; once the page has loaded, a quiet period
 };
 

@@ -9,7 +9,7 @@ using namespace std::chrono_literals;
 /// In place of the shipped ones, whose tick takes long to wait for.
 const RunTimes &runTimes()
 {
-    static constexpr RunTimes times{20ms, 20s, 10s};
+    static constexpr RunTimes times{20ms, 20s, 10s, 200ms, 1s};
     return times;
 }
 
@@ -35,6 +35,21 @@ private slots:
         QFETCH(qint64, limitMs);
         const auto limit = SearchClock::limitOf(seconds);
         QCOMPARE(limit ? qint64(limit->count()) : -1, limitMs);
+    }
+
+    void ticksSoonOnce()
+    {
+        SearchClock clock;
+        QSignalSpy ticked(&clock, &SearchClock::ticked);
+        QVERIFY(!clock.isTickDue());
+        clock.tickSoon();
+        clock.tickSoon();
+        QVERIFY(clock.isTickDue());
+        QTRY_COMPARE(ticked.count(), 1);
+        QVERIFY(!clock.isTickDue());
+        clock.tickSoon();
+        clock.stop();
+        QVERIFY(!clock.isTickDue());
     }
 
     void endsAtTheDeadline()

@@ -30,15 +30,20 @@ Flag flagOf(const QString &key)
         {QStringLiteral("exit"), &CVideoPreference::GetExitFlag},
         {QStringLiteral("f4f"), &CVideoPreference::GetSupportF4f},
         {QStringLiteral("parent"), &CVideoPreference::GetParent},
+        {QStringLiteral("events"), &CVideoPreference::GetEvents},
+        {QStringLiteral("strict"), &CVideoPreference::GetStrict},
+        {QStringLiteral("continue"), &CVideoPreference::GetContinue},
+        {QStringLiteral("eager"), &CVideoPreference::GetEager},
     };
     return flags.value(key);
 }
 
 const QStringList flagKeys{
-    QStringLiteral("thumb"),     QStringLiteral("partial"), QStringLiteral("smartname"),
-    QStringLiteral("noresume"),  QStringLiteral("log"),     QStringLiteral("show"),
-    QStringLiteral("keepimage"), QStringLiteral("info"),    QStringLiteral("exit"),
-    QStringLiteral("f4f"),       QStringLiteral("parent"),
+    QStringLiteral("thumb"),     QStringLiteral("partial"),  QStringLiteral("smartname"),
+    QStringLiteral("noresume"),  QStringLiteral("log"),      QStringLiteral("show"),
+    QStringLiteral("keepimage"), QStringLiteral("info"),     QStringLiteral("exit"),
+    QStringLiteral("f4f"),       QStringLiteral("parent"),   QStringLiteral("events"),
+    QStringLiteral("strict"),    QStringLiteral("continue"), QStringLiteral("eager"),
 };
 
 } // namespace
@@ -382,6 +387,18 @@ private slots:
         qputenv("HOME", homeBefore);
         QCOMPARE(folder, home.path() + QLatin1String("/Documents/reelsnare"));
         QVERIFY(QDir(folder).exists());
+    }
+
+    void retriesAreNoneUnlessTheyAreANumber()
+    {
+        setArguments({});
+        QCOMPARE(preference()->GetRetries(), 0);
+        setArguments({QStringLiteral("--retries"), QStringLiteral("3")});
+        QCOMPARE(preference()->GetRetries(), 3);
+        for (const char *const none : {"0", "-5", "many"}) {
+            setArguments({QStringLiteral("--retries"), QLatin1String(none)});
+            QCOMPARE(preference()->GetRetries(), 0);
+        }
     }
 
     void filesInTheDefaultFolder_data()

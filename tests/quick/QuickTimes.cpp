@@ -4,6 +4,6 @@ using namespace std::chrono_literals;
 
 const RunTimes &runTimes()
 {
-    static constexpr RunTimes times{800ms, 20s, 2s};
+    static constexpr RunTimes times{800ms, 20s, 2s, 300ms, 100ms};
     return times;
 }
