@@ -117,7 +117,7 @@ TransferReport Downloader::report() const
 {
     TransferReport report = m_downloader.report();
     if (m_class)
-        report = {*m_class, QByteArray()};
+        report = {*m_class};
     // Some answers seem to be in order and are not: a body without a length may be cut anywhere.
     if (report.runClass == RunClass::Complete && m_downloadType == Video
         && QFileInfo(m_videoPath).size() < m_totalSize)

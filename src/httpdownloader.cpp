@@ -1,9 +1,9 @@
 #include "httpdownloader.h"
 
+#include "ContentRange.h"
 #include "SizeProbe.h"
 
 #include <QPointer>
-#include <QRegularExpression>
 
 #include <limits>
 
@@ -26,28 +26,6 @@ qint64 limitOfSilence(const RunOptions &options)
 qint64 boundedSum(qint64 a, qint64 b)
 {
     return b > std::numeric_limits<qint64>::max() - a ? std::numeric_limits<qint64>::max() : a + b;
-}
-
-/// What a "Content-Range" header says: positions of bytes, both inclusive, and the size of the
-/// whole; -1 for what it does not say.
-struct ContentRange
-{
-    qint64 first = -1;
-    qint64 last = -1;
-    qint64 size = -1;
-};
-
-ContentRange contentRangeOf(const HttpClient &client)
-{
-    static const QRegularExpression pattern(
-        QStringLiteral("^\\s*\\w+\\s+(\\d+)(?:-(\\d+))?(?:/(\\d+))?"));
-    const auto match = pattern.match(QString::fromLatin1(client.header("Content-Range")));
-    const auto number = [&match](int group) {
-        bool isNumber = false;
-        const qint64 value = match.captured(group).toLongLong(&isNumber);
-        return isNumber ? value : -1;
-    };
-    return {number(1), number(2), number(3)};
 }
 
 } // namespace
@@ -164,7 +142,7 @@ bool HttpDownloader::answersWantedRange() const
 {
     if (m_client.status() != 206 || m_client.header("Content-Range").trimmed().isEmpty())
         return true;
-    return contentRangeOf(m_client).first == m_rangeStart;
+    return ContentRange::of(m_client.header("Content-Range")).first == m_rangeStart;
 }
 
 /// Whether what arrived is all that was asked for, as far as the server says what it sends.
@@ -174,7 +152,7 @@ bool HttpDownloader::reachesRangeEnd() const
         return m_rangeStart == 0; // there was more when the file was begun
     if (m_client.status() != 206)
         return true;
-    const ContentRange range = contentRangeOf(m_client);
+    const ContentRange range = ContentRange::of(m_client.header("Content-Range"));
     const bool isCut =
         range.last >= 0 && boundedSum(m_rangeStart, m_client.receivedBytes()) <= range.last;
     const bool isShort = m_rangeEnd <= 0 && range.last >= 0 && range.last < range.size - 1;

@@ -1,6 +1,7 @@
 #include "RunTransfers.h"
 
 #include "ContentHash.h"
+#include "FileTransfer.h"
 #include "HdsTransfer.h"
 #include "HttpTransfer.h"
 
@@ -21,7 +22,10 @@ RunTransfers::RunTransfers(const RunOptions &options, QObject *parent)
 
 void RunTransfers::startFile(const QString &url, const QString &path, qint64 sizeBytes)
 {
-    m_file = HttpTransfer::ofVideo(url, path, sizeBytes, m_options);
+    if (FileTransfer::isFor(path, m_options))
+        m_file = std::make_unique<FileTransfer>(url, path, sizeBytes, m_options);
+    else
+        m_file = HttpTransfer::ofVideo(url, path, sizeBytes, m_options);
     connect(m_file.get(), &Transfer::ended, this, [this, path](Transfer::Outcome outcome) {
         endVideo(*m_file, outcome, path);
         emit fileEnded(static_cast<int>(outcome));

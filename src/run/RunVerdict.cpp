@@ -39,9 +39,10 @@ event::RunEnded RunVerdict::ended(const ParseData &record, RunClass otherwise) c
     event::RunEnded result;
     result.runClass = m_class.value_or(otherwise);
     result.exitCode = m_isStrict ? RunClasses::exitCodeOf(result.runClass) : 0;
-    const QFileInfo file(m_path);
-    if (!m_path.isEmpty() && file.exists()) {
-        result.path = m_path;
+    const QString path = m_report.path.isEmpty() ? m_path : m_report.path;
+    const QFileInfo file(path);
+    if (!path.isEmpty() && file.exists()) {
+        result.path = path;
         result.bytes = file.size();
     }
     if (result.runClass == RunClass::Complete)

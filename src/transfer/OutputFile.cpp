@@ -106,8 +106,7 @@ int lock(int fd, const char *name)
 Attempt openInPlace(const char *name, int flags)
 {
     Attempt attempt{
-        Descriptor(::open(name, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags, permissions)),
-        0};
+        Descriptor(::open(name, O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags, permissions)), 0};
     if (!attempt.file.isOpen())
         return failure(errno);
     if (isRegular(attempt.file.get())) // any number of runs may write to a device
@@ -121,7 +120,7 @@ Attempt openInPlace(const char *name, int flags)
 /// Opens what cannot be removed, and empties it if it is a file.
 Attempt empty(const char *name)
 {
-    Attempt attempt = openInPlace(name, 0);
+    Attempt attempt = openInPlace(name, O_WRONLY);
     if (attempt.error == 0 && isRegular(attempt.file.get())
         && ::ftruncate(attempt.file.get(), 0) != 0)
         attempt.error = errno;
@@ -202,6 +201,19 @@ QByteArray targetOf(const QByteArray &path)
     return isThere && !isFound ? path : target;
 }
 
+Attempt attemptOf(const QByteArray &name, OutputFile::Mode mode)
+{
+    switch (mode) {
+    case OutputFile::Mode::Update:
+        return openInPlace(name.constData(), O_RDWR | O_CREAT);
+    case OutputFile::Mode::Append:
+        return openInPlace(name.constData(), O_WRONLY | O_APPEND | O_CREAT);
+    case OutputFile::Mode::Replace:
+        break;
+    }
+    return replace(targetOf(name).constData());
+}
+
 bool isOtherRuns(int error)
 {
     return error == isTaken || error == hasChanged;
@@ -222,14 +234,14 @@ bool OutputFile::open(const QString &path, Mode mode)
     const QByteArray name = QFile::encodeName(path);
     int error = hasChanged;
     for (int i = 0; i < maxAttempts && error == hasChanged; ++i) {
-        Attempt attempt = mode == Mode::Append ? openInPlace(name.constData(), O_APPEND | O_CREAT)
-                                               : replace(targetOf(name).constData());
+        Attempt attempt = attemptOf(name, mode);
         error = attempt.error;
         if (error == 0) {
             m_isTaken = false;
             m_openError.clear();
             // The system does the appending: told of it, the toolkit seeks, which pipes cannot.
-            return m_file.open(attempt.file.release(), QIODevice::WriteOnly | QIODevice::Unbuffered,
+            const auto access = mode == Mode::Update ? QIODevice::ReadWrite : QIODevice::WriteOnly;
+            return m_file.open(attempt.file.release(), access | QIODevice::Unbuffered,
                                QFileDevice::AutoCloseHandle);
         }
     }

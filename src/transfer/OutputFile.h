@@ -13,6 +13,7 @@ class OutputFile final
 {
 public:
     enum class Mode {
+        Update, ///< writes anywhere in the file that is there, or begins one; reads it, too
         Append, ///< adds to the file that is there, or begins one
         /// Begins a new file. One that is there is removed first, so that its other names keep
         /// what it holds and neither a pipe nor its permissions are in the way; devices are not.
@@ -33,9 +34,11 @@ public:
     /// Goes back to the first byte, to write over what is there. Returns false when that cannot be.
     [[nodiscard]] bool rewind();
 
-    /// Goes to a position, to write over what is there. Only in a file that was begun anew. Returns
-    /// false when that cannot be.
+    /// Goes to a byte, to read or write there. Returns false when that cannot be.
     [[nodiscard]] bool seek(qint64 position) { return m_file.seek(position); }
+
+    /// The next bytes of a file that is opened for Update; fewer at its end, none after an error.
+    [[nodiscard]] QByteArray read(qint64 bytes) { return m_file.read(bytes); }
 
     /// Cuts the file to a number of bytes. Returns false when that cannot be.
     [[nodiscard]] bool resize(qint64 bytes) { return m_file.resize(bytes); }

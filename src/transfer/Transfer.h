@@ -29,7 +29,7 @@ public:
     /// @param outcome as ended() tells it
     [[nodiscard]] virtual TransferReport report(Outcome outcome) const
     {
-        return {outcome == Outcome::Succeeded ? RunClass::Complete : RunClass::BrokenOff, {}};
+        return {outcome == Outcome::Succeeded ? RunClass::Complete : RunClass::BrokenOff};
     }
 
 signals:

@@ -4,6 +4,7 @@
 #include "RunClass.h"
 
 #include <QByteArray>
+#include <QString>
 
 /// What can be said of a transfer that has ended, beyond its outcome.
 struct TransferReport
@@ -12,6 +13,7 @@ struct TransferReport
     /// told. Of a transfer that has succeeded it may tell that something is missing all the same.
     RunClass runClass = RunClass::BrokenOff;
     QByteArray sha256{}; ///< of a file that is complete; empty when it is not known
+    QString path{}; ///< where the bytes are, if that is not where they were to go
 };
 
 #endif

@@ -31,7 +31,7 @@ private slots:
         RunVerdict tested = verdict();
         tested.decide(RunClass::Stopped);
         tested.decide(RunClass::Deadline);
-        tested.noteVideoEnded(Transfer::Outcome::Succeeded, {RunClass::Complete, {}});
+        tested.noteVideoEnded(Transfer::Outcome::Succeeded, {RunClass::Complete});
         QCOMPARE(classOf(tested), RunClass::Stopped);
     }
 
@@ -81,7 +81,7 @@ private slots:
     void aCanceledVideo()
     {
         RunVerdict tested = verdict();
-        tested.noteVideoEnded(Transfer::Outcome::Canceled, {RunClass::BrokenOff, {}});
+        tested.noteVideoEnded(Transfer::Outcome::Canceled, {RunClass::BrokenOff});
         QCOMPARE(classOf(tested), RunClass::Stopped);
     }
 };
