@@ -1,6 +1,7 @@
 #include "HdsFixtures.h"
 #include "LostVideo.h"
 #include "PageRun.h"
+#include "TestFiles.h"
 #include "TestMain.h"
 
 #include <QJsonDocument>
@@ -266,6 +267,19 @@ private slots:
         QVERIFY(m_run->run(options(m_page, {option("--timeout"), option("3")})));
         QVERIFY(endedAs("engineLost", 42,
                         hasVideo ? "video download finished:failed" : "parse failed"));
+    }
+
+    void anEngineThatIsNotThere()
+    {
+        writeFile(m_run->path(option("config/clipweir.conf")), "[engine]\nchromium=/none/engine\n");
+        m_server->on("/page", htmlReply("<p>nothing"));
+        m_page = m_server->address("/page");
+        QVERIFY(m_run->run(options(m_page, {option("--engine"), option("chromium")})));
+        QCOMPARE(m_run->exitCode(), 11);
+        QCOMPARE(m_run->events("result").value(0).value(option("class")).toString(),
+                 option("engineMissing"));
+        QCOMPARE(m_run->events("engineMissing").value(0).value(option("path")).toString(),
+                 option("/none/engine"));
     }
 
     void withoutTheOptionTheCodeIsNought()
