@@ -1,5 +1,6 @@
 #include "MessageLog.h"
 
+#include "EventStream.h"
 #include "HostEvents.h"
 #include "HostLine.h"
 #include "HostPipe.h"
@@ -110,7 +111,7 @@ void SimpleLoggingHandler(QtMsgType type, const char *text)
     }
     appendToLog(logText);
     locker.unlock();
-    if (type == QtWarningMsg || type == QtCriticalMsg)
+    if (EventStream::isOpen() && (type == QtWarningMsg || type == QtCriticalMsg))
         HostEvents::send(event::Warning{WebAddress::withoutCredentials(line)});
     isWriting = false;
 }
