@@ -2,6 +2,7 @@
 #include "HdsFixtures.h"
 #include "NarrowPipe.h"
 #include "PageRun.h"
+#include "TestFiles.h"
 #include "TestMain.h"
 
 #include <QCryptographicHash>
@@ -230,8 +231,7 @@ private slots:
     void otherModes()
     {
         ProgramRun exit;
-        QVERIFY(exit.run({option("--exit"), option("--events"), option("--url"),
-                          option("http://127.0.0.1:1/other-modes")}));
+        QVERIFY(exit.run({option("--exit"), option("--events"), option("--url"), uniquePageUrl()}));
         QCOMPARE(namesOf(exit.events()), QStringList{option("exitFlagSet")});
         QCOMPARE(exit.errorOutput(), fixedLine("set ExitFlag"));
         ProgramRun info;

@@ -165,7 +165,7 @@ private slots:
     {
         QFETCH(bool, isHeld);
         m_server->hold("/held");
-        m_page = isHeld ? m_server->address("/held") : option("http://127.0.0.1:1/not-there");
+        m_page = isHeld ? m_server->address("/held") : uniquePageUrl();
         QVERIFY(m_run->run(options(m_page, {option("--timeout"), option("2")})));
         QVERIFY(endedAs("pageUnreached", 32, "parse failed"));
     }
