@@ -1,6 +1,8 @@
 #ifndef SEGMENT_H
 #define SEGMENT_H
 
+#include "StopFlag.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
@@ -25,8 +27,9 @@ struct Segment
 
     /// Turns the body that has come into what the cache keeps and the sink takes, such as by
     /// decrypting it; false when that cannot be done: the segment is then given up. Called on a
-    /// worker's thread; without it they are the same.
-    std::function<bool(QByteArray &body)> decode;
+    /// worker's thread, where it may wait for what it needs until it is asked to stop; without it
+    /// they are the same.
+    std::function<bool(QByteArray &body, const StopFlag &stop)> decode;
 };
 
 #endif

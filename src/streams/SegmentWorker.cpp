@@ -56,7 +56,7 @@ QByteArray SegmentWorker::obtain()
     QByteArray content = fetch();
     if (m_stop.isRaised())
         return {};
-    if (m_segment.decode && !content.isEmpty() && !m_segment.decode(content)) {
+    if (m_segment.decode && !content.isEmpty() && !m_segment.decode(content, m_stop)) {
         m_isComplete = false;
         return {};
     }

@@ -15,6 +15,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
+#include <atomic>
 #include <memory>
 
 namespace {
@@ -346,7 +347,7 @@ private slots:
         Stream stream(4);
         stream.server.on(pathOf(3), replyOf("!"));
         stream.source.change = [](Segment &segment) {
-            segment.decode = [](QByteArray &body) {
+            segment.decode = [](QByteArray &body, const StopFlag &) {
                 std::reverse(body.begin(), body.end());
                 return body != "!";
             };
@@ -360,6 +361,24 @@ private slots:
             QCOMPARE(stream.server.requests().size(), 4 + round);
             stream.makeFetcher();
         }
+    }
+
+    void decodingEndsWithTheStop()
+    {
+        Stream stream(1);
+        std::atomic_bool isWaiting = false;
+        stream.source.change = [&isWaiting](Segment &segment) {
+            segment.decode = [&isWaiting](QByteArray &, const StopFlag &stop) {
+                for (isWaiting = true; !stop.isRaised();)
+                    QThread::yieldCurrentThread();
+                return false;
+            };
+        };
+        QVERIFY(stream.fetcher->start());
+        QTRY_VERIFY(isWaiting);
+        stream.fetcher->cancel();
+        QCOMPARE(stream.end(), Transfer::Outcome::Canceled);
+        QVERIFY(stream.cacheFiles().isEmpty());
     }
 
     void withoutACacheNothingIsKept()
