@@ -58,10 +58,10 @@ inline QMap<qint64, QByteArray> fetchAll(TrackSource &track, const MediaServers 
         };
         return new SegmentWorker(ask, parent);
     });
-    QSignalSpy ends(&fetcher, &SegmentFetcher::ended);
-    if (fetcher.start() && ends.isEmpty())
-        ends.wait(60 * 1000);
-    return sink.parts;
+    bool isOver = false;
+    QObject::connect(&fetcher, &SegmentFetcher::ended, &fetcher, [&isOver] { isOver = true; });
+    const bool isDone = fetcher.start() && QTest::qWaitFor([&isOver] { return isOver; }, 60 * 1000);
+    return isDone ? sink.parts : QMap<qint64, QByteArray>();
 }
 
 /// How a presentation's opening ended.
