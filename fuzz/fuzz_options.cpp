@@ -90,6 +90,8 @@ void checkPageOptions(const QStringList &given)
     FUZZ_CHECK(preference->GetResume() == !hasFlag(arguments, "noresume"));
     FUZZ_CHECK(preference->GetLog() == hasFlag(arguments, "log"));
     FUZZ_CHECK(preference->GetSupportF4f() == hasFlag(arguments, "f4f"));
+    FUZZ_CHECK(preference->GetStreams() == hasFlag(arguments, "streams"));
+    FUZZ_CHECK(preference->GetConnections() >= 1 && preference->GetConnections() <= 32);
     FUZZ_CHECK(preference->GetSmartName()
                == (savePath.isEmpty() && hasFlag(arguments, "smartname")));
     checkProxy(arguments);

@@ -27,6 +27,9 @@ RunOptions RunOptions::ofCommandLine()
     options.wantsBeginningOnly = preference->GetPartialDown();
     options.usesSmartName = preference->GetSmartName();
     options.keepsImages = preference->GetKeepImage();
+    options.followsManifests = preference->GetStreams();
+    options.language = preference->GetLanguage();
+    options.connections = preference->GetConnections();
     options.isLogged = preference->GetLog();
     options.isShown = preference->GetShow();
     options.isConfined = !preference->GetNoSandbox();

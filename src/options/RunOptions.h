@@ -32,6 +32,9 @@ struct RunOptions
     bool usesSmartName = false;
     bool resumes = true;
     bool keepsImages = false; ///< the page may load its pictures
+    bool followsManifests = false; ///< streams by playlist or manifest (HLS, DASH) are candidates
+    QString language; ///< of their sound; empty for no wish
+    int connections = 8; ///< how many of their segments are fetched at once
     bool isLogged = false;
     bool isShown = false;
     bool isConfined = true; ///< to a sandbox

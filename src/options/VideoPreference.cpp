@@ -185,6 +185,24 @@ bool CVideoPreference::GetSupportF4f() const
     return GetOptionState(QStringLiteral("f4f"));
 }
 
+bool CVideoPreference::GetStreams() const
+{
+    return GetOptionState(QStringLiteral("streams"));
+}
+
+QString CVideoPreference::GetLanguage() const
+{
+    return GetOptionString(QStringLiteral("language"), QString());
+}
+
+int CVideoPreference::GetConnections() const
+{
+    constexpr int usual = 8;
+    constexpr int most = 32;
+    const int connections = GetOptionValue(QStringLiteral("connections"), usual);
+    return connections >= 1 && connections <= most ? connections : usual;
+}
+
 bool CVideoPreference::GetParent() const
 {
     return GetOptionState(QStringLiteral("parent"));

@@ -60,6 +60,9 @@ public:
     [[nodiscard]] bool GetInfoFlag() const;
     [[nodiscard]] bool GetExitFlag() const;
     [[nodiscard]] bool GetSupportF4f() const;
+    [[nodiscard]] bool GetStreams() const; ///< streams by playlist or manifest are candidates
+    [[nodiscard]] QString GetLanguage() const; ///< of their sound; empty for no wish
+    [[nodiscard]] int GetConnections() const; ///< of theirs at once, 1 to 32
     [[nodiscard]] bool GetParent() const; ///< the run ends when its host dies
     [[nodiscard]] bool GetNoSandbox() const;
     [[nodiscard]] bool GetNoClick() const;

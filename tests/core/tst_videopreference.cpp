@@ -1,3 +1,4 @@
+#include "RunOptions.h"
 #include "TestFiles.h"
 #include "TestMain.h"
 #include "VideoPreference.h"
@@ -29,6 +30,7 @@ Flag flagOf(const QString &key)
         {QStringLiteral("info"), &CVideoPreference::GetInfoFlag},
         {QStringLiteral("exit"), &CVideoPreference::GetExitFlag},
         {QStringLiteral("f4f"), &CVideoPreference::GetSupportF4f},
+        {QStringLiteral("streams"), &CVideoPreference::GetStreams},
         {QStringLiteral("parent"), &CVideoPreference::GetParent},
         {QStringLiteral("events"), &CVideoPreference::GetEvents},
         {QStringLiteral("strict"), &CVideoPreference::GetStrict},
@@ -44,6 +46,7 @@ const QStringList flagKeys{
     QStringLiteral("keepimage"), QStringLiteral("info"),     QStringLiteral("exit"),
     QStringLiteral("f4f"),       QStringLiteral("parent"),   QStringLiteral("events"),
     QStringLiteral("strict"),    QStringLiteral("continue"), QStringLiteral("eager"),
+    QStringLiteral("streams"),
 };
 
 } // namespace
@@ -307,6 +310,42 @@ private slots:
         QCOMPARE(preference()->GetStall(), 0);
         setArguments({QStringLiteral("/STALL")});
         QCOMPARE(preference()->GetStall(), 0);
+    }
+
+    void connections_data()
+    {
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<int>("connections");
+        QTest::newRow("least") << "1" << 1;
+        QTest::newRow("most") << "32" << 32;
+        QTest::newRow("too many") << "33" << 8;
+        QTest::newRow("none") << "0" << 8;
+        QTest::newRow("negative") << "-1" << 8;
+        QTest::newRow("no number") << "many" << 8;
+        QTest::newRow("too long a number") << "99999999999" << 8;
+    }
+
+    void connections()
+    {
+        setArguments({});
+        QCOMPARE(preference()->GetConnections(), 8);
+        QFETCH(QString, value);
+        setArguments({QStringLiteral("--connections"), value});
+        QTEST(preference()->GetConnections(), "connections");
+        QCOMPARE(RunOptions::ofCommandLine().connections, preference()->GetConnections());
+    }
+
+    void streams()
+    {
+        setArguments(
+            {QStringLiteral("--streams"), QStringLiteral("--language"), QStringLiteral("de-AT")});
+        QCOMPARE(preference()->GetLanguage(), QStringLiteral("de-AT"));
+        const RunOptions options = RunOptions::ofCommandLine();
+        QVERIFY(options.followsManifests && !options.followsStreams);
+        QCOMPARE(options.language, QStringLiteral("de-AT"));
+        setArguments({});
+        QCOMPARE(preference()->GetLanguage(), QString());
+        QVERIFY(!RunOptions::ofCommandLine().followsManifests);
     }
 
     void networkProxyNeverFallsBackToDirect_data()
