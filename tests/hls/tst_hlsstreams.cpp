@@ -1,71 +1,13 @@
 #include "HlsCipher.h"
 #include "HlsRun.h"
+#include "Packaged.h"
 #include "TestFiles.h"
 #include "TestMain.h"
 
 #include <QDir>
-#include <QProcess>
 #include <QRegularExpression>
 
 namespace {
-
-const QByteArray key = "0123456789abcdef";
-
-QByteArray outputOf(const QString &program, const QStringList &arguments, const QString &folder)
-{
-    QProcess process;
-    process.setWorkingDirectory(folder);
-    process.start(program, arguments);
-    process.closeWriteChannel();
-    const bool isDone = process.waitForFinished(120 * 1000) && process.exitCode() == 0;
-    if (!isDone)
-        qWarning("%s", process.readAllStandardError().constData());
-    return isDone ? process.readAllStandardOutput() : QByteArray();
-}
-
-/// A folder of files that another program has made, and a server of them.
-struct Packaged
-{
-    /// @param output what the packager is told behind its inputs, a picture and a sound
-    explicit Packaged(const QString &output)
-    {
-        writeFile(path("k.key"), key);
-        writeFile(path("k.info"), "k.key\n" + path("k.key").toUtf8() + "\n");
-        writeFile(path("iv.info"),
-                  "k.key\n" + path("k.key").toUtf8() + "\n000102030405060708090a0b0c0d0e0f\n");
-        const QString input = QStringLiteral(
-            "-v error -f lavfi -i testsrc=size=64x48:rate=25 -f lavfi -i sine=frequency=440 -t 6 "
-            "-c:v libx264 -preset ultrafast -g 25 -pix_fmt yuv420p -c:a aac ");
-        QStringList arguments = (input + output).split(QLatin1Char(' '));
-        arguments.replaceInStrings(QStringLiteral("|"), QStringLiteral(" "));
-        arguments += {QStringLiteral("-progress"), QStringLiteral("-")}; // says something at least
-        isMade = !outputOf(QStringLiteral("ffmpeg"), arguments, folder.path()).isEmpty();
-        server.onOther([this](const HttpRequest &request) {
-            const QByteArray body = readFile(path(request.path().mid(1)));
-            return body.isNull() ? replyOf("", 404)
-                                 : ScriptedServer::rangeReply(request, body, "video/mp2t");
-        });
-    }
-
-    QString path(const QByteArray &name) const
-    {
-        return folder.filePath(QString::fromLatin1(name));
-    }
-
-    /// The files in their order.
-    QByteArray filesOf(const QString &pattern) const
-    {
-        QByteArray all;
-        const QDir dir(folder.path());
-        for (const QString &name : dir.entryList({pattern}, QDir::Files, QDir::Name))
-            all += readFile(dir.filePath(name));
-        return all;
-    }
-
-    QTemporaryDir folder;
-    ScriptedServer server;
-    bool isMade = false;
-};
 
 QByteArray joined(const QMap<qint64, QByteArray> &parts)
 {
@@ -80,8 +22,9 @@ QByteArray decrypted(const QString &name, const QByteArray &iv, const QString &f
 {
     return outputOf(QStringLiteral("openssl"),
                     {QStringLiteral("enc"), QStringLiteral("-d"), QStringLiteral("-aes-128-cbc"),
-                     QStringLiteral("-K"), QString::fromLatin1(key.toHex()), QStringLiteral("-iv"),
-                     QString::fromLatin1(iv.toHex()), QStringLiteral("-in"), name},
+                     QStringLiteral("-K"), QString::fromLatin1(Packaged::key.toHex()),
+                     QStringLiteral("-iv"), QString::fromLatin1(iv.toHex()), QStringLiteral("-in"),
+                     name},
                     folder);
 }
 

@@ -1,0 +1,157 @@
+#include "HlsPresentation.h"
+#include "MediaFiles.h"
+#include "Packaged.h"
+#include "TestMain.h"
+#include "TracksTransfer.h"
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace {
+
+/// A stream that becomes a file.
+struct Fetched
+{
+    Fetched(const QUrl &address, const Presentation::Wish &wish = Presentation::Wish())
+    {
+        MediaServers servers;
+        servers.net.stallMs = 2000;
+        Presentation::Wish all = wish;
+        all.address = address;
+        TracksTransfer::Wish target;
+        target.target.folder = folder.path();
+        target.target.name = QStringLiteral("out");
+        target.cacheFolder = folder.filePath(QStringLiteral("cache"));
+        TracksTransfer transfer(std::make_unique<HlsPresentation>(all, servers),
+                                address.toEncoded(), target, servers);
+        bool isOver = false;
+        QObject::connect(&transfer, &Transfer::ended, &transfer,
+                         [this, &isOver](Transfer::Outcome result) {
+                             outcome = result;
+                             isOver = true;
+                         });
+        transfer.start();
+        hasEnded = QTest::qWaitFor([&isOver] { return isOver; }, 120 * 1000);
+        path = transfer.path();
+        missing = transfer.missingSegments();
+        failure = transfer.failure();
+    }
+
+    QTemporaryDir folder;
+    bool hasEnded = false;
+    Transfer::Outcome outcome = Transfer::Outcome::Failed;
+    QString path;
+    qint64 missing = -1;
+    std::optional<Presentation::Failure> failure;
+};
+
+bool rises(const QList<double> &times)
+{
+    return std::adjacent_find(times.cbegin(), times.cend(), std::greater_equal<double>())
+        == times.cend();
+}
+
+} // namespace
+
+/// Playlists of ffmpeg's packager in all its kinds, up to the file that they become.
+class tst_HlsTransfer : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void becomesOneFile_data()
+    {
+        QTest::addColumn<QString>("output"); // what the packager is told
+        const QString hls = QStringLiteral("-c copy -f hls -hls_time 1 -hls_playlist_type vod ");
+        const QString fmp4 = QStringLiteral("-hls_segment_type fmp4 ");
+        const QString separate = QStringLiteral(
+            "-map 0:v -map 0:a -master_pl_name m.m3u8 -hls_segment_filename s%v-%02d "
+            "-var_stream_map v:0,agroup:g|a:0,agroup:g,default:yes l%v.m3u8");
+        QTest::newRow("transport stream") << hls + QLatin1String("l.m3u8");
+        QTest::newRow("ranges of one file") << hls + QLatin1String("-hls_flags single_file l.m3u8");
+        QTest::newRow("fragmented MP4") << hls + fmp4 + QLatin1String("l.m3u8");
+        QTest::newRow("ranges of one MP4")
+            << hls + fmp4 + QLatin1String("-hls_flags single_file l.m3u8");
+        QTest::newRow("encrypted") << hls + QLatin1String("-hls_key_info_file k.info l.m3u8");
+        QTest::newRow("separate sound") << hls + separate;
+        QTest::newRow("separate sound, MP4") << hls + fmp4 + separate;
+    }
+
+    void becomesOneFile()
+    {
+        QFETCH(QString, output);
+        const Packaged packaged(output, Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        const bool isMaster = output.contains(QLatin1String("m.m3u8 "));
+        const Fetched fetched(packaged.server.url(isMaster ? "/m.m3u8" : "/l.m3u8"));
+        QVERIFY(fetched.hasEnded);
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
+        QCOMPARE(fetched.missing, qint64(0));
+        QVERIFY(fetched.path.endsWith(QLatin1String("out.mp4")));
+        const QString source = packaged.path("whole.mp4");
+        QCOMPARE(MediaFiles::frames(fetched.path, "v:0"), MediaFiles::frames(source, "v:0"));
+        QCOMPARE(MediaFiles::packets(fetched.path, "a:0"), MediaFiles::packets(source, "a:0"));
+        QCOMPARE(MediaFiles::complaints(fetched.path), QByteArray());
+        QVERIFY(rises(MediaFiles::times(fetched.path, "v:0")));
+        QVERIFY(rises(MediaFiles::times(fetched.path, "a:0")));
+    }
+
+    void mapsThatChangeInMidStream()
+    {
+        const QString hls = QStringLiteral("-c copy -f hls -hls_time 1 -hls_playlist_type vod "
+                                           "-hls_segment_type fmp4 ");
+        Packaged packaged(hls + QLatin1String("l.m3u8"), Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        const QString text = QString::fromUtf8(readFile(packaged.path("l.m3u8")));
+        QString second = text.mid(text.indexOf(QLatin1String("#EXT-X-MAP")));
+        const QString first = QString(text).remove(QStringLiteral("#EXT-X-ENDLIST\n"));
+        second.replace(QLatin1String("init.mp4"), QLatin1String("init2.mp4"));
+        writeFile(packaged.path("init2.mp4"), readFile(packaged.path("init.mp4")));
+        packaged.server.on(
+            "/l.m3u8",
+            replyOf((first + QLatin1String("#EXT-X-DISCONTINUITY\n") + second).toUtf8()));
+        const Fetched fetched(packaged.server.url("/l.m3u8"));
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
+        const auto frames = MediaFiles::frames(packaged.path("whole.mp4"), "v:0");
+        QCOMPARE(MediaFiles::frames(fetched.path, "v:0"), frames + frames);
+        QVERIFY(rises(MediaFiles::times(fetched.path, "v:0")));
+        QCOMPARE(MediaFiles::complaints(fetched.path), QByteArray());
+    }
+
+    void aGapIsNoEnd()
+    {
+        Packaged packaged(QStringLiteral("-c copy -f hls -hls_time 1 -hls_playlist_type vod "
+                                         "-hls_segment_filename s%02d.ts l.m3u8"),
+                          Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        QString text = QString::fromUtf8(readFile(packaged.path("l.m3u8")));
+        text.replace(QLatin1String("s02.ts"), QLatin1String("#EXT-X-GAP\ns02.ts"));
+        packaged.server.on("/l.m3u8", replyOf(text.toUtf8()));
+        const Fetched fetched(packaged.server.url("/l.m3u8"));
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
+        QCOMPARE(fetched.missing, qint64(1));
+        QVERIFY(packaged.server.requestsFor("/s02.ts").isEmpty());
+        QVERIFY(rises(MediaFiles::times(fetched.path, "v:0")));
+        const int frames = MediaFiles::frames(packaged.path("whole.mp4"), "v:0").size();
+        QVERIFY(MediaFiles::packets(fetched.path, "v:0").size() < frames);
+    }
+
+    void protectedIsRefused()
+    {
+        Packaged packaged(QStringLiteral("-c copy -f hls -hls_playlist_type vod l.m3u8"),
+                          Packaged::Input::Whole);
+        QString text = QString::fromUtf8(readFile(packaged.path("l.m3u8")));
+        text.replace(QLatin1String("#EXTINF"),
+                     QLatin1String("#EXT-X-KEY:METHOD=SAMPLE-AES,URI=\"k\"\n#EXTINF"));
+        packaged.server.on("/l.m3u8", replyOf(text.toUtf8()));
+        const Fetched fetched(packaged.server.url("/l.m3u8"));
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Failed);
+        QVERIFY(fetched.failure == Presentation::Failure::Protected);
+        QCOMPARE(packaged.server.requests().size(), 1);
+    }
+};
+
+CLIPWEIR_TEST_MAIN(tst_HlsTransfer)
+#include "tst_hlstransfer.moc"
