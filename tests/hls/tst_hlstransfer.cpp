@@ -47,6 +47,19 @@ struct Fetched
     std::optional<Presentation::Failure> failure;
 };
 
+const QString segmented = QStringLiteral("-c copy -f hls -hls_time 1 -hls_playlist_type vod "
+                                         "-hls_segment_filename s%02d.ts x.m3u8");
+
+/// A window of the segments of that, which last a second each.
+QByteArray window(int first, int last)
+{
+    QByteArray text = "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXT-X-MEDIA-SEQUENCE:"
+        + QByteArray::number(first) + '\n';
+    for (int n = first; n <= last; ++n)
+        text += "#EXTINF:1,\ns" + QByteArray::number(n).rightJustified(2, '0') + ".ts\n";
+    return text;
+}
+
 bool rises(const QList<double> &times)
 {
     return std::adjacent_find(times.cbegin(), times.cend(), std::greater_equal<double>())
@@ -136,6 +149,75 @@ private slots:
         QVERIFY(rises(MediaFiles::times(fetched.path, "v:0")));
         const int frames = MediaFiles::frames(packaged.path("whole.mp4"), "v:0").size();
         QVERIFY(MediaFiles::packets(fetched.path, "v:0").size() < frames);
+    }
+
+    void aWindowThatMovesOn()
+    {
+        Packaged packaged(segmented, Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        QList<QByteArray> windows{window(0, 1), window(1, 3), window(2, 4),
+                                  window(4, 5) + "#EXT-X-ENDLIST\n"};
+        packaged.server.on("/l.m3u8", [&windows](const HttpRequest &) {
+            return replyOf(windows.size() > 1 ? windows.takeFirst() : windows.first());
+        });
+        const Fetched fetched(packaged.server.url("/l.m3u8"));
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
+        QCOMPARE(fetched.missing, qint64(0));
+        const QString source = packaged.path("whole.mp4");
+        QCOMPARE(MediaFiles::frames(fetched.path, "v:0"), MediaFiles::frames(source, "v:0"));
+        QCOMPARE(MediaFiles::packets(fetched.path, "a:0"), MediaFiles::packets(source, "a:0"));
+    }
+
+    void whatLeftTheWindowIsAHole()
+    {
+        Packaged packaged(segmented, Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        QList<QByteArray> windows{window(0, 1), window(4, 5) + "#EXT-X-ENDLIST\n"};
+        packaged.server.on("/l.m3u8", [&windows](const HttpRequest &) {
+            return replyOf(windows.size() > 1 ? windows.takeFirst() : windows.first());
+        });
+        const Fetched fetched(packaged.server.url("/l.m3u8"));
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
+        QCOMPARE(fetched.missing, qint64(2));
+        QVERIFY(rises(MediaFiles::times(fetched.path, "v:0")));
+        const double duration = MediaFiles::probe(fetched.path, "format=duration").toDouble();
+        QVERIFY2(qAbs(duration - 6) < 0.2, QByteArray::number(duration));
+    }
+
+    void packedSound_data()
+    {
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<bool>("hasHeaders");
+        QTest::newRow("ADTS") << "-map 0:a -c copy -f segment -segment_format adts" << true;
+        QTest::newRow("MP3") << "-map 0:a -c:a libmp3lame -f segment -segment_format mp3 "
+                                "-segment_format_options write_xing=0"
+                             << false;
+        QTest::newRow("AC-3") << "-map 0:a -c:a ac3 -f segment -segment_format ac3" << false;
+    }
+
+    void packedSound()
+    {
+        QFETCH(QString, output);
+        QFETCH(bool, hasHeaders);
+        Packaged packaged(output + QLatin1String(" -segment_time 1 s%02d.ts"),
+                          Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        const int count = QDir(packaged.folder.path()).entryList({QStringLiteral("s*.ts")}).size();
+        QVERIFY(count > 3);
+        packaged.server.on("/l.m3u8", replyOf(window(0, count - 1) + "#EXT-X-ENDLIST\n"));
+        const Fetched fetched(packaged.server.url("/l.m3u8"));
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
+        QCOMPARE(fetched.missing, qint64(0));
+        QList<QByteArray> packets;
+        for (int n = 0; n < count; ++n)
+            packets += MediaFiles::packets(
+                packaged.folder.filePath(QStringLiteral("s0%1.ts").arg(n)), "a:0");
+        if (hasHeaders) // which each of its packets loses
+            QCOMPARE(MediaFiles::packets(fetched.path, "a:0").size(), packets.size());
+        else
+            QCOMPARE(MediaFiles::packets(fetched.path, "a:0"), packets);
+        QVERIFY(rises(MediaFiles::times(fetched.path, "a:0")));
+        QCOMPARE(MediaFiles::complaints(fetched.path), QByteArray());
     }
 
     void protectedIsRefused()
