@@ -16,6 +16,7 @@ namespace {
 constexpr int ivBytes = 16;
 constexpr int maxPixels = 1 << 20;
 constexpr double microseconds = 1e6;
+const QByteArray firstLine = "#EXTM3U";
 const QLatin1String identityFormat("identity");
 
 QString message(const char *what)
@@ -114,7 +115,7 @@ HlsPlaylist HlsParser::parse(const QByteArray &text)
         ++from;
     if (text.size() > HlsLimits::playlistBytes)
         fail(message("it is too long"));
-    else if (qstrncmp(text.constData() + from, "#EXTM3U", 7) != 0)
+    else if (text.mid(from, firstLine.size()) != firstLine)
         fail(message("it does not begin with #EXTM3U"));
     else
         readLines(text, from);
@@ -205,6 +206,8 @@ void HlsParser::readStreamInf(const QByteArray &value)
     }
     variant.codecs = attributes.text("CODECS");
     variant.audioGroup = attributes.text("AUDIO");
+    for (const char *trait : {"FRAME-RATE", "VIDEO-RANGE", "VIDEO", "NAME"})
+        variant.traits += attributes.bytes(trait) + '\n';
     m_variant = variant;
 }
 

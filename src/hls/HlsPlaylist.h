@@ -56,6 +56,7 @@ struct HlsVariant
     int height = 0;
     QString codecs;
     QString audioGroup; ///< empty for none
+    QByteArray traits; ///< what else tells it from variants that are not the same stream
 
     /// Whether its codecs are told, and are all of sound.
     [[nodiscard]] bool isAudioOnly() const;

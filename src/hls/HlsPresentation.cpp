@@ -15,7 +15,7 @@ constexpr qint64 usPerMs = 1000;
 bool isSameStream(const HlsVariant &one, const HlsVariant &other)
 {
     return one.bandwidth == other.bandwidth && one.width == other.width
-        && one.height == other.height && one.codecs == other.codecs;
+        && one.height == other.height && one.codecs == other.codecs && one.traits == other.traits;
 }
 
 Rendition renditionOf(const HlsPlaylist &master, const HlsVariant &variant)

@@ -18,8 +18,8 @@ class HlsSource;
 /// picture; then one sound of its audio group, by RenditionChoice::sound(). A sound without an
 /// address lies in the variant's own segments. Where a group has no default, the first sound that
 /// may be taken unasked stands for it. Subtitles and lists of key frames are left out, and the log
-/// names them. Variants that are told alike are the same stream from other servers: the next one is
-/// asked when a playlist cannot be had.
+/// names them. Variants that are told alike are the same stream from other servers, which are asked
+/// when something cannot be had.
 class HlsPresentation final : public Presentation
 {
     Q_OBJECT

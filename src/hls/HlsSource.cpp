@@ -9,6 +9,29 @@ namespace {
 constexpr qint64 shortestReloadMs = 500;
 constexpr qint64 longestReloadMs = 60 * 1000;
 constexpr qint64 milliseconds = 1000;
+constexpr qint64 roundingUs = 50 * 1000; // in durations of the same segment
+
+bool isSameKey(const HlsKey *one, const HlsKey *other)
+{
+    return one && other ? *one == *other : one == other;
+}
+
+bool isSameMap(const HlsMap *one, const HlsMap *other)
+{
+    if (!one || !other)
+        return one == other;
+    return one->firstByte == other->firstByte && one->byteCount == other->byteCount
+        && isSameKey(one->key.get(), other->key.get());
+}
+
+/// Whether a segment is the same on another server, as far as playlists tell.
+bool isTwin(const HlsSegment &one, const HlsSegment &other)
+{
+    return one.sequence == other.sequence && one.firstByte == other.firstByte
+        && one.byteCount == other.byteCount && one.discontinuity == other.discontinuity
+        && qAbs(one.durationUs - other.durationUs) <= roundingUs
+        && isSameKey(one.key.get(), other.key.get()) && isSameMap(one.map.get(), other.map.get());
+}
 
 } // namespace
 
@@ -18,15 +41,18 @@ HlsSource::HlsSource(const MediaServers &servers, const std::shared_ptr<HlsKeyRi
     , m_servers(servers)
     , m_keys(keys)
     , m_loader(servers)
+    , m_twinLoader(servers)
 {
     m_reload.setSingleShot(true);
     connect(&m_reload, &QTimer::timeout, this, &HlsSource::reload);
     connect(&m_loader, &HlsLoader::loaded, this, &HlsSource::onLoaded);
     connect(&m_loader, &HlsLoader::failed, this, &HlsSource::onMissed);
+    connect(&m_twinLoader, &HlsLoader::loaded, this, &HlsSource::onTwinLoaded);
 }
 
 void HlsSource::open(const QVector<QUrl> &addresses, const HlsVariables &imports)
 {
+    m_addresses = addresses;
     m_imports = imports;
     m_sinceCome.start();
     m_sinceAsked.start();
@@ -48,6 +74,7 @@ void HlsSource::open(const HlsPlaylist &playlist, const QUrl &address)
 void HlsSource::finish()
 {
     m_loader.cancel();
+    m_twinLoader.cancel();
     m_reload.stop();
     if (m_isEnded)
         return;
@@ -104,10 +131,46 @@ void HlsSource::takeNews(const HlsPlaylist &playlist)
                  qUtf8Printable(m_address.toString(QUrl::RemoveUserInfo)));
     if (!m_isEnded)
         reloadLater(hasNews);
+    else if (!wasOpen)
+        seekTwin();
     if (!wasOpen)
         emit opened();
     else if (hasNews || m_isEnded)
         emit changed();
+}
+
+/// Of a stream that is whole: the windows of live ones need not hold the same.
+void HlsSource::seekTwin()
+{
+    QVector<QUrl> others = m_addresses;
+    others.removeAll(m_address);
+    if (!others.isEmpty())
+        m_twinLoader.load(others, m_imports);
+}
+
+void HlsSource::onTwinLoaded(const HlsPlaylist &playlist)
+{
+    std::size_t same = 0;
+    for (const HlsTimeline::Entry &entry : m_timeline.entries()) {
+        if (entry.kind != HlsTimeline::Kind::Media)
+            continue;
+        if (same >= playlist.segments.size() || !isTwin(entry.segment, playlist.segments[same]))
+            return;
+        ++same;
+    }
+    if (same == playlist.segments.size())
+        m_twin = playlist;
+}
+
+/// Where another server has the same; empty when none is known to.
+QString HlsSource::twinAddress(const HlsTimeline::Entry &entry) const
+{
+    if (m_twin.segments.empty())
+        return {};
+    const HlsSegment &twin =
+        m_twin.segments.at(static_cast<std::size_t>(entry.segment.sequence - m_twin.mediaSequence));
+    const bool isMap = entry.kind == HlsTimeline::Kind::Map;
+    return m_twin.resolve(isMap ? twin.map->uri : twin.uri).toString(QUrl::FullyEncoded);
 }
 
 /// The next look is due the target duration after the last one began, and half of that where it
@@ -200,6 +263,9 @@ TrackSegment HlsSource::trackSegment(qint64 number) const
                           .toString(QUrl::FullyEncoded);
     segment.firstByte = isMap ? media.map->firstByte : media.firstByte;
     segment.byteCount = isMap ? media.map->byteCount : media.byteCount;
+    const QString twin = twinAddress(entry);
+    if (!twin.isEmpty())
+        segment.otherAddresses += twin;
     if (!isMap) // live streams use names again
         track.cacheKey = "sequence " + QByteArray::number(media.sequence);
     const auto &key = isMap ? media.map->key : media.key;

@@ -15,8 +15,9 @@
 #include <memory>
 
 /// The segments of one HLS rendition, from the beginning of its media playlist's window on, which
-/// is read again while it grows (RFC 8216, section 6.3.4). Main thread; it may be destroyed at any
-/// time but from a slot of its signals.
+/// is read again while it grows (RFC 8216, section 6.3.4). Where the stream is whole and has a twin
+/// on another server, the twin's segments stand in for those that cannot be had. Main thread; it
+/// may be destroyed at any time but from a slot of its signals.
 class HlsSource final : public TrackSource
 {
     Q_OBJECT
@@ -69,6 +70,9 @@ private:
     void onMissed(Presentation::Failure failure, const QString &reason);
     [[nodiscard]] bool isRefused(const HlsPlaylist &playlist);
     void takeNews(const HlsPlaylist &playlist);
+    void seekTwin();
+    void onTwinLoaded(const HlsPlaylist &playlist);
+    [[nodiscard]] QString twinAddress(const HlsTimeline::Entry &entry) const;
     void reloadLater(bool hasNews);
     void reload();
     void end(const QString &why);
@@ -83,7 +87,10 @@ private:
     QTimer m_reload;
     QElapsedTimer m_sinceAsked; // for the playlist
     QElapsedTimer m_sinceCome;
+    QVector<QUrl> m_addresses; // of this playlist and its twins
     QUrl m_address; // that is asked for news
+    HlsLoader m_twinLoader;
+    HlsPlaylist m_twin; // without segments unless there is one
     HlsVariables m_imports;
     HlsTimeline m_timeline;
     qint64 m_targetMs = 0;

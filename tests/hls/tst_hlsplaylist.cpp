@@ -2,7 +2,8 @@
 #include "HlsPlaylist.h"
 #include "TestMain.h"
 
-#include <functional>
+#include <algorithm>
+#include <memory>
 
 using Kind = HlsPlaylist::Kind;
 
@@ -266,6 +267,19 @@ private slots:
         QCOMPARE(list.segments.front().uri, QStringLiteral("http://cdn.test/a.ts?a%2Fb"));
         QCOMPARE(list.segments.front().key->uri, QStringLiteral("cdn.test/k"));
         QCOMPARE(list.segments.front().key->iv, QByteArray(15, '\0') + '\xab');
+    }
+
+    /// Bytes that end where no zero follows them, as those of a larger memory may.
+    void bytesThatNoZeroEnds()
+    {
+        const QByteArray memory = "\xef\xbb\xbf#EXTM3U\n#EXTINF:1,\na";
+        for (int bytes = 0; bytes <= memory.size(); ++bytes) {
+            const auto exact = std::make_unique<char[]>(std::size_t(bytes));
+            std::copy_n(memory.constData(), bytes, exact.get());
+            const HlsPlaylist list = HlsPlaylist::parse(QByteArray::fromRawData(exact.get(), bytes),
+                                                        QUrl(QString::fromLatin1(address)));
+            QCOMPARE(list.error.isEmpty(), bytes == memory.size() || list.kind == Kind::Media);
+        }
     }
 
     void refusals_data()

@@ -172,6 +172,57 @@ private slots:
                  QStringLiteral("/m/b/s1"));
     }
 
+    void twinsStandIn()
+    {
+        Site site("#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1,RESOLUTION=2x2\na/l.m3u8\n"
+                  "#EXT-X-STREAM-INF:BANDWIDTH=1,RESOLUTION=2x2\nb/l.m3u8\n"
+                  "#EXT-X-STREAM-INF:BANDWIDTH=1,RESOLUTION=2x2,FRAME-RATE=60\nc/l.m3u8\n");
+        const QByteArray map = "#EXT-X-MAP:URI=\"i\"\n";
+        site.server.on("/m/a/l.m3u8", replyOf(QByteArray(mediaText).insert(8, map)));
+        site.server.on("/m/b/l.m3u8",
+                       replyOf(QByteArray(mediaText).replace("s1", "other").insert(8, map)));
+        HlsPresentation presentation(site.wish(), MediaServers());
+        QVERIFY(Opening(presentation).isReady);
+        const TrackSource &track = *presentation.tracks().constFirst();
+        QTRY_VERIFY(!track.segment(1).otherAddresses.isEmpty());
+        QCOMPARE(track.segment(1).otherAddresses, QStringList{site.server.address("/m/b/i")});
+        QCOMPARE(track.segment(2).otherAddresses, QStringList{site.server.address("/m/b/other")});
+        QCOMPARE(track.segment(3).otherAddresses, QStringList{site.server.address("/m/b/s2")});
+        QVERIFY(site.server.requestsFor("/m/c/l.m3u8").isEmpty());
+    }
+
+    void strangersDoNotStandIn_data()
+    {
+        QTest::addColumn<QByteArray>("other");
+        QTest::newRow("shorter") << QByteArray(mediaText).replace("#EXTINF:2,\ns2\n", "");
+        QTest::newRow("longer") << QByteArray(mediaText).replace("#EXT-X-END",
+                                                                 "#EXTINF:2,\ns3\n#EXT-X-END");
+        QTest::newRow("other numbers")
+            << QByteArray(mediaText).insert(8, "#EXT-X-MEDIA-SEQUENCE:1\n");
+        QTest::newRow("other durations") << QByteArray(mediaText).replace("INF:2", "INF:1.9");
+        QTest::newRow("other ranges")
+            << QByteArray(mediaText).replace("s1", "#EXT-X-BYTERANGE:5@0\ns1");
+        QTest::newRow("encrypted")
+            << QByteArray(mediaText).insert(8, "#EXT-X-KEY:METHOD=AES-128,URI=\"k\"\n");
+        QTest::newRow("with a map") << QByteArray(mediaText).insert(8, "#EXT-X-MAP:URI=\"i\"\n");
+        QTest::newRow("a master") << QByteArray("#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1\nv\n");
+    }
+
+    void strangersDoNotStandIn()
+    {
+        QFETCH(QByteArray, other);
+        Site site("#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1,RESOLUTION=2x2\na/l.m3u8\n"
+                  "#EXT-X-STREAM-INF:BANDWIDTH=1,RESOLUTION=2x2\nb/l.m3u8\n");
+        site.server.on("/m/b/l.m3u8", replyOf(other));
+        HlsPresentation presentation(site.wish(), MediaServers());
+        QVERIFY(Opening(presentation).isReady);
+        QTRY_COMPARE(site.server.requestsFor("/m/b/l.m3u8").size(), 1);
+        Site later; // by the time that this one is ready the other's answer has come
+        HlsPresentation third(later.wish(), MediaServers());
+        QVERIFY(Opening(third).isReady);
+        QVERIFY(presentation.tracks().constFirst()->segment(1).otherAddresses.isEmpty());
+    }
+
     void variablesOfTheMaster()
     {
         Site site("#EXTM3U\n#EXT-X-DEFINE:NAME=\"x\",VALUE=\"/y\"\n"
