@@ -6,7 +6,6 @@
 #include <QDateTime>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -22,6 +21,11 @@ const QLatin1String identityFormat("identity");
 QString message(const char *what)
 {
     return QString::fromLatin1(what);
+}
+
+bool isBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
 /// Seconds as a tag has them; infinite when they are very many, below 0 when they are none.
@@ -111,7 +115,7 @@ HlsParser::HlsParser(const QUrl &address, const HlsVariables &imports)
 HlsPlaylist HlsParser::parse(const QByteArray &text)
 {
     int from = text.startsWith("\xef\xbb\xbf") ? 3 : 0;
-    while (from < text.size() && std::isspace(static_cast<unsigned char>(text.at(from))))
+    while (from < text.size() && isBlank(text.at(from)))
         ++from;
     if (text.size() > HlsLimits::playlistBytes)
         fail(message("it is too long"));

@@ -269,6 +269,15 @@ private slots:
         QCOMPARE(list.segments.front().key->iv, QByteArray(15, '\0') + '\xab');
     }
 
+    void whatStandsBeforeTheMark()
+    {
+        const QByteArray list = "#EXTM3U\n#EXTINF:1,\na\n";
+        const QUrl from(QString::fromLatin1(address));
+        QCOMPARE(HlsPlaylist::parse(" \t\r\n" + list, from).error, QString());
+        for (const char *other : {"\f", "\v", "\xa0", "x", "\xef\xbb", "\xff\xfe"})
+            QVERIFY(!HlsPlaylist::parse(other + list, from).error.isEmpty());
+    }
+
     /// Bytes that end where no zero follows them, as those of a larger memory may.
     void bytesThatNoZeroEnds()
     {
