@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int maxAttempts = 31;
+constexpr int maxDecodings = 2;
 
 } // namespace
 
@@ -53,16 +54,25 @@ QByteArray SegmentWorker::obtain()
             return content;
         }
     }
-    QByteArray content = fetch();
+    const QByteArray content = fetchDecoded();
     if (m_stop.isRaised())
         return {};
-    if (m_segment.decode && !content.isEmpty() && !m_segment.decode(content, m_stop)) {
-        m_isComplete = false;
-        return {};
-    }
     if (m_isComplete && !cacheFile.isEmpty()) // without a cache the next run fetches again
         m_isCached = SegmentCache::write(cacheFile, content);
     return content;
+}
+
+/// What cannot be decoded may be something else that a server has sent by mistake, such as a page:
+/// the segment is asked for once more.
+QByteArray SegmentWorker::fetchDecoded()
+{
+    for (int round = 0; round < maxDecodings && !m_stop.isRaised(); ++round) {
+        QByteArray content = fetch();
+        if (!m_segment.decode || content.isEmpty() || m_segment.decode(content, m_stop))
+            return content;
+        m_isComplete = false;
+    }
+    return {};
 }
 
 /// Fetches until the segment is complete, has come twice the same, or the attempts are used up.

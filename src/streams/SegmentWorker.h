@@ -79,6 +79,7 @@ protected:
 
 private:
     QByteArray obtain();
+    QByteArray fetchDecoded();
     QByteArray fetch();
 
     const Fetch m_fetch;

@@ -357,10 +357,27 @@ private slots:
             QCOMPARE(stream.end(), Transfer::Outcome::Succeeded);
             QCOMPARE(stream.sink.content(), QByteArray("<]1[]2[-]4["));
             QCOMPARE(stream.cacheFiles().size(), 3);
-            // The second time it comes from the cache, but for what could not be decoded.
-            QCOMPARE(stream.server.requests().size(), 4 + round);
+            // The second time it comes from the cache, but for what could not be decoded, which is
+            // asked for twice.
+            QCOMPARE(stream.server.requests().size(), 5 + 2 * round);
             stream.makeFetcher();
         }
+    }
+
+    void whatCannotBeDecodedMayComeRightTheNextTime()
+    {
+        Stream stream(3);
+        int requests = 0;
+        stream.server.on(pathOf(2), [&requests](const HttpRequest &) {
+            return replyOf(++requests == 1 ? QByteArray("a page") : bodyOf(2));
+        });
+        stream.source.change = [](Segment &segment) {
+            segment.decode = [](QByteArray &body, const StopFlag &) { return body != "a page"; };
+        };
+        QVERIFY(stream.fetcher->start());
+        QCOMPARE(stream.end(), Transfer::Outcome::Succeeded);
+        QCOMPARE(stream.sink.content(), fileOf(1, 3));
+        QCOMPARE(requests, 2);
     }
 
     void decodingEndsWithTheStop()
