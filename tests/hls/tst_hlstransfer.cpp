@@ -14,23 +14,28 @@ namespace {
 /// A stream that becomes a file.
 struct Fetched
 {
-    Fetched(const QUrl &address, const Presentation::Wish &wish = Presentation::Wish())
+    /// @param stopAfter the number of segments that it is stopped after; 0 for none
+    explicit Fetched(const QUrl &address, qint64 stopAfter = 0)
     {
         MediaServers servers;
         servers.net.stallMs = 2000;
-        Presentation::Wish all = wish;
-        all.address = address;
+        const Presentation::Wish wish{address, 0, QString()};
         TracksTransfer::Wish target;
         target.target.folder = folder.path();
         target.target.name = QStringLiteral("out");
         target.cacheFolder = folder.filePath(QStringLiteral("cache"));
-        TracksTransfer transfer(std::make_unique<HlsPresentation>(all, servers),
+        TracksTransfer transfer(std::make_unique<HlsPresentation>(wish, servers),
                                 address.toEncoded(), target, servers);
         bool isOver = false;
         QObject::connect(&transfer, &Transfer::ended, &transfer,
                          [this, &isOver](Transfer::Outcome result) {
                              outcome = result;
                              isOver = true;
+                         });
+        QObject::connect(&transfer, &Transfer::progressed, &transfer,
+                         [&transfer, stopAfter](qint64 done) {
+                             if (stopAfter > 0 && done >= stopAfter)
+                                 transfer.cancel();
                          });
         transfer.start();
         hasEnded = QTest::qWaitFor([&isOver] { return isOver; }, 120 * 1000);
@@ -166,6 +171,42 @@ private slots:
         const QString source = packaged.path("whole.mp4");
         QCOMPARE(MediaFiles::frames(fetched.path, "v:0"), MediaFiles::frames(source, "v:0"));
         QCOMPARE(MediaFiles::packets(fetched.path, "a:0"), MediaFiles::packets(source, "a:0"));
+    }
+
+    /// From its first playlist to its last one, while it makes them.
+    void aPackagerAtWork()
+    {
+        Packaged packaged(QStringLiteral("-c copy copy.mp4"), Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        QProcess packager;
+        packager.setWorkingDirectory(packaged.folder.path());
+        packager.start(QStringLiteral("ffmpeg"),
+                       QStringLiteral("-v error -re -i whole.mp4 -c copy -f hls -hls_time 1 "
+                                      "-hls_list_size 0 -hls_flags program_date_time l.m3u8")
+                           .split(QLatin1Char(' ')));
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(packaged.path("l.m3u8")), 30000);
+        QVERIFY(packager.state() == QProcess::Running);
+        const Fetched fetched(packaged.server.url("/l.m3u8"));
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
+        QCOMPARE(fetched.missing, qint64(0));
+        QVERIFY(packaged.server.requestsFor("/l.m3u8").size() > 2);
+        const QString source = packaged.path("whole.mp4");
+        QCOMPARE(MediaFiles::frames(fetched.path, "v:0"), MediaFiles::frames(source, "v:0"));
+        QCOMPARE(MediaFiles::packets(fetched.path, "a:0"), MediaFiles::packets(source, "a:0"));
+        QTRY_COMPARE(packager.state(), QProcess::NotRunning);
+    }
+
+    /// The file is what came up to then.
+    void stoppedInTheMidst()
+    {
+        Packaged packaged(segmented, Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        packaged.server.on("/l.m3u8", replyOf(window(0, 2)));
+        const Fetched fetched(packaged.server.url("/l.m3u8"), 3);
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Canceled);
+        const auto frames = MediaFiles::frames(packaged.path("whole.mp4"), "v:0");
+        QCOMPARE(MediaFiles::frames(fetched.path, "v:0"), frames.mid(0, 75));
+        QCOMPARE(MediaFiles::complaints(fetched.path), QByteArray());
     }
 
     void whatLeftTheWindowIsAHole()
