@@ -20,7 +20,7 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*["<]([^">]+)[">]', re.MULTILINE)
 LINE_MAKING = re.compile(r"\bHostLine(?!::(?:onOneLine|breaksLine)\b|\.h\b)")
 # These get their options handed, so that two runs in one process can differ in theirs.
 NOT_ASKING = ("net", "discovery", "engine", "webkit", "engines", "transfer", "streams",
-              "media", "dash", "adobedownloader", "run")
+              "media", "dash", "hls", "adobedownloader", "run")
 # What a layer that a build may leave out consists of.
 LEFT_OUT = {"webkit": ("src/engine/webkit/*", "src/FlashVersion.*", "src/NetworkReplyProxy.*",
                        "src/QWebPageProxy.*")}
