@@ -62,12 +62,18 @@ qint64 HlsPlaylist::durationUs() const
 
 QString HlsPlaylist::protection() const
 {
+    const HlsKey *last = nullptr; // which segments share
     for (const HlsSegment &segment : segments) {
-        if (segment.key && !segment.key->protection.isEmpty())
-            return segment.key->protection;
-        const auto &map = segment.map;
-        if (map && map->key && !map->key->protection.isEmpty())
-            return map->key->protection;
+        const HlsKey *const mapKey = segment.map ? segment.map->key.get() : nullptr;
+        for (const HlsKey *const key : {segment.key.get(), mapKey}) {
+            if (!key || key == last)
+                continue;
+            last = key;
+            if (!key->protection.isEmpty())
+                return key->protection;
+            if (key->uri.isEmpty() || resolve(key->uri).isEmpty())
+                return QStringLiteral("a key that is not on the web");
+        }
     }
     return {};
 }

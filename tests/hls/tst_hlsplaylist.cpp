@@ -186,6 +186,11 @@ private slots:
             << QByteArray("#EXT-X-KEY:METHOD=SAMPLE-AES,URI=\"k\"\n") << "SAMPLE-AES";
         QTest::newRow("samples in counter mode")
             << QByteArray("#EXT-X-KEY:METHOD=SAMPLE-AES-CTR,URI=\"k\"\n") << "SAMPLE-AES-CTR";
+        QTest::newRow("key without an address")
+            << QByteArray("#EXT-X-KEY:METHOD=AES-128\n") << "a key that is not on the web";
+        QTest::newRow("key that is not on the web")
+            << QByteArray("#EXT-X-KEY:METHOD=AES-128,URI=\"skd://k\"\n")
+            << "a key that is not on the web";
         QTest::newRow("unknown method") << QByteArray("#EXT-X-KEY:METHOD=ROT13\n") << "ROT13";
         QTest::newRow("no method") << QByteArray("#EXT-X-KEY:URI=\"k\"\n") << "EXT-X-KEY";
         QTest::newRow("another format") << other << "com.x";

@@ -92,6 +92,21 @@ private slots:
                 && (!files.contains(QLatin1Char('*')) || whole == expected));
     }
 
+    void aServerThatKnowsNoRanges()
+    {
+        Packaged packaged(QStringLiteral("-f hls -hls_time 1 -hls_playlist_type vod "
+                                         "-hls_flags single_file -hls_segment_filename s.ts "
+                                         "l.m3u8"));
+        QVERIFY(packaged.isMade);
+        const QByteArray file = readFile(packaged.path("s.ts"));
+        packaged.server.on("/s.ts", replyOf(file));
+        const MediaServers servers;
+        HlsPresentation presentation({packaged.server.url("/l.m3u8"), 0, QString()}, servers);
+        QVERIFY(Opening(presentation).isReady);
+        QCOMPARE(joined(fetchAll(*presentation.tracks().constFirst(), servers)), file);
+        QCOMPARE(packaged.server.requestsFor("/s.ts").size(), 6);
+    }
+
     void encrypted_data()
     {
         QTest::addColumn<QString>("options");

@@ -261,6 +261,45 @@ private slots:
         QCOMPARE(MediaFiles::complaints(fetched.path), QByteArray());
     }
 
+    void aPageInASegmentsPlace_data()
+    {
+        QTest::addColumn<QString>("options");
+        QTest::newRow("in the clear") << QString();
+        QTest::newRow("encrypted") << "-hls_key_info_file k.info ";
+    }
+
+    /// For once; the segment comes the next time.
+    void aPageInASegmentsPlace()
+    {
+        QFETCH(QString, options);
+        Packaged packaged(QString(segmented).replace(QLatin1String("-hls_time"),
+                                                     options + QLatin1String("-hls_time")),
+                          Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        int requests = 0;
+        packaged.server.on("/s02.ts", [&](const HttpRequest &) {
+            HttpReply page = replyOf("<html>busy</html>");
+            page.headers = {{"Content-Type", "text/html"}};
+            return ++requests == 1 ? page : replyOf(readFile(packaged.path("s02.ts")));
+        });
+        const Fetched fetched(packaged.server.url("/x.m3u8"));
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
+        QCOMPARE(fetched.missing, qint64(0));
+        QCOMPARE(MediaFiles::frames(fetched.path, "v:0"),
+                 MediaFiles::frames(packaged.path("whole.mp4"), "v:0"));
+    }
+
+    void whatNeverComesIsMissing()
+    {
+        Packaged packaged(segmented, Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        packaged.server.on("/s02.ts", replyOf("", 404));
+        const Fetched fetched(packaged.server.url("/x.m3u8"));
+        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
+        QCOMPARE(fetched.missing, qint64(1));
+        QVERIFY(rises(MediaFiles::times(fetched.path, "v:0")));
+    }
+
     void protectedIsRefused()
     {
         Packaged packaged(QStringLiteral("-c copy -f hls -hls_playlist_type vod l.m3u8"),
