@@ -102,3 +102,7 @@ fi
 if [ -x "$here/fetch-swfobject.sh" ]; then
     "$here/fetch-swfobject.sh"
 fi
+# Only some of the tests need them.
+if [ -x "$here/fetch-players.sh" ]; then
+    "$here/fetch-players.sh" || echo 'setup: going on without the players'
+fi

@@ -1,0 +1,5 @@
+importScripts('/pieces.js');
+addEventListener('message', async event => {
+    const piece = await rangeOf('/watch/fragmented', ...event.data);
+    postMessage(piece, [piece]);
+});
