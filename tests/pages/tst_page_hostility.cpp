@@ -1,0 +1,176 @@
+// Whole runs of pages that mean harm to an engine: each ends in order, with what there is to find,
+// and leaves nothing.
+
+#include "Leftovers.h"
+#include "PageKind.h"
+#include "PageRun.h"
+#include "PageSite.h"
+#include "TestFiles.h"
+#include "TestMain.h"
+#include "TlsServer.h"
+
+#include <algorithm>
+#include <csignal>
+#include <iterator>
+
+namespace {
+
+enum class Outcome { Video, Nothing };
+
+struct HostilePage
+{
+    const char *name;
+    const char *page; ///< of the site, without "hostile-"
+    Outcome outcome;
+    const char *options = "";
+};
+
+const HostilePage hostilePages[] = {
+    {"dialogs", "dialogs", Outcome::Video},
+    {"dialogs without an end", "dialogs-for-ever", Outcome::Nothing, "--timeout 6"},
+    {"windows", "popups", Outcome::Video},
+    {"downloads", "downloads", Outcome::Video},
+    {"navigation without an end", "navigation", Outcome::Nothing, "--timeout 6"},
+    {"history without an end", "history", Outcome::Video},
+    {"a document of 1 GB", "document", Outcome::Video, "--timeout 30 --memory 600"},
+    {"elements without an end", "elements", Outcome::Video, "--timeout 30 --memory 600"},
+    {"a script without an end", "endless-script", Outcome::Video, "--timeout 30"},
+    {"a script without an end, at once", "endless-at-once", Outcome::Nothing, "--timeout 6"},
+    {"a memory bomb", "memory", Outcome::Video, "--timeout 30 --memory 600"},
+    {"workers without an end", "workers", Outcome::Video, "--timeout 30 --memory 600"},
+    {"fake types", "fake-types", Outcome::Video},
+    {"10,000 requests", "requests", Outcome::Video},
+    {"files of the machine", "files", Outcome::Video},
+    {"sockets", "sockets", Outcome::Video},
+};
+
+/// All lines of a run, but for progress.
+QByteArray linesOf(Outcome outcome, const QString &page, const QByteArray &record)
+{
+    if (outcome == Outcome::Nothing)
+        return parsingLine(page) + fixedLine("parse failed") + fixedLine("detach sharememory");
+    return parsingLine(page) + record + fixedLine("start download video ...")
+        + fixedLine("video download finished:success") + fixedLine("detach sharememory");
+}
+
+HttpReply fakeReply(const HttpRequest &request)
+{
+    const QByteArray name = request.path().split('/').value(2);
+    if (name == "small")
+        return mediaReply("no video");
+    if (name == "page")
+        return mediaReply("<html><script>alert('a page')</script></html>");
+    if (name == "sound")
+        return mediaReply(QByteArray(1000, '\xff'), "audio/mpeg");
+    return mediaReply(QByteArray(1000, '\0'), name == "script" ? "video/mp4" : "text/javascript");
+}
+
+} // namespace
+
+class tst_PageHostility : public QObject
+{
+    Q_OBJECT
+
+    static void serveMore(PageSite &site)
+    {
+        ScriptedServer &host = site.host();
+        for (const char *const path :
+             {"/fake/small", "/fake/page", "/fake/sound", "/fake/script", "/fake/picture"})
+            host.on(path, fakeReply);
+        HttpReply attachment = replyOf(QByteArray(100000, 'x'));
+        attachment.headers = {{"Content-Type", "application/octet-stream"},
+                              {"Content-Disposition", "attachment; filename=of-the-server.exe"}};
+        host.on("/attachment/frame", attachment);
+        for (int i = 1; i < 20; i += 2)
+            host.on("/attachment/" + QByteArray::number(i), attachment);
+        host.on("/many", replyOf("x"));
+    }
+
+    /// What a run has in its folder beside what it is for.
+    static QStringList strayFiles(const ProgramRun &run)
+    {
+        QStringList files = filesBelow(run.folder());
+        const QRegularExpression ownFile(option("^(tmp|tmp/[0-9A-F]{32}\\.mp4|cookies\\.txt.*)$"));
+        files.erase(std::remove_if(files.begin(), files.end(),
+                                   [&](const QString &file) {
+                                       return ownFile.match(file).hasMatch()
+                                           || QFileInfo(run.path(file)).isDir();
+                                   }),
+                    files.end());
+        return files;
+    }
+
+private slots:
+    void pages_data()
+    {
+        QTest::addColumn<int>("number");
+        for (int i = 0; i < int(std::size(hostilePages)); ++i)
+            QTest::newRow(hostilePages[i].name) << i;
+    }
+
+    void pages()
+    {
+        QFETCH(int, number);
+        const HostilePage &hostile = hostilePages[number];
+        const QByteArray name = QByteArray("hostile-") + hostile.page;
+        PageSite site;
+        serveMore(site);
+        const QString page = site.page(name);
+        const Leftovers left;
+        ProgramRun run;
+        QVERIFY(run.run(engineOptions(option("chromium")) + QStringList{option("--url"), page}
+                            + option(hostile.options).split(QLatin1Char(' '), Qt::SkipEmptyParts),
+                        120000));
+
+        const QByteArray lines = run.errorOutput();
+        const QByteArray record =
+            recordLine(site.address("/watch/clip"), PageSite::media(option("clip.mp4")).size(), "",
+                       QByteArray(), PageSite::titleOf(name));
+        QCOMPARE(withoutProgress(lines), linesOf(hostile.outcome, page, record));
+        QCOMPARE(run.exitCode(), 0);
+        if (hostile.outcome == Outcome::Video) {
+            QVERIFY(run.fileContent(option("tmp/") + pageHash(page) + option(".mp4"))
+                    == PageSite::media(option("clip.mp4")));
+        }
+        QCOMPARE(left.processes(), QStringList());
+        QCOMPARE(strayFiles(run), QStringList());
+        QTRY_COMPARE(left.files(), QStringList()); // those of other tests come and go
+        for (const char *const path : {"/stolen", "/socket", "/socket-of-worker", "/transport"})
+            QVERIFY2(site.host().requestsFor(path).isEmpty(), path);
+    }
+
+    void certificates()
+    {
+        TlsServer server;
+        QVERIFY(server.start());
+        server.put(option("page.html"), videoPage("/v.mp4"));
+        server.put(option("v.mp4"), testBytes(6 * 1024 * 1024));
+        const QString page = server.https("/page.html");
+        const Leftovers left;
+        ProgramRun run;
+        QVERIFY(run.run(engineOptions(option("chromium"))
+                        + QStringList{option("--url"), page, option("--insecure")}));
+        QCOMPARE(run.errorOutput(), linesOf(Outcome::Nothing, page, QByteArray()));
+        QCOMPARE(left.processes(), QStringList());
+    }
+
+    /// Nobody is left who could end the engine but what ends it then.
+    void killedRun()
+    {
+        PageSite site;
+        const Leftovers left;
+        ProgramRun run;
+        run.start(engineOptions(option("chromium"))
+                  + QStringList{option("--url"), site.page("hostile-endless-at-once")});
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !site.host().requestsFor("/hostile-endless-at-once.html").isEmpty(), 30000);
+        QVERIFY(left.processes().size() > 1);
+        ::kill(pid_t(run.process().processId()), SIGKILL);
+        QTRY_COMPARE_WITH_TIMEOUT(left.processes(), QStringList(), 20000);
+        QTRY_COMPARE(left.files(), QStringList());
+        QVERIFY(run.waitForEnd());
+    }
+};
+
+CLIPWEIR_TEST_MAIN(tst_PageHostility)
+#include "tst_page_hostility.moc"
