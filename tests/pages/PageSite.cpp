@@ -153,7 +153,7 @@ QByteArray signatureOf(const QString &file, qint64 expires)
 
 HttpReply sign(const HttpRequest &request)
 {
-    const QString file = queryOf(request).queryItemValue(option("file"));
+    const QString file = queryOf(request).queryItemValue(option("film")) + option(".mp4");
     const qint64 expires = QDateTime::currentSecsSinceEpoch() + signedForS;
     return plainReply("/signed/" + file.toUtf8() + "?expires=" + QByteArray::number(expires)
                           + "&signature=" + signatureOf(file, expires),

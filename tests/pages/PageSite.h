@@ -17,7 +17,7 @@
 ///     /of-the-page/FILE        for who comes from a page of the site
 ///     /of-the-visitor/FILE     for who has the cookie that the page's script sets
 ///     /of-the-session/FILE     for who has the cookie that /session sets, which scripts do not see
-///     /sign?file=FILE          an address of /signed/FILE, which works for a minute
+///     /sign?film=NAME          an address of /signed/NAME.mp4, which works for a minute
 ///     /players/...             the players
 class PageSite final
 {

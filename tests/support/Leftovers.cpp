@@ -68,7 +68,8 @@ QStringList engineFiles()
     for (const char *const folder : {"/tmp", "/var/tmp", "/dev/shm"}) {
         const QDir dir(QString::fromLatin1(folder));
         const QStringList names =
-            dir.entryList({QStringLiteral("*chrom*"), QStringLiteral("*clipweir*")},
+            dir.entryList({QStringLiteral("*org.chromium*"), QStringLiteral("*google.Chrome*"),
+                           QStringLiteral("scoped_dir*")},
                           QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
         for (const QString &name : names)
             found += dir.filePath(name);
