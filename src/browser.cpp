@@ -58,7 +58,7 @@ void Browser::connectAll()
     connect(engine, &PageEngine::replyEnded, this, &Browser::replyFinished);
     connect(engine, &PageEngine::loaded, this, &Browser::loadFinished);
     connect(engine, &PageEngine::snapshot, this, &Browser::onSnapshot);
-    m_engine->setCandidateCheck([this] { return !m_result.fileList.isEmpty(); });
+    m_engine->setCandidateCheck([this] { return hasCandidate(); });
     connect(engine, &PageEngine::windowClosed, this, [this] {
         m_life.verdict().decide(RunClass::Stopped);
         requestClose();
@@ -316,6 +316,16 @@ bool Browser::isVideoFounded() const
 {
     return std::any_of(m_result.fileList.cbegin(), m_result.fileList.cend(),
                        [this](const VideoFile &file) { return m_rules.isFound(file); });
+}
+
+/// Whether there is something to choose. An address alone may be anything: players ask for empty
+/// videos to learn what the engine can do.
+bool Browser::hasCandidate() const
+{
+    return std::any_of(m_result.fileList.cbegin(), m_result.fileList.cend(),
+                       [](const VideoFile &file) {
+                           return file.nSize > 0 || file.urlType != QLatin1String("http");
+                       });
 }
 
 /// What comes first may be an advertisement. The toolkit's engine lets it play to its end, which

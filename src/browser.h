@@ -143,6 +143,7 @@ private:
     void onSnapshot(const PageSnapshot &snapshot);
     void onLook();
     PageScan pageScan();
+    [[nodiscard]] bool hasCandidate() const;
     [[nodiscard]] bool mayBetterCome() const;
     void stopAnalysis();
     bool startF4f(const QString &url);

@@ -27,7 +27,9 @@ class Site(http.server.BaseHTTPRequestHandler):
 
     def do_GET(self):
         site = self.server
-        if self.path == '/page':
+        if site.first_at is None:
+            site.first_at = time.monotonic()
+        if self.path.partition('?')[0] == '/page':
             self.answer('text/html', site.page)
         elif self.path.endswith('.js'):
             self.answer('text/javascript', b'document.title += "."; // ' + b'x' * 2000)
@@ -79,6 +81,7 @@ class Server:
         self.server.delay = delay
         self.server.video = bytes(video_bytes)
         self.server.video_at = None
+        self.server.first_at = None
         self.address = f'http://127.0.0.1:{self.server.server_port}/page'
 
     def __enter__(self):

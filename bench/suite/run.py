@@ -17,7 +17,7 @@ import tempfile
 
 import report
 
-MEASUREMENTS = ('transfers', 'streams', 'parts', 'pages', 'startup')
+MEASUREMENTS = ('transfers', 'streams', 'parts', 'pages', 'engines', 'startup')
 
 
 class Context:

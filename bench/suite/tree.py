@@ -20,6 +20,13 @@ def processor_seconds(pid):
     return (int(fields[11]) + int(fields[12])) / TICKS
 
 
+def seconds_with_children(pid):
+    """The same, with the children that it has waited for and theirs."""
+    with open(f'/proc/{pid}/stat') as file:
+        fields = file.read().rpartition(')')[2].split()
+    return sum(int(field) for field in fields[11:15]) / TICKS
+
+
 def status_kib(pid, name):
     with open(f'/proc/{pid}/status') as file:
         return next(int(line.split()[1]) for line in file if line.startswith(f'{name}:'))

@@ -5,7 +5,9 @@
 #include "TestMain.h"
 
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QTemporaryDir>
+#include <QUdpSocket>
 
 #include <algorithm>
 #include <memory>
@@ -436,6 +438,34 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(page->snapshot().source.contains(text("<title>refused</title>")),
                                  patienceMs);
         QVERIFY(server.requestsFor("/socket").isEmpty());
+    }
+
+    void peersAreNotReached()
+    {
+        QUdpSocket datagrams;
+        QVERIFY(datagrams.bind(QHostAddress::LocalHost));
+        QTcpServer streams;
+        QVERIFY(streams.listen(QHostAddress::LocalHost));
+        const QByteArray stun = "stun:127.0.0.1:" + QByteArray::number(datagrams.localPort());
+        const QByteArray turn =
+            "turn:127.0.0.1:" + QByteArray::number(streams.serverPort()) + "?transport=tcp";
+        ScriptedServer server;
+        server.on("/",
+                  reply("<script>const c = new RTCPeerConnection({iceServers: [{urls: '" + stun
+                        + "'}, {urls: '" + turn
+                        + "', username: 'u', credential: 'p'}]}); c.createDataChannel('d');"
+                          "c.onicegatheringstatechange = () => document.title = "
+                          "c.iceGatheringState;"
+                          "c.createOffer().then((o) => c.setLocalDescription(o));"
+                          "try { new WebTransport('https://127.0.0.1:"
+                        + QByteArray::number(datagrams.localPort())
+                        + "/').ready.catch(() => {}) } catch (e) {}</script>"));
+        const auto page = open(server.address("/"));
+        QVERIFY(page->load(server.address("/")));
+        QTRY_VERIFY_WITH_TIMEOUT(page->snapshot().source.contains(text("<title>complete</title>")),
+                                 patienceMs);
+        QVERIFY(!datagrams.hasPendingDatagrams());
+        QVERIFY(!streams.hasPendingConnections());
     }
 
     void aCrashIsTold()

@@ -1,4 +1,5 @@
 #include "EngineProcess.h"
+#include "Landlock.h"
 #include "TestMain.h"
 
 #include <QDir>
@@ -6,7 +7,10 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
+#include <array>
 #include <csignal>
+
+#include <sched.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -36,6 +40,33 @@ int engineProcesses()
             ++count;
     }
     return count;
+}
+
+/// A run that may make no namespaces: passes on what the engine answers, and ends.
+[[noreturn]] void runWithoutNamespaces(int answers)
+{
+    const auto write = [](const char *path, const QByteArray &text) {
+        QFile file(QString::fromLatin1(path));
+        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
+    };
+    const QByteArray user = QByteArray::number(::geteuid());
+    if (::unshare(CLONE_NEWUSER) != 0 || !write("/proc/self/uid_map", user + ' ' + user + " 1")
+        || !write("/proc/sys/user/max_user_namespaces", "0"))
+        ::_exit(1);
+    const auto keeper = EngineKeeper::fork(setupFor(FAKE_ENGINE));
+    keeper->begin();
+    const QByteArray words("arguments\0home\0read /etc/shadow\0listen\0end\0", 43);
+    while (::write(keeper->writeFd(), words.constData(), 43) != 43)
+        ::usleep(1000);
+    std::array<char, 4096> text{};
+    for (;;) {
+        const ssize_t count = ::read(keeper->readFd(), text.data(), text.size());
+        if (count == 0 || (count > 0 && ::write(answers, text.data(), size_t(count)) != count))
+            break;
+        ::usleep(1000);
+    }
+    const bool isGone = keeper->end() == EngineKeeper::End::OfItself;
+    ::_exit(isGone ? 0 : 2);
 }
 
 } // namespace
@@ -226,6 +257,33 @@ private slots:
         QCOMPARE(engineProcesses(), 0);
         QCOMPARE(keeper->end(), EngineKeeper::End::Asked);
         QCOMPARE(::waitpid(-1, nullptr, WNOHANG), -1); // no child is left
+    }
+
+    /// What else confines the engine holds.
+    void whereNamespacesAreForbiddenItRunsWithoutThem()
+    {
+        std::array<int, 2> ends{};
+        QCOMPARE(::pipe(ends.data()), 0);
+        const pid_t run = ::fork();
+        if (run == 0) {
+            ::close(ends[0]);
+            runWithoutNamespaces(ends[1]);
+        }
+        ::close(ends[1]);
+        QFile answers;
+        QVERIFY(answers.open(ends[0], QIODevice::ReadOnly, QFileDevice::AutoCloseHandle));
+        const QByteArrayList said = answers.readAll().split('\0');
+        int status = 0;
+        ::waitpid(run, &status, 0);
+        QCOMPARE(status, 0);
+        QVERIFY(said.size() >= 4);
+        QVERIFY2(said.at(0).contains("--no-sandbox\n"), said.at(0).constData());
+        const QByteArray home = said.at(1);
+        QVERIFY(!QDir(QString::fromUtf8(home)).exists());
+        QVERIFY2(home.startsWith(QDir::tempPath().toUtf8() + "/engine-"), home.constData());
+        QVERIFY2(Landlock::offeredVersion() == 0 || said.at(2) == "Permission denied",
+                 said.at(2).constData());
+        QCOMPARE(said.at(3), QByteArray("Operation not permitted"));
     }
 
     /// Whatever the run dies of.
