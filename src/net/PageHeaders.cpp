@@ -17,8 +17,15 @@ QByteArray referrer(const QUrl &url)
 } // namespace
 
 PageHeaders::PageHeaders(const QUrl &page)
-    : m_page(referrer(page))
+    : m_page(page)
+    , m_referrer(referrer(page))
 {
+}
+
+bool PageHeaders::isPagesServer(const QUrl &url) const
+{
+    return url.scheme() == m_page.scheme() && url.host() == m_page.host()
+        && url.port(-1) == m_page.port(-1);
 }
 
 void PageHeaders::note(const QUrl &url, const Headers &headers)
@@ -43,8 +50,12 @@ PageHeaders::Headers PageHeaders::of(const QUrl &url) const
     const auto known = m_headers.constFind(url);
     if (known != m_headers.constEnd())
         headers = *known;
-    else if (!m_page.isEmpty())
-        headers += qMakePair(QByteArrayLiteral("Referer"), m_page);
+    else if (!m_referrer.isEmpty())
+        headers += qMakePair(QByteArrayLiteral("Referer"), m_referrer);
+    if (!m_page.userName().isEmpty() && url.userInfo().isEmpty() && isPagesServer(url)) {
+        const QByteArray pair = m_page.userInfo(QUrl::FullyDecoded).toUtf8();
+        headers += qMakePair(QByteArrayLiteral("Authorization"), "Basic " + pair.toBase64());
+    }
     if (!m_userAgent.isEmpty())
         headers += qMakePair(QByteArrayLiteral("User-Agent"), m_userAgent);
     return headers;

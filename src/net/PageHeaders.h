@@ -16,7 +16,8 @@ class PageHeaders final
 public:
     using Headers = QList<QPair<QByteArray, QByteArray>>;
 
-    /// @param page the referrer for addresses that the page has not asked for itself
+    /// @param page the referrer for addresses that the page has not asked for itself. A user name
+    /// and password in it are given to its server for these, too, as an engine does.
     explicit PageHeaders(const QUrl &page);
 
     /// Keeps those of a request's headers that tell where it comes from.
@@ -26,7 +27,10 @@ public:
     [[nodiscard]] Headers of(const QUrl &url) const;
 
 private:
-    const QByteArray m_page; ///< empty for a page that is none of the web
+    [[nodiscard]] bool isPagesServer(const QUrl &url) const;
+
+    const QUrl m_page;
+    const QByteArray m_referrer; ///< empty for a page that is none of the web
     mutable std::mutex m_mutex; // guards what follows
     QHash<QUrl, Headers> m_headers;
     QByteArray m_userAgent; ///< the last one seen

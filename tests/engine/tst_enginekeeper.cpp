@@ -55,8 +55,8 @@ int engineProcesses()
         ::_exit(1);
     const auto keeper = EngineKeeper::fork(setupFor(FAKE_ENGINE));
     keeper->begin();
-    const QByteArray words("arguments\0home\0read /etc/shadow\0listen\0end\0", 43);
-    while (::write(keeper->writeFd(), words.constData(), 43) != 43)
+    static constexpr char words[] = "arguments\0home\0read /etc/shadow\0listen\0end";
+    while (::write(keeper->writeFd(), words, sizeof words) != ssize_t(sizeof words))
         ::usleep(1000);
     std::array<char, 4096> text{};
     for (;;) {

@@ -2,7 +2,10 @@
 #include "PageRun.h"
 #include "TestMain.h"
 
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QMultiHash>
 #include <QSharedMemory>
 #include <QTimer>
 
@@ -19,6 +22,42 @@
 #include <unistd.h>
 
 namespace {
+
+/// Whether the runs are over an engine in processes of its own.
+bool isEngineApart()
+{
+    return !qEnvironmentVariableIsEmpty("CLIPWEIR_ENGINE");
+}
+
+/// A field of a file of proc(5), "stat", counted from the state; -1 when it cannot be read.
+qint64 statField(const QString &path, int number)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray line = file.readAll();
+    return line.mid(line.lastIndexOf(')') + 2).split(' ').value(number).toLongLong();
+}
+
+/// The time that a thread or process has spent on its own, in clock ticks.
+qint64 ticksOf(const QString &path)
+{
+    return statField(path, 11);
+}
+
+QList<qint64> descendantsOf(qint64 ancestor)
+{
+    QMultiHash<qint64, qint64> children;
+    const QStringList names = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &name : names) {
+        if (const qint64 process = name.toLongLong())
+            children.insert(statField(QStringLiteral("/proc/%1/stat").arg(process), 1), process);
+    }
+    QList<qint64> found = children.values(ancestor);
+    for (int i = 0; i < found.size(); ++i)
+        found += children.values(found.at(i));
+    return found;
+}
 
 constexpr int videoBytes = 6000000;
 constexpr int floodBytes = 1 << 20;
@@ -93,11 +132,13 @@ struct Scene
     [[nodiscard]] bool isBusy()
     {
         constexpr qint64 busyTicks = 30;
-        QFile file(QStringLiteral("/proc/%1/task/%1/stat").arg(run.process().processId()));
-        if (!file.open(QIODevice::ReadOnly))
+        const qint64 program = run.process().processId();
+        qint64 ticks = ticksOf(QStringLiteral("/proc/%1/task/%1/stat").arg(program));
+        const QList<qint64> engines = isEngineApart() ? descendantsOf(program) : QList<qint64>();
+        for (const qint64 engine : engines)
+            ticks += ticksOf(QStringLiteral("/proc/%1/stat").arg(engine));
+        if (ticks < 0)
             return false;
-        const QByteArray line = file.readAll();
-        const qint64 ticks = line.mid(line.lastIndexOf(')')).split(' ').value(12).toLongLong();
         if (firstTicks < 0)
             firstTicks = ticks;
         return ticks > firstTicks + busyTicks;
@@ -477,7 +518,9 @@ class tst_RunStopStates : public QObject
         const size_t middle = states().size() / 2;
         const size_t end = isSecondHalf ? states().size() : middle;
         for (size_t i = isSecondHalf ? middle : 0; i < end; ++i)
-            QTest::addRow("%s", states().at(i).name) << int(i);
+            // Such an engine has its names looked up by processes that are not the test's to slow.
+            if (!isEngineApart() || !QByteArray(states().at(i).name).contains("looked up"))
+                QTest::addRow("%s", states().at(i).name) << int(i);
     }
 
     /// Asks the run of the row to end, by a signal or else by the flag.

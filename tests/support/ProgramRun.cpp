@@ -110,7 +110,8 @@ QStringList overEngine(const QStringList &arguments)
     const QString engine = qEnvironmentVariable("CLIPWEIR_ENGINE");
     if (engine.isEmpty() || !arguments.contains(QStringLiteral("--url")))
         return arguments;
-    return arguments + QStringList{QStringLiteral("--engine"), engine};
+    return arguments + QStringList{QStringLiteral("--engine")}
+    + engine.split(QLatin1Char(' '), Qt::SkipEmptyParts);
 }
 
 } // namespace

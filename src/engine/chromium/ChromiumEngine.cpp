@@ -59,8 +59,11 @@ ChromiumEngine::ChromiumEngine(std::unique_ptr<EngineKeeper> keeper, const RunOp
     connect(&m_traffic, &PageTraffic::replySeen, this, &PageEngine::replySeen);
     connect(&m_traffic, &PageTraffic::sizeUntold, this, &PageEngine::sizeUntold);
     connect(&m_traffic, &PageTraffic::replyEnded, this, &PageEngine::replyEnded);
-    connect(&m_traffic, &PageTraffic::requestSeen, &m_hand, &PageHand::wait);
-    connect(&m_traffic, &PageTraffic::replySeen, &m_hand, &PageHand::wait);
+    connect(&m_traffic, &PageTraffic::requestSeen, this, &ChromiumEngine::onLife);
+    connect(&m_traffic, &PageTraffic::replySeen, this, &ChromiumEngine::onLife);
+    connect(&m_silence, &QTimer::timeout, this, &ChromiumEngine::onSilence);
+    m_silence.setSingleShot(true);
+    m_silence.setInterval(static_cast<int>(options.netSettings().stallMs));
     connect(&m_reader, &FrameReader::ready, this, &PageEngine::snapshot);
 }
 
@@ -141,9 +144,24 @@ void ChromiumEngine::tellLoaded(bool isOk)
 {
     if (std::exchange(m_isLoaded, true))
         return;
+    m_silence.stop();
     if (m_mayPress && isOk)
         m_hand.begin([this] { return !hasCandidate(); });
     emit loaded(isOk);
+}
+
+void ChromiumEngine::onLife()
+{
+    m_hand.wait();
+    if (!m_isLoaded && !m_isStopped && m_silence.interval() > 0)
+        m_silence.start();
+}
+
+/// The engine ends no single request that is under way, but all that a page waits for.
+void ChromiumEngine::onSilence()
+{
+    m_tools.call(QStringLiteral("Page.stopLoading"), {}, m_session);
+    tellLoaded(true);
 }
 
 void ChromiumEngine::onEvent(const QString &method, const QJsonObject &parameters,
@@ -173,6 +191,7 @@ void ChromiumEngine::onEnd(const QString &reason)
     if (m_isStopped)
         return;
     m_isStopped = true;
+    m_silence.stop();
     m_hand.stop();
     m_reader.stop();
     emit lost(reason);
@@ -212,6 +231,7 @@ void ChromiumEngine::stop()
         return;
     m_isStopped = true;
     m_traffic.stop();
+    m_silence.stop();
     m_hand.stop();
     m_reader.stop();
     const QJsonObject cookies =

@@ -9,6 +9,8 @@
 #include "PageTraffic.h"
 #include "RunOptions.h"
 
+#include <QTimer>
+
 #include <memory>
 
 /// A current engine, in processes of its own, which end with the analysis. It has no window.
@@ -42,6 +44,8 @@ private:
     void onSession(const QString &session);
     void navigate();
     void tellLoaded(bool isOk);
+    void onLife();
+    void onSilence();
     void onEnd(const QString &reason);
 
     DevTools m_tools;
@@ -50,6 +54,7 @@ private:
     PageHand m_hand;
     const bool m_mayPress;
     EngineCookies m_cookies;
+    QTimer m_silence; ///< of a page that is being loaded, where the caller limits it
     QUrl m_url;
     QString m_session; ///< of the page; empty before there is one
     QJsonObject m_userAgent; ///< as the protocol's overrides have it

@@ -4,8 +4,8 @@
   const most = 16 << 20, manyElements = 300000;
   const root = document.documentElement;
   if (!root) return {source: '', params: [], media: []};
-  const type = document.doctype ? new XMLSerializer().serializeToString(document.doctype) : '';
-  const parts = [type + root.outerHTML], media = new Set(), params = [];
+  const textOf = (node) => node === root ? root.outerHTML : new XMLSerializer().serializeToString(node);
+  const parts = [Array.from(document.childNodes, textOf).join('')], media = new Set(), params = [];
   let length = parts[0].length, seen = 0;
   const look = (tree) => {
     const walker = document.createTreeWalker(tree, NodeFilter.SHOW_ELEMENT);
