@@ -53,7 +53,8 @@ PageHeaders::Headers PageHeaders::of(const QUrl &url) const
     else if (!m_referrer.isEmpty())
         headers += qMakePair(QByteArrayLiteral("Referer"), m_referrer);
     if (!m_page.userName().isEmpty() && url.userInfo().isEmpty() && isPagesServer(url)) {
-        const QByteArray pair = m_page.userInfo(QUrl::FullyDecoded).toUtf8();
+        const QByteArray pair = m_page.userName(QUrl::FullyDecoded).toUtf8() + ':'
+            + m_page.password(QUrl::FullyDecoded).toUtf8();
         headers += qMakePair(QByteArrayLiteral("Authorization"), "Basic " + pair.toBase64());
     }
     if (!m_userAgent.isEmpty())

@@ -10,6 +10,12 @@ namespace {
 
 constexpr int windowWidth = 1280;
 constexpr int windowHeight = 800;
+/// Takes away what connects by itself, where nobody could look at it. What is deleted would come
+/// back in workers.
+constexpr char removal[] =
+    "for (const name of ['WebTransport', 'RTCPeerConnection', 'webkitRTCPeerConnection'])"
+    "Object.defineProperty(self, name, {value: undefined})";
+
 constexpr int maxLaidOutHeight = 16384;
 constexpr auto longestWaitForCookies = 500ms;
 
@@ -89,15 +95,7 @@ void ChromiumEngine::load(const QUrl &url)
     const QJsonArray cookies = m_cookies.given();
     if (!cookies.isEmpty())
         m_tools.call(QStringLiteral("Storage.setCookies"), {{QStringLiteral("cookies"), cookies}});
-    // What else a page has gets its name by the page's.
-    m_tools.call(
-        QStringLiteral("Target.setAutoAttach"),
-        {{QStringLiteral("autoAttach"), true},
-         {QStringLiteral("waitForDebuggerOnStart"), true},
-         {QStringLiteral("flatten"), true},
-         {QStringLiteral("filter"),
-          QJsonArray{QJsonObject{{QStringLiteral("type"), QStringLiteral("service_worker")}},
-                     QJsonObject{{QStringLiteral("exclude"), true}}}}});
+    holdNewTargets({}, {QStringLiteral("service_worker"), QStringLiteral("shared_worker")});
     m_tools.call(QStringLiteral("Target.createTarget"),
                  {{QStringLiteral("url"), QStringLiteral("about:blank")},
                   {QStringLiteral("width"), windowWidth},
@@ -123,11 +121,51 @@ void ChromiumEngine::onSession(const QString &session)
     m_session = session;
     m_reader.setSession(session);
     m_hand.setSession(session);
-    m_tools.call(QStringLiteral("Page.enable"), {}, session);
+    prepareFrames(session);
     m_tools.call(QStringLiteral("Inspector.enable"), {}, session);
     // The page's own process does this, and could still be at it when the page comes.
     m_tools.call(QStringLiteral("Emulation.setUserAgentOverride"), m_userAgent, session,
                  [this](const QJsonObject &) { navigate(); });
+}
+
+/// Has targets of these types, once they are made below that one, wait to be prepared.
+void ChromiumEngine::holdNewTargets(const QString &session, const QStringList &types)
+{
+    QJsonArray filter;
+    for (const QString &type : types)
+        filter += QJsonObject{{QStringLiteral("type"), type}};
+    filter += QJsonObject{{QStringLiteral("exclude"), true}};
+    m_tools.call(QStringLiteral("Target.setAutoAttach"),
+                 {{QStringLiteral("autoAttach"), true},
+                  {QStringLiteral("waitForDebuggerOnStart"), true},
+                  {QStringLiteral("flatten"), true},
+                  {QStringLiteral("filter"), filter}},
+                 session);
+}
+
+/// Takes from all scripts of a target's frames what goes past the page's traffic.
+void ChromiumEngine::prepareFrames(const QString &session)
+{
+    holdNewTargets(session, {QStringLiteral("iframe"), QStringLiteral("worker")});
+    m_tools.call(QStringLiteral("Page.enable"), {}, session);
+    m_tools.call(QStringLiteral("Page.addScriptToEvaluateOnNewDocument"),
+                 {{QStringLiteral("source"), QLatin1String(removal)}}, session);
+}
+
+/// @param session of a target that waits
+void ChromiumEngine::prepare(const QString &session, const QString &type)
+{
+    if (type == QLatin1String("iframe")) {
+        prepareFrames(session);
+    } else {
+        holdNewTargets(session, {QStringLiteral("worker")});
+        m_tools.call(QStringLiteral("Runtime.evaluate"),
+                     {{QStringLiteral("expression"), QLatin1String(removal)}}, session);
+    }
+    // The others get their name by the page's.
+    if (type == QLatin1String("service_worker"))
+        m_tools.call(QStringLiteral("Network.setUserAgentOverride"), m_userAgent, session);
+    m_tools.call(QStringLiteral("Runtime.runIfWaitingForDebugger"), {}, session);
 }
 
 void ChromiumEngine::navigate()
@@ -180,9 +218,8 @@ void ChromiumEngine::onEvent(const QString &method, const QJsonObject &parameter
         emit lost(QStringLiteral("its page has crashed"));
     } else if (method == QLatin1String("Target.attachedToTarget")
                && parameters.value(QLatin1String("waitingForDebugger")).toBool()) {
-        const QString worker = text(parameters, "sessionId");
-        m_tools.call(QStringLiteral("Network.setUserAgentOverride"), m_userAgent, worker);
-        m_tools.call(QStringLiteral("Runtime.runIfWaitingForDebugger"), {}, worker);
+        prepare(text(parameters, "sessionId"),
+                text(parameters.value(QLatin1String("targetInfo")).toObject(), "type"));
     }
 }
 

@@ -42,6 +42,9 @@ private:
     void onVersion(const QJsonObject &version);
     void onTarget(const QString &target);
     void onSession(const QString &session);
+    void holdNewTargets(const QString &session, const QStringList &types);
+    void prepareFrames(const QString &session);
+    void prepare(const QString &session, const QString &type);
     void navigate();
     void tellLoaded(bool isOk);
     void onLife();
