@@ -36,6 +36,8 @@ Browser::Browser(std::unique_ptr<PageEngine> engine, const RunOptions &options, 
     , m_site(options.pageUrl)
     , m_transfers(options)
 {
+    if (options.followsManifests)
+        m_streams = std::make_unique<StreamSearch>(options);
     connectAll();
 }
 
@@ -71,6 +73,8 @@ void Browser::connectAll()
     connect(&m_clock, &SearchClock::timedOut, this, &Browser::onTerminateTimerTimeOut);
     connect(&m_life, &RunLife::looked, this, &Browser::onLook);
     connect(&m_life, &RunLife::memoryFull, this, &Browser::onMemoryFull);
+    if (m_streams)
+        connect(m_streams.get(), &StreamSearch::found, this, &Browser::onStreamFound);
     connect(&m_transfers, &RunTransfers::fileEnded, this,
             [this](int outcome) { getDownloadState(wholeFile, Downloader::Video, outcome); });
     connect(&m_transfers, &RunTransfers::thumbEnded, this,
@@ -83,6 +87,8 @@ void Browser::disConnect()
 {
     m_engine->disconnect(this);
     m_clock.disconnect(this);
+    if (m_streams)
+        m_streams->disconnect(this);
     disconnect(&m_transfers, &RunTransfers::fileEnded, this, nullptr);
     disconnect(&m_transfers, &RunTransfers::thumbEnded, this, nullptr);
 }
@@ -214,6 +220,10 @@ void Browser::setVideoUrl(const QString &strUrl, qint64 contentLength, const QSt
     }
     if (m_isLoadedOnce)
         m_clock.restartQuietPeriod();
+    if (m_streams)
+        m_streams->note(strUrl, contentType);
+    if (m_streams && m_streams->isPiece(strUrl, contentType))
+        return;
     const int before = m_result.fileList.size();
     if (!MediaRules::note(m_result, strUrl, contentLength, contentType))
         return;
@@ -241,6 +251,39 @@ bool Browser::startF4f(const QString &url)
         DownloadF4f(urltoF4mUrl(url));
     });
     return true;
+}
+
+/// A stream that can be fetched takes the place of what its own address was taken for.
+void Browser::onStreamFound(const VideoFile &stream)
+{
+    if (m_isClosing || !m_isAnalysing)
+        return;
+    m_result.remove(
+        [&stream](const VideoFile &file) { return file.address() == stream.address(); });
+    m_result.fileList += stream;
+    dropPieces();
+    HostEvents::send(event::CandidateFound{stream.address()});
+    m_life.show();
+    m_lastCandidate.start();
+    if (m_options.isEager && isVideoFounded())
+        m_clock.tickSoon();
+}
+
+void Browser::dropPieces()
+{
+    m_result.remove([this](const VideoFile &file) {
+        return m_streams->isPiece(file.address(), file.isStream() ? QString() : file.contentType);
+    });
+}
+
+/// What has been noted is judged to its end. Of a stream that cannot be fetched, if there is
+/// nothing else, the download's end says why.
+void Browser::finishStreams()
+{
+    m_streams->finish([this] { return m_isClosing; });
+    if (m_result.fileList.isEmpty() && m_streams->refused())
+        m_result.fileList += *m_streams->refused();
+    m_streams->stop();
 }
 
 void Browser::startHulu(const QString &url)
@@ -289,10 +332,15 @@ void Browser::findMedia()
 
 void Browser::onSnapshot(const PageSnapshot &snapshot)
 {
+    if (m_isAnalysing && !m_isClosing && m_streams)
+        m_streams->scan(snapshot);
     if (m_isAnalysing && !m_isClosing)
         pageScan().scan(snapshot);
     m_isScanning = false;
-    if (m_isAnalysing && !m_isClosing && isVideoFounded() && !mayBetterCome()) {
+    if (m_streams && m_isAnalysing)
+        dropPieces();
+    const bool isJudging = m_streams && m_streams->isJudging();
+    if (m_isAnalysing && !m_isClosing && !isJudging && isVideoFounded() && !mayBetterCome()) {
         stopAnalysis();
         m_isAnalysing = false;
         download();
@@ -358,6 +406,12 @@ void Browser::onTerminateTimerTimeOut()
     }
     if (m_site.isItsPage() && m_site.isAsked())
         return;
+    if (m_streams) {
+        m_life.note(RunGuard::DownloadBegun); // the wait has a bound of its own
+        finishStreams();
+        if (m_isClosing || !m_isAnalysing)
+            return;
+    }
     if (m_result.fileList.isEmpty()) {
         m_life.verdict().noteNothingFound();
         endWith(event::ParsingFailed{});
@@ -393,7 +447,10 @@ void Browser::download()
     const QString path = m_result.getVideoFullPath(m_options);
     HostEvents::send(event::DownloadBegun{event::What::Video, file.address(), path});
     m_life.verdict().noteVideoBegun(path);
-    m_transfers.startFile(file.address(), path, file.nSize);
+    if (file.isStream())
+        m_transfers.startManifest(file, path);
+    else
+        m_transfers.startFile(file.address(), path, file.nSize);
 }
 
 void Browser::getDownloadState(int, int downType, int state)
@@ -439,6 +496,9 @@ int Browser::DownloadF4f(const QString &f4mUrl)
 
 void Browser::onDownloadFinishedF4f(int ret)
 {
+    const QString path = m_transfers.videoReport().path;
+    if (!path.isEmpty())
+        m_life.verdict().noteVideoBegun(path); // known only now
     if (m_isClosing || exitIfAsked())
         return;
     reportVideoResult(ret);

@@ -16,6 +16,7 @@
 #include "SelectionSite.h"
 #include "SizeProbe.h"
 #include "StreamAddress.h"
+#include "StreamSearch.h"
 #include "UntoldSizes.h"
 #include "VideoParts.h"
 #include "utils.h"
@@ -148,6 +149,9 @@ private:
     void stopAnalysis();
     bool startF4f(const QString &url);
     void startHulu(const QString &url);
+    void onStreamFound(const VideoFile &stream);
+    void dropPieces();
+    void finishStreams();
     void later(const std::function<void()> &step);
     void reportVideoResult(int state);
 
@@ -159,6 +163,7 @@ private:
     const SizeProbe m_sizeProbe;
     SelectionSite m_site;
     UntoldSizes m_untoldSizes;
+    std::unique_ptr<StreamSearch> m_streams; ///< null unless they are wanted
     ParseData m_result;
     QElapsedTimer m_lastCandidate; ///< since the latest one was found
     RunTransfers m_transfers;

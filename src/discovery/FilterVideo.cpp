@@ -46,7 +46,7 @@ void CFilterVideo::selectAllVideos()
 {
     m_candidates.clear();
     for (int i = 0; i < m_data->fileList.size(); ++i) {
-        if (m_data->fileList.at(i).nSize == 0) {
+        if (m_data->fileList.at(i).nSize == 0 && !m_data->fileList.at(i).isStream()) {
             // The list may move in memory during the wait: look it up again afterwards.
             const qint64 size = m_probe.sizeOf(m_data->fileList.at(i).address());
             m_data->fileList[i].nSize = size;
@@ -104,6 +104,6 @@ void CFilterVideo::selectVideosbySize()
 {
     qint64 largest = 0;
     for (const qint32 i : qAsConst(m_candidates))
-        largest = qMax(largest, m_data->fileList.at(i).nSize);
-    removeCandidates([&](const VideoFile &file) { return file.nSize != largest; });
+        largest = qMax(largest, m_data->fileList.at(i).comparedBytes());
+    removeCandidates([&](const VideoFile &file) { return file.comparedBytes() != largest; });
 }

@@ -46,6 +46,8 @@ bool MediaRules::isFound(const VideoFile &file) const
 {
     if (m_expectedBytes > 0)
         return file.nSize == m_expectedBytes;
+    if (file.isStream())
+        return true; // its manifest has been read
     return file.nSize >= foundAnythingFrom
         || (isMedia(file.contentType) && file.nSize >= foundMediaFrom);
 }

@@ -48,6 +48,60 @@ bool isDigit(QChar c)
     return c >= QLatin1Char('0') && c <= QLatin1Char('9');
 }
 
+constexpr int maxManifests = 64;
+constexpr int maxAddressLength = 4096;
+const QLatin1String quoteEntity("&quot;");
+
+bool isManifestExtensionAt(const QString &text, int at)
+{
+    const QStringView rest = QStringView(text).mid(at, longestExtension);
+    return rest.startsWith(QLatin1String("m3u8"), Qt::CaseInsensitive)
+        || rest.startsWith(QLatin1String("mpd"), Qt::CaseInsensitive);
+}
+
+bool endsAddress(QChar c)
+{
+    return isQuote(c) || c.isSpace() || c == QLatin1Char('<') || c == QLatin1Char('>');
+}
+
+/// Where the quoted address begins that has a character there; -1 when there is none.
+int beginOfAddress(const QString &text, int at, int from)
+{
+    const int limit = qMax(from, at - maxAddressLength);
+    for (int i = at - 1; i >= limit; --i) {
+        if (isQuote(text.at(i)))
+            return i + 1;
+        if (endsAddress(text.at(i)))
+            return -1;
+        if (text.at(i) == QLatin1Char(';') && i + 1 >= quoteEntity.size()
+            && QStringView(text).mid(i + 1 - quoteEntity.size(), quoteEntity.size()) == quoteEntity)
+            return i + 1;
+    }
+    return -1;
+}
+
+/// Where that address ends.
+int endOfAddress(const QString &text, int at)
+{
+    const int limit = qMin(text.size(), at + maxAddressLength);
+    for (int i = at; i < limit; ++i) {
+        if (endsAddress(text.at(i)) || QStringView(text).mid(i, quoteEntity.size()) == quoteEntity)
+            return i;
+    }
+    return -1;
+}
+
+/// The address without what JSON and HTML write for some of its characters.
+QString withoutEscapes(QString address)
+{
+    address.replace(QLatin1String("\\/"), QLatin1String("/"));
+    address.replace(QLatin1String("\\u002f"), QLatin1String("/"), Qt::CaseInsensitive);
+    address.replace(QLatin1String("\\u0026"), QLatin1String("&"));
+    address.replace(QLatin1String("&amp;"), QLatin1String("&"));
+    const int backslash = address.indexOf(QLatin1Char('\\')); // before a quote in a quoted text
+    return backslash < 0 ? address : address.left(backslash);
+}
+
 /// Reads along a text, piece by piece.
 class Cursor final
 {
@@ -247,6 +301,27 @@ QStringList PageText::mediaAddresses(const QString &decodedText)
         // A quote that closed an address opens no other one.
         from = isMedia ? end + 1 : end;
         at = decodedText.indexOf(scheme, from);
+    }
+    return addresses;
+}
+
+QStringList PageText::manifestAddresses(const QString &html)
+{
+    QStringList addresses;
+    int from = 0; // behind the last one
+    int point = -1;
+    while (addresses.size() < maxManifests
+           && (point = html.indexOf(QLatin1Char('.'), qMax(from, point + 1))) >= 0) {
+        if (!isManifestExtensionAt(html, point + 1))
+            continue;
+        const int begin = beginOfAddress(html, point, from);
+        const int end = begin < 0 ? -1 : endOfAddress(html, point);
+        if (end < 0)
+            continue;
+        const QString address = withoutEscapes(html.mid(begin, end - begin));
+        if (!address.isEmpty() && !addresses.contains(address))
+            addresses += address;
+        from = end;
     }
     return addresses;
 }

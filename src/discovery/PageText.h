@@ -34,6 +34,12 @@ public:
     /// @param decodedText page text that Utils::DecodeUrl() has decoded
     [[nodiscard]] static QStringList mediaAddresses(const QString &decodedText);
 
+    /// The quoted addresses that may name a playlist or a manifest, relative ones too: without
+    /// blanks, with ".m3u8" or ".mpd" in them in any letter case. What JSON and HTML write for
+    /// slashes, ampersands and quotes is undone. Each once, in order of appearance, 64 at most; one
+    /// of more than 4,096 characters is none.
+    [[nodiscard]] static QStringList manifestAddresses(const QString &html);
+
     /// The extension that ends a name within an address:
     /// [/\?&][^/\?&=]+\.(media or picture extension)(?:$|\?|&|/)
     [[nodiscard]] static QString format(const QString &address);

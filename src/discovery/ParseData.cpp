@@ -103,6 +103,11 @@ VideoFile *ParseData::get(const QString &url)
     return found == fileList.end() ? nullptr : &*found;
 }
 
+void ParseData::remove(const std::function<bool(const VideoFile &)> &isUnwanted)
+{
+    fileList.erase(std::remove_if(fileList.begin(), fileList.end(), isUnwanted), fileList.end());
+}
+
 void ParseData::setVideoSize(const QString &url, qint64 sizeBytes)
 {
     const auto found =

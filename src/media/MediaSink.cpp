@@ -16,6 +16,7 @@ MediaSink::~MediaSink() = default;
 
 void MediaSink::reset()
 {
+    m_hasDiskFailed = false;
     m_isFinished = false;
     m_isWhole = false;
     m_mediaBytes.assign(static_cast<std::size_t>(m_tracks.size()), 0);
@@ -27,10 +28,14 @@ void MediaSink::reset()
 std::optional<MediaFile::Output> MediaSink::openFor(MediaFile::Container container)
 {
     m_extension = MediaFile::extensionOf(container);
-    if (!openFile())
+    m_hasDiskFailed = !openFile();
+    if (m_hasDiskFailed)
         return std::nullopt;
     MediaFile::Output output;
-    output.write = [this](const char *data, qint64 bytes) { return writeBytes(data, bytes); };
+    output.write = [this](const char *data, qint64 bytes) {
+        m_hasDiskFailed = m_hasDiskFailed || !writeBytes(data, bytes);
+        return !m_hasDiskFailed;
+    };
     if (seekTo(0)) // a pipe cannot
         output.seek = [this](qint64 position) { return seekTo(position); };
     return output;
@@ -108,6 +113,24 @@ QString MediaSink::path() const
 qint64 MediaSink::missingSegments() const
 {
     return m_writer->missingSegments();
+}
+
+qint64 MediaSink::damagedPackets() const
+{
+    return m_writer->damagedPackets();
+}
+
+std::optional<RunClass> MediaSink::obstacle() const
+{
+    if (m_writer->isProtected())
+        return RunClass::Protected;
+    if (m_hasDiskFailed)
+        return failure().value_or(RunClass::Disk);
+    if (m_writer->error().isEmpty())
+        return failure();
+    if (m_writer->isBegun())
+        return RunClass::Incomplete;
+    return m_writer->missingSegments() > 0 ? RunClass::BrokenOff : RunClass::Unsupported;
 }
 
 bool MediaSink::isProtected() const

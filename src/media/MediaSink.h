@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 class MergedSource;
@@ -36,6 +37,12 @@ public:
     /// Media segments that are missing from the file, as far as it has been written.
     [[nodiscard]] qint64 missingSegments() const;
 
+    /// Packets that are left out because they are damaged.
+    [[nodiscard]] qint64 damagedPackets() const;
+
+    /// Why the file could not be gone on with, or is of no use; none while it can.
+    [[nodiscard]] std::optional<RunClass> obstacle() const;
+
     /// Whether what has come is encrypted, so that there is no file of use.
     [[nodiscard]] bool isProtected() const;
 
@@ -57,6 +64,7 @@ private:
     std::vector<qint64> m_mediaBytes; // written of each track
     std::vector<qint64> m_mediaSegments; // likewise
     std::unique_ptr<MediaWriter> m_writer;
+    bool m_hasDiskFailed = false;
     bool m_isFinished = false;
     bool m_isWhole = false; // once it is finished
 };

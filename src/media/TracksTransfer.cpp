@@ -105,6 +105,9 @@ void TracksTransfer::onEnded(Outcome outcome)
     m_presentation->finish();
     if (m_sink->isProtected())
         m_failure = Presentation::Failure::Protected;
+    if (outcome == Outcome::Succeeded && missingSegments() > 0)
+        HostEvents::send(event::PartsMissing{static_cast<int>(missingSegments()),
+                                             static_cast<int>(m_source->last() + 1)});
     if (outcome == Outcome::Succeeded) {
         const qint64 bytes = QFileInfo(path()).size();
         HostEvents::send(event::Progress{bytes, bytes});
@@ -122,6 +125,22 @@ void TracksTransfer::end(Outcome outcome)
         return;
     m_hasEnded = true;
     emit ended(outcome);
+}
+
+TransferReport TracksTransfer::report(Outcome outcome) const
+{
+    using Failure = Presentation::Failure;
+    TransferReport report = Transfer::report(outcome);
+    report.path = path();
+    if (m_failure)
+        report.runClass = *m_failure == Failure::Protected ? RunClass::Protected
+            : *m_failure == Failure::Unreachable           ? RunClass::BrokenOff
+                                                           : RunClass::Unsupported;
+    else if (m_sink && m_sink->obstacle())
+        report.runClass = *m_sink->obstacle();
+    else if (m_sink && m_sink->missingSegments() + m_sink->damagedPackets() > 0)
+        report.runClass = RunClass::Incomplete;
+    return report;
 }
 
 qint64 TracksTransfer::missingSegments() const

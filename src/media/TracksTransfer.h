@@ -43,6 +43,8 @@ public:
     /// Ends it; the file is finished with what it has, so that it can be played.
     void cancel() override;
 
+    [[nodiscard]] TransferReport report(Outcome outcome) const override;
+
     /// Why nothing could be fetched at all, or was of no use, if the presentation is to blame.
     [[nodiscard]] std::optional<Presentation::Failure> failure() const { return m_failure; }
 

@@ -25,6 +25,9 @@ public:
     /// The video's path. The default folder is made when it lies there, as with folder().
     [[nodiscard]] QString video() const;
 
+    /// Whether the caller gave the video's path, which then stays as it is.
+    [[nodiscard]] bool isVideoGiven() const { return !m_saveTo.isEmpty(); }
+
     /// The thumbnail's path. The default folder is made when it lies there, as with folder().
     [[nodiscard]] QString thumb() const;
 

@@ -4,6 +4,10 @@
 #include "FileTransfer.h"
 #include "HdsTransfer.h"
 #include "HttpTransfer.h"
+#include "StreamSetup.h"
+#include "TracksTransfer.h"
+
+#include <QFileInfo>
 
 namespace {
 
@@ -42,7 +46,8 @@ void RunTransfers::endVideo(const Transfer &transfer, Transfer::Outcome &outcome
     if (m_options.isStrict && outcome == Transfer::Outcome::Succeeded && !isComplete)
         outcome = Transfer::Outcome::Failed;
     if (m_options.tellsEvents && isComplete && m_videoReport.sha256.isEmpty())
-        m_videoReport.sha256 = ContentHash::ofFile(path);
+        m_videoReport.sha256 =
+            ContentHash::ofFile(m_videoReport.path.isEmpty() ? path : m_videoReport.path);
 }
 
 void RunTransfers::startThumb(const QString &url)
@@ -55,13 +60,38 @@ void RunTransfers::startThumb(const QString &url)
 
 void RunTransfers::startStream(const QString &manifestUrl)
 {
-    m_stream = std::make_unique<HdsTransfer>(HdsTransfer::Wish{
-        m_options.pageUrl, manifestUrl, m_options.proxy, fileNameOf(m_options.paths.video()),
-        m_options.paths.folder(), m_options.stallS});
+    runStream(std::make_unique<HdsTransfer>(HdsTransfer::Wish{
+                  m_options.pageUrl, manifestUrl, m_options.proxy,
+                  fileNameOf(m_options.paths.video()), m_options.paths.folder(), m_options.stallS}),
+              m_options.paths.video());
+}
+
+void RunTransfers::startManifest(const VideoFile &stream, const QString &path)
+{
+    const bool isGiven = m_options.paths.isVideoGiven() && path == m_options.paths.video();
+    const QFileInfo file(path);
+    const MediaServers servers = StreamSetup::servers(m_options);
+    TracksTransfer::Wish wish;
+    wish.target.folder = file.absolutePath();
+    wish.target.name = isGiven ? file.fileName() : file.completeBaseName();
+    wish.target.followsContainer = !isGiven;
+    wish.cacheFolder = m_options.paths.folder() + QLatin1String("/streamtmp");
+    wish.places = m_options.connections;
+    wish.isStrict = m_options.isStrict;
+    auto presentation =
+        StreamSetup::presentation(stream.manifest, stream.address(), servers, m_options);
+    runStream(std::make_unique<TracksTransfer>(std::move(presentation), stream.address().toUtf8(),
+                                               wish, servers),
+              path);
+}
+
+void RunTransfers::runStream(std::unique_ptr<Transfer> stream, const QString &path)
+{
+    m_stream = std::move(stream);
     connect(m_stream.get(), &Transfer::progressed, this, &RunTransfers::streamActive);
-    connect(m_stream.get(), &Transfer::ended, this, [this](Transfer::Outcome outcome) {
+    connect(m_stream.get(), &Transfer::ended, this, [this, path](Transfer::Outcome outcome) {
         m_isStreaming = false;
-        endVideo(*m_stream, outcome, m_options.paths.video());
+        endVideo(*m_stream, outcome, path);
         emit streamEnded(static_cast<int>(outcome));
     });
     m_isStreaming = true;

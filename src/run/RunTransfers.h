@@ -1,6 +1,7 @@
 #ifndef RUNTRANSFERS_H
 #define RUNTRANSFERS_H
 
+#include "ParseData.h"
 #include "RunOptions.h"
 #include "Transfer.h"
 
@@ -20,6 +21,10 @@ public:
     void startFile(const QString &url, const QString &path, qint64 sizeBytes);
     void startThumb(const QString &url);
     void startStream(const QString &manifestUrl);
+
+    /// @param stream a candidate that is one
+    /// @param path where it goes; unless the caller gave that, its extension follows what comes
+    void startManifest(const VideoFile &stream, const QString &path);
 
     /// What became of the video, whichever way it came. From its end on.
     [[nodiscard]] TransferReport videoReport() const { return m_videoReport; }
@@ -41,6 +46,7 @@ signals:
     void streamActive();
 
 private:
+    void runStream(std::unique_ptr<Transfer> stream, const QString &path);
     void endVideo(const Transfer &transfer, Transfer::Outcome &outcome, const QString &path);
 
     const RunOptions m_options;

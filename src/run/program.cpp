@@ -94,8 +94,9 @@ void confine(const RunOptions &options, bool hasDisplay)
 {
     const QString folder = options.paths.folder();
     Sandbox sandbox(folder, hasDisplay);
-    for (const QString &path : {options.paths.video(), options.paths.thumb(),
-                                folder + QLatin1String("/logs"), folder + QLatin1String("/f4ftmp")})
+    for (const QString &path :
+         {options.paths.video(), options.paths.thumb(), folder + QLatin1String("/logs"),
+          folder + QLatin1String("/f4ftmp"), folder + QLatin1String("/streamtmp")})
         sandbox.allowLinkTarget(path);
     if (options.isShown)
         sandbox.allowSound();
