@@ -48,9 +48,18 @@ struct Packaged
             isMade = runs(made + output);
         server.onOther([this](const HttpRequest &request) {
             const QByteArray body = readFile(path(request.path().mid(1)));
-            return body.isNull() ? replyOf("", 404)
-                                 : ScriptedServer::rangeReply(request, body, "video/mp2t");
+            return body.isNull()
+                ? replyOf("", 404)
+                : ScriptedServer::rangeReply(request, body, typeOf(request.path()));
         });
+    }
+
+    static QByteArray typeOf(const QByteArray &path)
+    {
+        return path.endsWith(".m3u8") ? "application/vnd.apple.mpegurl"
+            : path.endsWith(".mpd")   ? "application/dash+xml"
+            : path.endsWith(".mp4")   ? "video/mp4"
+                                      : "video/mp2t";
     }
 
     QString path(const QByteArray &name) const
