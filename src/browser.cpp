@@ -73,8 +73,11 @@ void Browser::connectAll()
     connect(&m_clock, &SearchClock::timedOut, this, &Browser::onTerminateTimerTimeOut);
     connect(&m_life, &RunLife::looked, this, &Browser::onLook);
     connect(&m_life, &RunLife::memoryFull, this, &Browser::onMemoryFull);
-    if (m_streams)
+    if (m_streams) {
+        m_streams->setPrepare(
+            [this](const std::function<void()> &step) { m_engine->withCookies(step); });
         connect(m_streams.get(), &StreamSearch::found, this, &Browser::onStreamFound);
+    }
     connect(&m_transfers, &RunTransfers::fileEnded, this,
             [this](int outcome) { getDownloadState(wholeFile, Downloader::Video, outcome); });
     connect(&m_transfers, &RunTransfers::thumbEnded, this,

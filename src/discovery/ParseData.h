@@ -35,7 +35,7 @@ struct VideoFile
     [[nodiscard]] bool isStream() const { return manifest != ManifestAddress::Kind::None; }
 
     /// The size that it is compared with others by.
-    [[nodiscard]] qint64 comparedBytes() const { return nSize > 0 ? nSize : weight; }
+    [[nodiscard]] qint64 comparedBytes() const { return isStream() && nSize == 0 ? weight : nSize; }
 };
 
 /// What a page run has found and decided.

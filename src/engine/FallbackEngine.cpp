@@ -82,6 +82,11 @@ void FallbackEngine::saveCookies()
     m_engine->saveCookies();
 }
 
+void FallbackEngine::withCookies(const std::function<void()> &step)
+{
+    m_engine->withCookies(step);
+}
+
 void FallbackEngine::close()
 {
     m_isStopped = true;

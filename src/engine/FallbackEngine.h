@@ -29,6 +29,7 @@ public:
     void requestSnapshot() override;
     void stop() override;
     void saveCookies() override;
+    void withCookies(const std::function<void()> &step) override;
     void close() override;
 
 private:

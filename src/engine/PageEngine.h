@@ -51,6 +51,14 @@ public:
     /// Keeps the cookies that the page has got.
     virtual void saveCookies() = 0;
 
+    /// Does a step once the run's own requests have the cookies that the page has got up to now.
+    /// That may be from inside this call, and is never when the engine is lost before.
+    virtual void withCookies(const std::function<void()> &step)
+    {
+        saveCookies();
+        step();
+    }
+
     /// Ends the page, whose scripts do not see it go.
     virtual void close() = 0;
 

@@ -115,14 +115,24 @@ void StreamSearch::next()
         if (m_pieces.isPlaylist(m_address) || m_documents.contains(QUrl(m_address)))
             continue;
         m_isJudging = true;
-        m_sniff = std::make_unique<ManifestSniff>(m_servers);
-        connect(m_sniff.get(), &ManifestSniff::ended, this,
-                [this] { later([this] { onSniffed(); }); });
-        m_sniff->start(QUrl(m_address));
         m_patience.start();
+        if (m_prepare)
+            m_prepare([this, round = m_round] {
+                if (round == m_round)
+                    later([this] { sniff(); });
+            });
+        else
+            sniff();
         return;
     }
     emit settled();
+}
+
+void StreamSearch::sniff()
+{
+    m_sniff = std::make_unique<ManifestSniff>(m_servers);
+    connect(m_sniff.get(), &ManifestSniff::ended, this, [this] { later([this] { onSniffed(); }); });
+    m_sniff->start(QUrl(m_address));
 }
 
 /// Has a step done in the event loop, unless what it is about has been left by then: neither a

@@ -34,6 +34,12 @@ public:
     explicit StreamSearch(const RunOptions &options, QObject *parent = nullptr);
     ~StreamSearch() override;
 
+    /// Has a step done as soon as servers can be asked as the page asks them.
+    using Prepare = std::function<void(const std::function<void()> &step)>;
+
+    /// What comes before a document is asked for; nothing unless it is set.
+    void setPrepare(const Prepare &prepare) { m_prepare = prepare; }
+
     /// Takes an address that the page has asked for, if it may be that of a manifest.
     /// @param contentType of the answer; empty while there is none
     void note(const QString &address, const QString &contentType);
@@ -67,6 +73,7 @@ signals:
 private:
     void take(const QString &address);
     void next();
+    void sniff();
     void onSniffed();
     void onReady();
     void onFailed(Presentation::Failure failure, const QString &reason);
@@ -76,6 +83,7 @@ private:
 
     const RunOptions m_options;
     const MediaServers m_servers;
+    Prepare m_prepare;
     QSet<QString> m_known; // addresses that have been noted
     QStringList m_waiting; // those that are to be judged
     QSet<QUrl> m_documents; // where manifests came from

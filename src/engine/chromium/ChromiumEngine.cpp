@@ -84,6 +84,18 @@ void ChromiumEngine::setShown(bool) { }
 
 void ChromiumEngine::saveCookies() { }
 
+void ChromiumEngine::withCookies(const std::function<void()> &step)
+{
+    if (m_isStopped)
+        return step(); // they have been taken over
+    m_tools.call(QStringLiteral("Storage.getCookies"), {}, {},
+                 [this, step](const QJsonObject &result) {
+                     if (!result.isEmpty())
+                         m_cookies.takeBack(result.value(QLatin1String("cookies")).toArray());
+                     step();
+                 });
+}
+
 void ChromiumEngine::load(const QUrl &url)
 {
     m_url = url;

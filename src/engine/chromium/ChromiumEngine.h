@@ -33,8 +33,9 @@ public:
     /// Takes the page's cookies over and ends the engine's processes.
     void stop() override;
 
-    /// They are taken over at the stop.
+    /// They are taken over at the stop, or when somebody needs them.
     void saveCookies() override;
+    void withCookies(const std::function<void()> &step) override;
     void close() override;
 
 private:
