@@ -15,6 +15,8 @@ namespace {
 constexpr int heartbeatMs = 200;
 // Of segments that wait for an earlier one; what is beyond is read back from the cache.
 constexpr qint64 maxHeldBytes = 16 * 1024 * 1024;
+// The same without a cache: no further ones are asked for until it has come.
+constexpr qint64 fullBytes = 64 * 1024 * 1024;
 // Every segment comes on a thread of its own. With a heap for each of those that go side by side,
 // the process keeps many times the memory that is in use.
 constexpr int maxHeaps = 2;
@@ -77,6 +79,7 @@ void TracksTransfer::onReady()
     m_fetcher->setPlaces(m_wish.places);
     m_fetcher->setDeletesCache(true);
     m_fetcher->setMaxHeldBytes(maxHeldBytes);
+    m_fetcher->setFullBytes(fullBytes);
     connect(m_fetcher.get(), &SegmentFetcher::active, this, [this] {
         const bool isCounted = !m_presentation->isLive();
         emit progressed(m_sink->next(), isCounted ? m_source->last() + 1 : 0);
@@ -111,7 +114,8 @@ void TracksTransfer::onEnded(Outcome outcome)
     if (outcome == Outcome::Succeeded) {
         const qint64 bytes = QFileInfo(path()).size();
         HostEvents::send(event::Progress{bytes, bytes});
-        QDir().rmdir(m_wish.cacheFolder); // stays while another stream's segments are in it
+        if (!m_wish.cacheFolder.isEmpty())
+            QDir().rmdir(m_wish.cacheFolder); // stays while another stream's segments are in it
         if (m_wish.isStrict && missingSegments() > 0)
             outcome = Outcome::Failed;
     }

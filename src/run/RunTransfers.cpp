@@ -75,7 +75,8 @@ void RunTransfers::startManifest(const VideoFile &stream, const QString &path)
     wish.target.folder = file.absolutePath();
     wish.target.name = isGiven ? file.fileName() : file.completeBaseName();
     wish.target.followsContainer = !isGiven;
-    wish.cacheFolder = m_options.paths.folder() + QLatin1String("/streamtmp");
+    if (m_options.continues)
+        wish.cacheFolder = m_options.paths.folder() + QLatin1String("/streamtmp");
     wish.places = m_options.connections;
     wish.isStrict = m_options.isStrict;
     auto presentation =

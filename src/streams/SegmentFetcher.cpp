@@ -17,7 +17,7 @@ constexpr int maxPlaces = 64;
 // Segments that wait for an earlier one are left to their cache files beyond the first limit.
 // Where there is no cache, none are handed out beyond the second until that one has come.
 constexpr qint64 defaultMaxHeldBytes = 64 * 1024 * 1024;
-constexpr qint64 fullBytes = 256 * 1024 * 1024;
+constexpr qint64 defaultFullBytes = 256 * 1024 * 1024;
 
 } // namespace
 
@@ -29,6 +29,7 @@ SegmentFetcher::SegmentFetcher(SegmentSource &source, SegmentSink &sink,
     , m_makeWorker(makeWorker)
     , m_places(defaultPlaces)
     , m_maxHeldBytes(defaultMaxHeldBytes)
+    , m_fullBytes(defaultFullBytes)
 {
     m_heartbeat.setInterval(heartbeatMs);
     connect(&m_heartbeat, &QTimer::timeout, this, &SegmentFetcher::active);
@@ -58,6 +59,11 @@ void SegmentFetcher::setPlaces(int places)
 void SegmentFetcher::setMaxHeldBytes(qint64 bytes)
 {
     m_maxHeldBytes = bytes;
+}
+
+void SegmentFetcher::setFullBytes(qint64 bytes)
+{
+    m_fullBytes = bytes;
 }
 
 void SegmentFetcher::setDeletesCache(bool deletes)
@@ -113,7 +119,7 @@ void SegmentFetcher::handOut()
     if (m_workers.size() < m_places && !fetchLost())
         return;
     while (isFetching() && m_next <= m_source.last() && m_workers.size() < m_places
-           && m_sink.heldBytes() < fullBytes) {
+           && m_sink.heldBytes() < m_fullBytes) {
         if (!startWorker(m_next, false))
             return;
         ++m_next;

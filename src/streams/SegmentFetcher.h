@@ -43,6 +43,10 @@ public:
     /// left to their cache files; 64 MiB unless it is called.
     void setMaxHeldBytes(qint64 bytes);
 
+    /// So many bytes of segments that wait and have no cache file keep further ones from being
+    /// asked for.
+    void setFullBytes(qint64 bytes);
+
     /// Whether the cache files are removed once the file is complete.
     void setDeletesCache(bool deletes);
 
@@ -115,6 +119,7 @@ private:
     qint64 m_next = 0; // the segment to be handed out next
     int m_places;
     qint64 m_maxHeldBytes;
+    qint64 m_fullBytes;
     bool m_deletesCache = false;
     bool m_isCancelled = false;
     bool m_isCollecting = false;
