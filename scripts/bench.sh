@@ -4,7 +4,7 @@
 # a bar is missed.
 #
 # usage: scripts/bench.sh [measurement ...]
-#   measurements: transfers streams parts pages engines startup; with some of them only, the page is left
+#   measurements: transfers streams manifests parts pages engines startup; with some of them only, the page is left
 #   as it is
 set -eu
 

@@ -65,7 +65,7 @@ def versions(programs):
 
 
 PEERS = (('curl', '--version'), ('wget', '--version'), ('aria2c', '--version'),
-         ('yt-dlp', '--version'), ('chromium', '--version'), ('nginx', '-v'),
+         ('yt-dlp', '--version'), ('ffmpeg', '-version'), ('chromium', '--version'), ('nginx', '-v'),
          ('qmake', '--version'))
 
 

@@ -109,7 +109,7 @@ check_package() { # package
     expect_line "$work/control" "Version: $version"
     expect_line "$work/control" "Architecture: $(dpkg --print-architecture)"
     for library in "${engine_packages[@]}" libqt5network5 libqt5xmlpatterns5 libpsl5 libseccomp2 \
-        libc6 ffmpeg rtmpdump; do
+        libavformat59 libavcodec59 libavutil57 libc6 ffmpeg rtmpdump; do
         expect_dependency "$work/control" "$library"
     done
     dpkg-deb -c "$1" | sed -E '/^[-dl]\S+ root\/root /d' >"$work/foreign"
