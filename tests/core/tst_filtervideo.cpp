@@ -233,6 +233,24 @@ private slots:
         QCOMPARE(data.fileList.at(0).nSize, qint64(1000));
         QCOMPARE(data.selectedVideo, 100);
     }
+
+    /// No server is asked for the size of what its manifest does not tell.
+    void streamsOfUnknownSize()
+    {
+        ScriptedServer server;
+        ParseData data = recordOf({{"mp4", 0, 5000}});
+        VideoFile stream = VideoFile::fromAddress(server.address("/l.m3u8"));
+        stream.manifest = ManifestAddress::Kind::Hls;
+        stream.weight = 4999;
+        data.fileList += stream;
+        QVERIFY(CFilterVideo(&data).selectVideo());
+        QCOMPARE(data.selectedVideo, 0);
+        data.fileList[1].weight = 5001;
+        QVERIFY(CFilterVideo(&data).selectVideo());
+        QCOMPARE(data.selectedVideo, 1);
+        QCOMPARE(data.fileList.at(1).nSize, qint64(0));
+        QVERIFY(server.requests().isEmpty());
+    }
 };
 
 CLIPWEIR_TEST_MAIN(tst_FilterVideo)

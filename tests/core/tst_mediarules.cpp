@@ -63,6 +63,14 @@ private slots:
         file.contentType = contentType;
         QCOMPARE(MediaRules(expectedBytes).isFound(file), isFound);
     }
+
+    void streamsAreFound()
+    {
+        VideoFile stream;
+        stream.manifest = ManifestAddress::Kind::Dash;
+        QVERIFY(MediaRules(0).isFound(stream));
+        QVERIFY(!MediaRules(3).isFound(stream));
+    }
 };
 
 CLIPWEIR_TEST_MAIN(tst_MediaRules)

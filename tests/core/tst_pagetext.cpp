@@ -22,6 +22,9 @@ private slots:
     void longTextTakesLinearTime();
     void handRows_data();
     void handRows();
+    void manifests_data();
+    void manifests();
+    void manyManifests();
 };
 
 void tst_PageText::givesWhatThePlainExpressionGives_data()
@@ -144,6 +147,47 @@ void tst_PageText::handRows()
     QFETCH(Results, expected);
     QCOMPARE(rules().at(rule).scan(text), expected);
     QCOMPARE(rules().at(rule).plain(text), expected);
+}
+
+void tst_PageText::manifests_data()
+{
+    QTest::addColumn<QString>("html");
+    QTest::addColumn<QStringList>("addresses");
+    const auto row = [](const char *name, const char *html, const QStringList &addresses) {
+        QTest::newRow(name) << QString::fromLatin1(html) << addresses;
+    };
+    const QString plain = QStringLiteral("http://h/a.m3u8");
+    row("both kinds, each once", "'http://h/a.m3u8' \"/b.MPD?x=1\" 'http://h/a.m3u8'",
+        {plain, QStringLiteral("/b.MPD?x=1")});
+    row("JSON", "{\"u\":\"http:\\/\\/h\\/a.m3u8\"}", {plain});
+    row("JSON in a text", "x('{\\\"u\\\":\\\"http:\\/\\/h\\/a.m3u8\\\"}')", {plain});
+    row("JSON in an attribute", "<a b=\"{&quot;u&quot;:&quot;http://h/a.m3u8&quot;}\">", {plain});
+    row("escapes", "'http:\\u002F\\u002Fh/a.m3u8?b=1\\u0026c=2&amp;d=3'",
+        {plain + QStringLiteral("?b=1&c=2&d=3")});
+    row("a blank", "'see http://h/a.m3u8'", {});
+    row("no quotes", "http://h/a.m3u8", {});
+    row("not closed", "'http://h/a.m3u8", {});
+    row("nothing before", "'.m3u8'", {QStringLiteral(".m3u8")});
+    row("another name", "'http://h/a.m3u' 'http://h/a.mp4'", {});
+    QTest::newRow("too long") << QLatin1Char('\'') + QString(5000, QLatin1Char('a'))
+            + QLatin1String(".m3u8'")
+                              << QStringList();
+}
+
+void tst_PageText::manifests()
+{
+    QFETCH(QString, html);
+    QTEST(PageText::manifestAddresses(html), "addresses");
+}
+
+/// A page may be made of them.
+void tst_PageText::manyManifests()
+{
+    QString html;
+    for (int i = 0; i < 100000; ++i)
+        html += QStringLiteral("'%1.m3u8'").arg(i);
+    QCOMPARE(PageText::manifestAddresses(html).size(), 64);
+    QVERIFY(PageText::manifestAddresses(QStringLiteral(".mpd").repeated(1000000)).isEmpty());
 }
 
 CLIPWEIR_TEST_MAIN(tst_PageText)

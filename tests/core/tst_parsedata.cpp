@@ -510,6 +510,18 @@ private slots:
         QCOMPARE(copy.fileList.constFirst().nSize, qint64(0));
         QVERIFY(copy.pageFlag && copy.succeeded);
     }
+
+    void remove()
+    {
+        ParseData data;
+        for (const char *const address : {"http://h/a", "http://h/b", "http://h/c"})
+            data.add(QString::fromLatin1(address));
+        data.remove(
+            [](const VideoFile &file) { return file.address().endsWith(QLatin1Char('b')); });
+        QCOMPARE(data.fileList.size(), 2);
+        QVERIFY(!data.contains(QStringLiteral("http://h/b")));
+        QCOMPARE(data.fileList.at(1).address(), QStringLiteral("http://h/c"));
+    }
 };
 
 CLIPWEIR_TEST_MAIN(tst_ParseData)
