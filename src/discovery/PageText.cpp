@@ -59,36 +59,16 @@ bool isManifestExtensionAt(const QString &text, int at)
         || rest.startsWith(QLatin1String("mpd"), Qt::CaseInsensitive);
 }
 
+/// Whether no address goes on there.
 bool endsAddress(QChar c)
 {
     return isQuote(c) || c.isSpace() || c == QLatin1Char('<') || c == QLatin1Char('>');
 }
 
-/// Where the quoted address begins that has a character there; -1 when there is none.
-int beginOfAddress(const QString &text, int at, int from)
+bool isQuoteEntityAt(const QString &text, int at)
 {
-    const int limit = qMax(from, at - maxAddressLength);
-    for (int i = at - 1; i >= limit; --i) {
-        if (isQuote(text.at(i)))
-            return i + 1;
-        if (endsAddress(text.at(i)))
-            return -1;
-        if (text.at(i) == QLatin1Char(';') && i + 1 >= quoteEntity.size()
-            && QStringView(text).mid(i + 1 - quoteEntity.size(), quoteEntity.size()) == quoteEntity)
-            return i + 1;
-    }
-    return -1;
-}
-
-/// Where that address ends.
-int endOfAddress(const QString &text, int at)
-{
-    const int limit = qMin(text.size(), at + maxAddressLength);
-    for (int i = at; i < limit; ++i) {
-        if (endsAddress(text.at(i)) || QStringView(text).mid(i, quoteEntity.size()) == quoteEntity)
-            return i;
-    }
-    return -1;
+    return text.at(at) == QLatin1Char('&')
+        && QStringView(text).mid(at, quoteEntity.size()) == quoteEntity;
 }
 
 /// The address without what JSON and HTML write for some of its characters.
@@ -308,20 +288,23 @@ QStringList PageText::mediaAddresses(const QString &decodedText)
 QStringList PageText::manifestAddresses(const QString &html)
 {
     QStringList addresses;
-    int from = 0; // behind the last one
-    int point = -1;
-    while (addresses.size() < maxManifests
-           && (point = html.indexOf(QLatin1Char('.'), qMax(from, point + 1))) >= 0) {
-        if (!isManifestExtensionAt(html, point + 1))
+    int begin = -1; // of what a quote has opened
+    bool isManifest = false; // as far as that has been read
+    for (int i = 0; i < html.size() && addresses.size() < maxManifests; ++i) {
+        const bool isEntity = isQuoteEntityAt(html, i);
+        if (!isEntity && !endsAddress(html.at(i))) {
+            isManifest = isManifest
+                || (html.at(i) == QLatin1Char('.') && isManifestExtensionAt(html, i + 1));
             continue;
-        const int begin = beginOfAddress(html, point, from);
-        const int end = begin < 0 ? -1 : endOfAddress(html, point);
-        if (end < 0)
-            continue;
-        const QString address = withoutEscapes(html.mid(begin, end - begin));
-        if (!address.isEmpty() && !addresses.contains(address))
-            addresses += address;
-        from = end;
+        }
+        if (begin >= 0 && isManifest && i - begin <= maxAddressLength) {
+            const QString address = withoutEscapes(html.mid(begin, i - begin));
+            if (!address.isEmpty() && !addresses.contains(address))
+                addresses += address;
+        }
+        begin = isEntity ? i + quoteEntity.size() : isQuote(html.at(i)) ? i + 1 : -1;
+        i = isEntity ? begin - 1 : i;
+        isManifest = false;
     }
     return addresses;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -56,7 +57,7 @@ int MemoryInput::readSome(uint8_t *buffer, int size)
         if (m_position < begin + part.size()) {
             const qint64 offset = m_position - begin;
             const auto count = static_cast<int>(std::min<qint64>(size, part.size() - offset));
-            std::copy_n(part.constData() + offset, count, buffer);
+            std::memcpy(buffer, part.constData() + offset, static_cast<std::size_t>(count));
             m_position += count;
             if (m_kind == Kind::Growing)
                 forgetRead();
