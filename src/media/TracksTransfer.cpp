@@ -13,10 +13,9 @@
 namespace {
 
 constexpr int heartbeatMs = 200;
-// Of segments that wait for an earlier one; what is beyond is read back from the cache.
+// Of segments that wait for an earlier one. What is beyond is read back from the cache; without
+// one, no further ones are asked for until it has come.
 constexpr qint64 maxHeldBytes = 16 * 1024 * 1024;
-// The same without a cache: no further ones are asked for until it has come.
-constexpr qint64 fullBytes = 64 * 1024 * 1024;
 // Every segment comes on a thread of its own. With a heap for each of those that go side by side,
 // the process keeps many times the memory that is in use.
 constexpr int maxHeaps = 2;
@@ -79,7 +78,8 @@ void TracksTransfer::onReady()
     m_fetcher->setPlaces(m_wish.places);
     m_fetcher->setDeletesCache(true);
     m_fetcher->setMaxHeldBytes(maxHeldBytes);
-    m_fetcher->setFullBytes(fullBytes);
+    if (m_wish.cacheFolder.isEmpty())
+        m_fetcher->setFullBytes(maxHeldBytes);
     connect(m_fetcher.get(), &SegmentFetcher::active, this, [this] {
         const bool isCounted = !m_presentation->isLive();
         emit progressed(m_sink->next(), isCounted ? m_source->last() + 1 : 0);
