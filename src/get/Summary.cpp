@@ -16,9 +16,15 @@ constexpr int outcomeColumns = 14;
 constexpr int sizeColumns = 9;
 constexpr int timeColumns = 8;
 
+/// Below this a name would have no room.
+constexpr int fewColumns = 60;
+
+/// A row of the table; on narrow terminals without numbers.
 QString rowText(const QString &outcome, const QString &size, const QString &time,
-                const QString &name)
+                const QString &name, int columns)
 {
+    if (columns < fewColumns)
+        return TextWidth::fitted(outcome, outcomeColumns) + QLatin1Char(' ') + name;
     return TextWidth::fitted(outcome, outcomeColumns) + QLatin1Char(' ')
         + size.rightJustified(sizeColumns) + QLatin1Char(' ') + time.rightJustified(timeColumns)
         + QLatin1String("  ") + name;
@@ -77,15 +83,15 @@ int Summary::failed() const
 QStringList Summary::table(int columns, qint64 tookMs) const
 {
     QStringList lines{rowText(QStringLiteral("Result"), QStringLiteral("Size"),
-                              QStringLiteral("Time"), QStringLiteral("Name"))};
+                              QStringLiteral("Time"), QStringLiteral("Name"), columns)};
     const bool isWhole = m_rows.size() + m_failedRows.size() <= mostRows
         && static_cast<size_t>(m_arrived) == m_rows.size();
     if (isWhole) {
         for (const Row &row : m_rows)
-            lines += rowText(row.outcome, row.size, row.time, row.name);
+            lines += rowText(row.outcome, row.size, row.time, row.name, columns);
     }
     for (const Row &row : m_failedRows)
-        lines += rowText(row.outcome, row.size, row.time, row.name);
+        lines += rowText(row.outcome, row.size, row.time, row.name, columns);
     if (lines.size() == 1)
         lines.clear();
     lines += sums(tookMs);
