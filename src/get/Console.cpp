@@ -23,7 +23,9 @@ constexpr int fewPages = 1;
 
 Console::Manner Console::mannerFor(const GetOptions &options, int fd)
 {
-    if (options.isQuiet || options.tellsJson)
+    if (options.tellsJson)
+        return Manner::Silent;
+    if (options.isQuiet)
         return Manner::Quiet;
     const QByteArray terminal = qgetenv("TERM");
     const bool isTerminal = ::isatty(fd) == 1 && !terminal.isEmpty() && terminal != "dumb";
@@ -180,6 +182,8 @@ void Console::tellEnd(const PageFacts &facts)
     // All that never began would scroll away what did.
     if (!facts.isSkipped && !facts.begunAt.isValid())
         return changeSoon();
+    if (m_manner == Manner::Silent)
+        return;
     if (m_manner == Manner::Quiet) {
         if (!facts.hasArrived())
             complain(endText(facts));
@@ -197,7 +201,7 @@ void Console::tellEnd(const PageFacts &facts)
 
 void Console::tellStop()
 {
-    if (m_manner != Manner::Quiet)
+    if (m_manner == Manner::Terminal || m_manner == Manner::Plain)
         say(QStringLiteral("Stopping. What has come is kept: the same command goes on with it."));
 }
 
@@ -205,7 +209,7 @@ void Console::finish(const Summary &summary)
 {
     m_soon.stop();
     m_hasFinished = true;
-    if (m_manner == Manner::Quiet)
+    if (m_manner == Manner::Quiet || m_manner == Manner::Silent)
         return;
     constexpr int plainColumns = 200;
     const bool isTerminal = m_manner == Manner::Terminal;

@@ -15,7 +15,12 @@ class Console final : public QObject
     Q_OBJECT
 
 public:
-    enum class Manner { Terminal, Plain, Quiet };
+    enum class Manner {
+        Terminal,
+        Plain,
+        Quiet, ///< failures only
+        Silent ///< what is not about pages only
+    };
 
     /// What fits where the output goes and what the environment says of it.
     [[nodiscard]] static Manner mannerFor(const GetOptions &options, int fd);

@@ -28,6 +28,7 @@ struct PageFacts
     QByteArray sha256;
     qint64 tookMs = 0;
     QString reason; ///< more than the class tells, or empty
+    QString warning; ///< the last one of its run, which may have nothing to do with the end
 
     [[nodiscard]] bool hasArrived() const { return runClass == RunClass::Complete; }
 };

@@ -112,7 +112,7 @@ void PageTask::takeEvent(const QJsonObject &event)
     else if (name == QLatin1String("progress"))
         takeProgress(event);
     else if (name == QLatin1String("warning"))
-        m_facts.reason = event.value(QLatin1String("text")).toString();
+        m_facts.warning = event.value(QLatin1String("text")).toString();
     else if (name == QLatin1String("retry"))
         m_progress.phase = PageProgress::Phase::Waiting;
     else

@@ -124,6 +124,8 @@ QString cardOf(const PageFacts &page)
     if (page.candidates > 0)
         html += row(QStringLiteral("Chosen"), choiceOf(page))
             + row(QStringLiteral("From"), link(page.videoAddress));
+    if (!page.hasArrived() && !page.warning.isEmpty())
+        html += row(QStringLiteral("Last warning"), safe(page.warning));
     return html + QStringLiteral("</dl>\n</article>\n</li>\n");
 }
 

@@ -520,6 +520,7 @@ private slots:
         QVERIFY(!html.contains("<script") && !html.contains("<b>"));
         QVERIFY(html.contains("&lt;script&gt;x&lt;/script&gt;"));
         QVERIFY(html.contains("data:image/png;base64,"));
+        QVERIFY(html.contains("&lt;b&gt;"));
         QVERIFY(html.contains("720p") && html.contains("refused")
                 && html.contains("1 arrived, 1 refused"));
         QVERIFY(html.trimmed().endsWith("</html>"));
