@@ -12,11 +12,12 @@ namespace {
 
 constexpr int longestPauseMs = 60000;
 
-/// Where another run may do better: what breaks off in a transfer the run itself has tried again.
+/// Where another run may do better: what breaks off in a transfer the run itself has tried again. A
+/// run that is in the way may be one of a killed command, which is about to end.
 bool isWorthAnotherRun(RunClass runClass)
 {
     return runClass == RunClass::PageUnreached || runClass == RunClass::EngineLost
-        || runClass == RunClass::Incomplete;
+        || runClass == RunClass::Incomplete || runClass == RunClass::Busy;
 }
 
 /// Where nothing has come that a later run could go on with.

@@ -190,7 +190,7 @@ private slots:
         QTest::newRow("incomplete") << QByteArray("incomplete") << 35 << 2;
         QTest::newRow("protected") << QByteArray("protected") << 36 << 1;
         QTest::newRow("disk") << QByteArray("disk") << 37 << 1;
-        QTest::newRow("busy") << QByteArray("busy") << 38 << 1;
+        QTest::newRow("busy") << QByteArray("busy") << 38 << 2;
         QTest::newRow("unsupported") << QByteArray("unsupported") << 39 << 1;
         QTest::newRow("deadline") << QByteArray("deadline") << 41 << 1;
         QTest::newRow("engine lost") << QByteArray("engineLost") << 42 << 2;

@@ -141,6 +141,15 @@ void ProgramRun::startUnderHost(const QStringList &arguments)
                         + overEngine(arguments));
 }
 
+void ProgramRun::startOther(const QString &program, const QStringList &arguments)
+{
+    takeRegistry();
+    m_errorOutput.clear();
+    m_tellsEvents = false;
+    m_process.setProcessEnvironment(m_environment);
+    m_process.start(program, arguments);
+}
+
 bool ProgramRun::waitForEnd(int timeoutMs)
 {
     const bool hasEnded =

@@ -41,6 +41,9 @@ public:
     /// for. The program's process id is in the file "pid", its lines are in the file "lines".
     void startUnderHost(const QStringList &arguments);
 
+    /// Starts another program where the program would be started, such as one that starts it.
+    void startOther(const QString &program, const QStringList &arguments);
+
     /// Waits, with the event loop running, until the program has ended. Returns false and kills it
     /// when it takes longer. Also returns false when it was to tell events and its standard output
     /// holds anything that does not fit their schema.
