@@ -24,29 +24,39 @@ function(clipweir_install_link target link)
     install(FILES ${made} DESTINATION ${link_dir})
 endfunction()
 
-install(TARGETS clipweir clipweir_program
+install(TARGETS clipweir clipweir-get clipweir_program
     RUNTIME DESTINATION ${program_dir}
     LIBRARY DESTINATION ${program_dir})
-file(RELATIVE_PATH program_from_bin
-    ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBEXECDIR}/clipweir/clipweir)
-clipweir_install_link(${program_from_bin} ${CMAKE_INSTALL_BINDIR}/clipweir)
+foreach(program IN ITEMS clipweir clipweir-get)
+    file(RELATIVE_PATH program_from_bin
+        ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBEXECDIR}/clipweir/${program})
+    clipweir_install_link(${program_from_bin} ${CMAKE_INSTALL_BINDIR}/${program})
+endforeach()
 clipweir_install_link(${CLIPWEIR_RTMPDUMP} ${program_dir}/rtmpdump)
 # The media probe looks below the working folder, which is the user's: a link to this folder there
 # provides what it looks for.
 clipweir_install_link(${CLIPWEIR_FFMPEG} ${program_dir}/import/bin/ffmpeg)
 
 find_program(GZIP_PROGRAM gzip REQUIRED)
-set(man_page ${CMAKE_CURRENT_BINARY_DIR}/clipweir.1.gz)
-add_custom_command(OUTPUT ${man_page}
-    COMMAND ${GZIP_PROGRAM} -9nc ${CMAKE_CURRENT_SOURCE_DIR}/docs/clipweir.1 > ${man_page}
-    DEPENDS docs/clipweir.1
-    VERBATIM)
-add_custom_target(clipweir_man ALL DEPENDS ${man_page})
-install(FILES ${man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-
-install(FILES packaging/clipweir.bash-completion
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-    RENAME clipweir)
+set(man_pages)
+foreach(program IN ITEMS clipweir clipweir-get)
+    set(man_page ${CMAKE_CURRENT_BINARY_DIR}/${program}.1.gz)
+    add_custom_command(OUTPUT ${man_page}
+        COMMAND ${GZIP_PROGRAM} -9nc ${CMAKE_CURRENT_SOURCE_DIR}/docs/${program}.1 > ${man_page}
+        DEPENDS docs/${program}.1
+        VERBATIM)
+    list(APPEND man_pages ${man_page})
+    install(FILES packaging/${program}.bash-completion
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        RENAME ${program})
+endforeach()
+add_custom_target(clipweir_man ALL DEPENDS ${man_pages})
+install(FILES ${man_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES packaging/clipweir-get.zsh-completion
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
+    RENAME _clipweir-get)
+install(FILES packaging/clipweir-get.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 install(FILES README.md packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
     FILES_MATCHING PATTERN "*.md" PATTERN "*.png")

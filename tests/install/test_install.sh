@@ -37,10 +37,14 @@ expect_dependency() { # control-file package
 check_tree() { # prefix
     local file doc=$1/share/doc/clipweir
     [ -x "$1/libexec/clipweir/clipweir" ] || fail 'the program is not there'
+    [ -x "$1/libexec/clipweir/clipweir-get" ] || fail 'the command for people is not there'
     expect_link "$1/bin/clipweir" ../libexec/clipweir/clipweir
+    expect_link "$1/bin/clipweir-get" ../libexec/clipweir/clipweir-get
     expect_link "$1/libexec/clipweir/rtmpdump" "$(command -v rtmpdump)"
     expect_link "$1/libexec/clipweir/import/bin/ffmpeg" "$(command -v ffmpeg)"
-    for file in share/man/man1/clipweir.1.gz share/bash-completion/completions/clipweir; do
+    for file in share/man/man1/clipweir.1.gz share/man/man1/clipweir-get.1.gz \
+        share/bash-completion/completions/clipweir share/bash-completion/completions/clipweir-get \
+        share/zsh/vendor-completions/_clipweir-get share/fish/vendor_completions.d/clipweir-get.fish; do
         [ -s "$1/$file" ] || fail "$file is not there"
     done
     for file in copyright README.md docs/host-guide.md examples/host.cpp examples/host.py; do
@@ -48,7 +52,7 @@ check_tree() { # prefix
     done
     local unexpected
     unexpected=$(find "$1" -type f -printf '%P\n' |
-        sed -E '/^(libexec\/clipweir|share\/(man|bash-completion|doc\/clipweir))\//d')
+        sed -E '/^(libexec\/clipweir|share\/(man|bash-completion|zsh\/vendor-completions|fish\/vendor_completions.d|doc\/clipweir))\//d')
     [ -z "$unexpected" ] || fail "nobody asked for $unexpected"
 }
 
@@ -58,7 +62,7 @@ check_options() { # prefix usage-text
     local option man=$work/clipweir.1
     gzip -dc "$1/share/man/man1/clipweir.1.gz" | sed 's/\\-/-/g' >"$man"
     grep -q '^\.TH CLIPWEIR 1' "$man" || fail 'that is no man page'
-    sed -nE 's/^\.BI? "?(--[a-z0-9]+).*/\1/p' "$man" | sort -u >"$work/documented"
+    sed -nE 's/^\.BI? "?(--[a-z0-9]+(-[a-z0-9]+)*).*/\1/p' "$man" | sort -u >"$work/documented"
     # The text names "--resume", but that is what happens without "--noresume".
     for option in $(grep -oE '^ +--[a-z0-9]+' "$2" | tr -d ' ' | grep -vx -e --resume); do
         expect_line "$work/documented" "$option"
@@ -69,14 +73,30 @@ check_options() { # prefix usage-text
     diff "$work/documented" "$work/completed" || fail 'the completion offers other options'
 }
 
-# Runs the program by its usual name, from a folder that has nothing of the build, with no display
+# The completion for bash offers the options of the help text and nothing else.
+check_get_options() { # prefix
+    run_command "$1" clipweir-get --help >"$work/get-help"
+    grep -oE -- '--[a-z]+(-[a-z]+)*' "$work/get-help" | sort -u >"$work/documented"
+    # shellcheck disable=SC2016 # for the other shell
+    bash -c 'source "$1"; COMP_WORDS=(clipweir-get --); COMP_CWORD=1; _clipweir_get; printf "%s\n" "${COMPREPLY[@]}"' \
+        - "$1/share/bash-completion/completions/clipweir-get" | sort -u >"$work/completed"
+    diff "$work/documented" "$work/completed" || fail 'the completion of clipweir-get offers other options'
+}
+
+# Runs a program by its usual name, from a folder that has nothing of the build, with no display
 # and no choice of a platform.
+run_command() { # prefix name option...
+    local prefix=$1 name=$2
+    shift 2
+    mkdir -p "$work/elsewhere"
+    (cd "$work/elsewhere" &&
+        env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM HOME="$work" "$prefix/bin/$name" "$@")
+}
+
 run_program() { # prefix option...
     local prefix=$1
     shift
-    mkdir -p "$work/elsewhere"
-    (cd "$work/elsewhere" &&
-        env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM HOME="$work" "$prefix/bin/clipweir" "$@")
+    run_command "$prefix" clipweir "$@"
 }
 
 check_program() { # prefix
@@ -89,6 +109,12 @@ check_program() { # prefix
     run_program "$1" --url x --saveto "$work/none/x.mp4" 2>"$work/errors" || status=$?
     [ "$status" -eq 13 ] || fail "without an output folder the exit code is $status"
     [ ! -s "$work/errors" ] || fail "$(cat "$work/errors")"
+    check_get_options "$1"
+    # It finds the program that lies beside it: nobody listens there.
+    status=0
+    run_command "$1" clipweir-get --retries 0 --timeout 2 -d "$work/got" http://127.0.0.1:1/ \
+        >"$work/told" 2>"$work/errors" || status=$?
+    [ "$status" -eq 32 ] || fail "clipweir-get ended with $status: $(cat "$work/told" "$work/errors")"
 }
 
 # What the program looks for is where it looks: beside itself, and below the working folder once
