@@ -68,6 +68,8 @@ void Scheduler::begin(int page)
         PageFacts facts = idleFacts(page);
         facts.isSkipped = true;
         facts.runClass = RunClass::Complete;
+        // A command may have been killed between the two.
+        PageFolder(m_options.folder, facts.address).remove();
         m_queue.release(page);
         emit pageEnded(facts, {});
         return;

@@ -320,6 +320,12 @@ private slots:
         QCOMPARE(begins(), 0);
         QCOMPARE(files(), QStringList{text("T.mp4")});
         QCOMPARE(readFile(m_folder->path(text("done"))), address.toUtf8() + '\n');
+        // Killed after that, too.
+        QVERIFY(QDir().mkpath(own));
+        writeFile(own + text(".name"), "T.mp4");
+        QCOMPARE(get({address, text("--archive"), m_folder->path(text("done"))}), 0);
+        QCOMPARE(begins(), 0);
+        QCOMPARE(files(), QStringList{text("T.mp4")});
     }
 
     void mergedEvents()
