@@ -149,6 +149,17 @@ private slots:
             QVERIFY2(found.contains(option), qPrintable(option));
     }
 
+    void theManPageHasAllClasses()
+    {
+        const QByteArray paper =
+            readFile(QString::fromLatin1(GET_TOP_DIR) + text("docs/clipweir-get.1"));
+        for (const RunClasses::Row &row : RunClasses::all()) {
+            if (row.exitCode != 0)
+                QVERIFY2(paper.contains("\n.TP\n" + QByteArray::number(row.exitCode) + '\n'),
+                         row.name.data());
+        }
+    }
+
     void theFishCompletionHasAllOptions()
     {
         const QString paper = QString::fromUtf8(

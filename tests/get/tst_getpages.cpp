@@ -532,6 +532,33 @@ private slots:
         QVERIFY(html.trimmed().endsWith("</html>"));
     }
 
+    /// What a browser makes of the page.
+    void aReportInABrowser()
+    {
+        const QString browser = text("/usr/lib/chromium/chromium-headless-shell");
+        if (!QFile::exists(browser))
+            QSKIP("no browser is installed");
+        const QString path = m_folder->path(text("r.html"));
+        const char *const title =
+            "title=%22%3E%3Cimg%20src=x%20onerror=document.body.id='bad'%3E%3C/h2%3E";
+        QCOMPARE(get({text("--report"), path, text("--thumb"), page("a", 1, title),
+                      page("a", 2, "do=fail&class=refused")}),
+                 33);
+        QProcess process;
+        process.start(browser,
+                      {text("--no-sandbox"), text("--disable-gpu"), text("--dump-dom"),
+                       text("--user-data-dir=") + m_folder->path(text("browser")),
+                       QUrl::fromLocalFile(path).toString()});
+        QVERIFY(process.waitForFinished(60000));
+        const QByteArray document = process.readAllStandardOutput();
+        QCOMPARE(document.count("<article>"), 2);
+        QCOMPARE(document.count("<h1>"), 1);
+        QCOMPARE(document.count("<h2>"), 2);
+        QCOMPARE(document.count("<img"), 1); // the picture
+        QVERIFY(document.contains("&lt;img"));
+        QVERIFY(!document.contains("id=\"bad\""));
+    }
+
     void memoryAndFilesStayFlat()
     {
         // The log of the many runs is long; what counts is what the command itself holds.
