@@ -59,7 +59,7 @@ install(FILES packaging/clipweir-get.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 install(FILES README.md packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
-    FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.schema.json")
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
     FILES_MATCHING PATTERN "*.cpp" PATTERN "*.py")
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Stands in for the program: tells the events that the page's address asks for.
 
-The query of the address says what: do=complete (the usual), fail (with class=NAME), hang, crash,
-silent, junk, link; times=N makes only the first N runs of the page do so, which complete afterwards.
+The query of the address says what: do=complete (the usual), fail (with class=NAME), hang, stubborn,
+crash, silent, junk, link; times=N makes only the first N runs of the page do so, which complete afterwards.
 title, bytes, format, height, count and rest are of the video. FAKE_LOG names a file that gets a line for each
 begin and end of a run.
 """
@@ -107,6 +107,11 @@ elif wish == "hang":
     record()
     save_to.with_name(save_to.name + ".part").write_bytes(b"half")
     tell("progress", kind="video", unit="bytes", done=4, total=5000, rate=2.0)
+    while True:
+        signal.pause()
+elif wish == "stubborn":
+    signal.signal(signal.SIGTERM, signal.SIG_IGN)
+    record()
     while True:
         signal.pause()
 elif wish == "crash":

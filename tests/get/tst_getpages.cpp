@@ -90,6 +90,17 @@ class tst_GetPages : public QObject
     /// The files that are there for the user.
     [[nodiscard]] QStringList files() const { return filesBelow(m_folder->path(text("out"))); }
 
+    /// Whether all events of the last command are as the papers have them.
+    [[nodiscard]] bool areEventsValid() const
+    {
+        QProcess check;
+        check.setProcessChannelMode(QProcess::ForwardedOutputChannel);
+        check.start(text("python3"), {text(MERGED_CHECK), text(MERGED_SCHEMA)});
+        check.write(m_output);
+        check.closeWriteChannel();
+        return check.waitForFinished() && check.exitCode() == 0;
+    }
+
     /// The events of a name among those of the last command.
     [[nodiscard]] QList<QJsonObject> events(const char *name) const
     {
@@ -209,6 +220,7 @@ private slots:
         QCOMPARE(events("result").value(0).value(text("class")).toString(),
                  QString::fromLatin1(name));
         QCOMPARE(events("pageRetry").size(), runs - 1);
+        QVERIFY(areEventsValid());
         QCOMPARE(events("summary").value(0).value(text("exitCode")).toInt(), exitCode);
         QVERIFY(files().isEmpty());
     }
@@ -294,6 +306,7 @@ private slots:
         QCOMPARE(get(wanted + QStringList{text("--json")}), 0);
         QCOMPARE(begins(), 4);
         QCOMPARE(events("skipped").size(), 2);
+        QVERIFY(areEventsValid());
         const QJsonObject summary = events("summary").value(0);
         QCOMPARE(summary.value(text("arrived")).toInt(), 1);
         QCOMPARE(summary.value(text("skipped")).toInt(), 2);
@@ -452,6 +465,40 @@ private slots:
                       page("a", 2, "do=hang&times=1&title=Two"), page("a", 3)}),
                  0);
         QCOMPARE(files().size(), 3);
+    }
+
+    void aSecondCtrlCWaitsForNobody()
+    {
+        QProcess process;
+        prepare(process, {page("a", 1, "do=stubborn")});
+        process.start();
+        QByteArray output;
+        const auto isTold = [&process, &output](const char *what) {
+            return QTest::qWaitFor(
+                [&] {
+                    output += process.readAllStandardOutput();
+                    return output.contains(what);
+                },
+                30000);
+        };
+        QVERIFY(isTold("begin"));
+        QTRY_COMPARE_WITH_TIMEOUT(begins(), 1, 30000);
+        const auto run = static_cast<pid_t>(log().value(0).value(text("pid")).toInt());
+        const auto isDeaf = [run] { // to SIGTERM
+            const QByteArray status = readFile(QStringLiteral("/proc/%1/status").arg(run));
+            const int mask = status.indexOf("SigIgn:");
+            constexpr int digits = 16;
+            const QByteArray bits = status.mid(mask + 8, digits);
+            return mask >= 0 && ((bits.toULongLong(nullptr, digits) >> (SIGTERM - 1)) & 1U) != 0;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(isDeaf(), 30000);
+        ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+        QVERIFY(isTold("Stopping"));
+        QCOMPARE(process.state(), QProcess::Running);
+        ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.exitCode(), 40);
+        QVERIFY(::kill(run, 0) != 0 && errno == ESRCH);
     }
 
     void aReaderThatGoes()
