@@ -28,10 +28,12 @@ tools="$tools gstreamer1.0-plugins-bad"
 # What checks the sources' format; another major version has another opinion.
 tools="$tools clang-format-14"
 packaging='dpkg-dev file'
+# What a fleet is made of, and its server; see docs/fleet.md.
+fleet='celery python3-redis redis-server redis-tools'
 # The compiler with libFuzzer, and what puts names into its reports.
 fuzzing='clang-14 libclang-rt-14-dev llvm-14'
 
-packages="$compiler $toolkit $system $media $engine $tools $packaging"
+packages="$compiler $toolkit $system $media $engine $tools $fleet $packaging"
 [ "${1-}" != --bench ] || packages="$packages wget aria2 yt-dlp chromium"
 [ "${1-}" != --fuzz ] || packages="$packages $fuzzing"
 # Any npm will do; where one comes from elsewhere, the distribution's own would conflict with it.
@@ -63,21 +65,26 @@ has_systemd() {
     [ -d /run/systemd/system ]
 }
 
-# The tests start web servers of their own. Installing nginx must not start one for the whole
-# machine, now or at the next boot; an nginx that was there before is left as it is.
+# The tests start servers of their own. Installing one must not start it for the whole machine, now or
+# at the next boot; a server that was there before is left as it is.
 install_packages() {
-    guard_nginx=no
-    case " $1 " in
-    *' nginx '*) if has_systemd; then guard_nginx=yes; fi ;;
-    esac
-    [ "$guard_nginx" = no ] || as_root systemctl mask --runtime --quiet nginx.service
+    guarded=
+    for server in nginx redis-server; do
+        case " $1 " in
+        *" $server "*) if has_systemd; then guarded="$guarded $server.service"; fi ;;
+        esac
+    done
+    # shellcheck disable=SC2086 # a list of words, in this function
+    [ -z "$guarded" ] || as_root systemctl mask --runtime --quiet $guarded
     status=0
-    # shellcheck disable=SC2086 # a list of words
+    # shellcheck disable=SC2086
     as_root apt-get install -y --no-install-recommends $1 || status=$?
-    if [ "$guard_nginx" = yes ]; then
-        as_root systemctl unmask --runtime --quiet nginx.service
-        as_root systemctl disable --quiet nginx.service || true
-        echo 'setup: nginx is installed for the tests only; its system service is off'
+    if [ -n "$guarded" ]; then
+        # shellcheck disable=SC2086
+        as_root systemctl unmask --runtime --quiet $guarded
+        # shellcheck disable=SC2086
+        as_root systemctl disable --quiet $guarded || true
+        echo "setup: installed for the tests only, off as a system service:$guarded"
     fi
     return "$status"
 }
