@@ -4,6 +4,9 @@ Over Redis, Celery gives a message that was not acknowledged to another worker o
 the visibility timeout, whether its worker lives or not, and looks for such messages every hundred
 seconds. Here the timeout is short, a living worker says again and again that its messages are in good
 hands, and looks for those of others as often.
+
+A worker whose slots are taken asks for no message, and the end of a task in a thread does not wake the
+loop that would ask again: it would sleep on, for seconds. So it is woken in short intervals.
 """
 
 from __future__ import annotations
@@ -23,20 +26,24 @@ class DeliveryKeeper(bootsteps.StartStopStep):
 
     requires = {"celery.worker.consumer.tasks:Tasks"}
     interval = 2.0
+    turn = 0.1  # seconds that a free slot waits for its next page at most
 
     def __init__(self, consumer: Any, **options: Any) -> None:
         super().__init__(consumer, **options)
-        self._timer: Any = None
+        self._timers: list[Any] = []
 
     def start(self, consumer: Any) -> None:
         """Begins, whenever the worker is connected anew."""
-        self._timer = consumer.timer.call_repeatedly(self.interval, self._keep, (consumer,))
+        self._timers = [
+            consumer.timer.call_repeatedly(self.interval, self._keep, (consumer,)),
+            consumer.timer.call_repeatedly(self.turn, lambda: None),
+        ]
 
     def stop(self, consumer: Any) -> None:
         """Ends with the connection."""
-        if self._timer is not None:
-            self._timer.cancel()
-            self._timer = None
+        for timer in self._timers:
+            timer.cancel()
+        self._timers = []
 
     def _keep(self, consumer: Any) -> None:
         try:
