@@ -64,7 +64,7 @@ check_options() { # prefix usage-text
     grep -q '^\.TH CLIPWEIR 1' "$man" || fail 'that is no man page'
     sed -nE 's/^\.BI? "?(--[a-z0-9]+(-[a-z0-9]+)*).*/\1/p' "$man" | sort -u >"$work/documented"
     # The text names "--resume", but that is what happens without "--noresume".
-    for option in $(grep -oE '^ +--[a-z0-9]+' "$2" | tr -d ' ' | grep -vx -e --resume); do
+    for option in $(grep -oE '^ +--[a-z0-9-]+' "$2" | tr -d ' ' | grep -vx -e --resume); do
         expect_line "$work/documented" "$option"
     done
     # shellcheck disable=SC2016 # for the other shell
