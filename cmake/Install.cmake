@@ -87,4 +87,31 @@ string(JOIN ", " CPACK_DEBIAN_PACKAGE_DEPENDS ${needed_packages})
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates, publicsuffix")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "chromium-headless-shell")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS bash-completion)
+
+# Two packages: the program, and the fleet that runs it on many machines. The fleet's files have a
+# component of their own, and are nothing to those who install without a package.
+set(fleet_modules lib/python3/dist-packages)
+set(fleet_doc ${CMAKE_INSTALL_DATADIR}/doc/clipweir-fleet)
+set(in_fleet COMPONENT fleet EXCLUDE_FROM_ALL)
+install(DIRECTORY fleet/clipweir_fleet DESTINATION ${fleet_modules} ${in_fleet}
+    FILES_MATCHING PATTERN "*.py" PATTERN __pycache__ EXCLUDE)
+install(PROGRAMS fleet/bin/clipweir-fleet DESTINATION ${CMAKE_INSTALL_BINDIR} ${in_fleet})
+install(FILES fleet/deploy/clipweir-fleet@.service DESTINATION lib/systemd/system ${in_fleet})
+install(FILES packaging/copyright docs/fleet.md DESTINATION ${fleet_doc} ${in_fleet})
+install(DIRECTORY fleet/deploy DESTINATION ${fleet_doc} ${in_fleet})
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_COMPONENTS_ALL Unspecified fleet)
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_NAME clipweir)
+set(CPACK_COMPONENT_UNSPECIFIED_DESCRIPTION "${CPACK_DEBIAN_PACKAGE_DESCRIPTION}")
+set(CPACK_DEBIAN_FLEET_PACKAGE_NAME clipweir-fleet)
+set(CPACK_DEBIAN_FLEET_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_FLEET_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_FLEET_PACKAGE_DEPENDS "clipweir (>= ${PROJECT_VERSION}), python3, python3-celery, python3-redis")
+set(CPACK_DEBIAN_FLEET_PACKAGE_RECOMMENDS "ca-certificates, publicsuffix")
+set(CPACK_DEBIAN_FLEET_PACKAGE_SUGGESTS "redis-server")
+set(CPACK_COMPONENT_FLEET_DESCRIPTION "captures the videos of many pages on many machines
+clipweir-fleet hands pages to workers on any number of machines, which run
+clipweir for them. It is kind to servers and loses no page when a worker dies.")
 include(CPack)

@@ -142,6 +142,31 @@ check_package() { # package
     [ ! -s "$work/foreign" ] || fail "not everything belongs to root: $(cat "$work/foreign")"
 }
 
+expect_packages() { # name...
+    find "$work/package" -maxdepth 1 -name '*.deb' -printf '%f\n' | sort >"$work/packages"
+    printf '%s\n' "$@" | sort | diff - "$work/packages" || fail 'the packages are others'
+}
+
+# The fleet's command runs from its package's files alone, with the program of the other package.
+check_fleet() { # package
+    dpkg-deb -f "$1" >"$work/control"
+    expect_line "$work/control" 'Package: clipweir-fleet'
+    expect_line "$work/control" 'Architecture: all'
+    local name file
+    for name in clipweir python3 python3-celery python3-redis; do
+        expect_dependency "$work/control" "$name"
+    done
+    dpkg-deb -x "$1" "$work/fleet"
+    for file in lib/systemd/system/clipweir-fleet@.service share/doc/clipweir-fleet/fleet.md \
+        share/doc/clipweir-fleet/deploy/Containerfile share/doc/clipweir-fleet/deploy/kubernetes/workers.yaml; do
+        [ -s "$work/fleet/usr/$file" ] || fail "$file is not in the package"
+    done
+    (cd "$work" && PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=$work/fleet/usr/lib/python3/dist-packages \
+        "$work/fleet/usr/bin/clipweir-fleet" submit --help) >"$work/fleet-usage" ||
+        fail 'the command of the fleet does not run'
+    grep -q -- '--again' "$work/fleet-usage" || fail 'the command of the fleet is another one'
+}
+
 DESTDIR=$work/root "$cmake" --install "$build" --prefix /usr/local >"$work/install.log" ||
     fail "$(cat "$work/install.log")"
 check_tree "$work/root/usr/local"
@@ -150,11 +175,11 @@ check_tools "$work/root/usr/local"
 
 (cd "$work" && "$cpack" --config "$build/CPackConfig.cmake" -B "$work/package") >"$work/cpack.log" 2>&1 ||
     fail "$(cat "$work/cpack.log")"
-package=$(find "$work/package" -maxdepth 1 -name '*.deb')
-[ "$(basename "$package")" = "clipweir_${version}_$(dpkg --print-architecture).deb" ] ||
-    fail "the package is called $package"
+expect_packages "clipweir-fleet_${version}_all.deb" "clipweir_${version}_$(dpkg --print-architecture).deb"
+package=$work/package/clipweir_${version}_$(dpkg --print-architecture).deb
 check_package "$package"
 dpkg-deb -x "$package" "$work/unpacked"
 check_tree "$work/unpacked/usr"
 check_program "$work/unpacked/usr"
 check_tools "$work/unpacked/usr"
+check_fleet "$work/package/clipweir-fleet_${version}_all.deb"
