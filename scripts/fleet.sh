@@ -20,7 +20,7 @@ pidfile $folder/redis.pid
 logfile $folder/redis.log
 daemonize yes
 appendonly yes
-appendfsync always
+appendfsync everysec
 save ""
 maxmemory-policy noeviction
 END
