@@ -30,9 +30,9 @@ ask() { # port command...
     redis-cli -h 127.0.0.1 -p "$1" "${@:2}" 2>/dev/null
 }
 
-# The server at the port is the one whose files are in the folder.
+# The server at the port is the one whose files are in the folder, and has read them.
 is_up() { # port
-    [ "$(ask "$1" config get dir | tail -n 1)" = "$folder" ]
+    [ "$(ask "$1" config get dir | tail -n 1)" = "$folder" ] && [ "$(ask "$1" ping)" = PONG ]
 }
 
 try_port() { # port

@@ -3,8 +3,7 @@
 from __future__ import annotations
 
 import json
-import time
-from collections.abc import Iterable, Iterator
+from collections.abc import Callable, Iterable, Iterator
 from dataclasses import dataclass
 from typing import Any
 
@@ -32,6 +31,10 @@ class Claim:
     urgent: bool
 
 
+def _patience() -> Retry:
+    return Retry(ExponentialBackoff(cap=2, base=0.05), 10)
+
+
 def connect(settings: Settings) -> "redis.Redis[str]":
     """A connection that outlives a restart of the server by some ten seconds."""
     return redis.Redis.from_url(
@@ -40,7 +43,7 @@ def connect(settings: Settings) -> "redis.Redis[str]":
         socket_timeout=15,
         socket_connect_timeout=5,
         health_check_interval=30,
-        retry=Retry(ExponentialBackoff(cap=2, base=0.05), 10),
+        retry=_patience(),
         retry_on_error=[redis.ConnectionError, redis.TimeoutError],
     )
 
@@ -78,11 +81,12 @@ class Book:
         yield from self._submit_batch(batch, again)
 
     def _submit_batch(self, batch: list[Page], again: bool) -> Iterator[tuple[Page, str, str]]:
-        pipeline = self._client.pipeline(transaction=False)
-        for page in batch:
-            arguments = [page.key, page.url, page.options, page.host, int(again)]
-            self._scripts["SUBMIT"](keys=[self._root], args=arguments, client=pipeline)
-        for page, (what, state) in zip(batch, pipeline.execute() if batch else []):
+        def enter(pipeline: Any) -> None:
+            for page in batch:
+                arguments = [page.key, page.url, page.options, page.host, int(again)]
+                self._scripts["SUBMIT"](keys=[self._root], args=arguments, client=pipeline)
+
+        for page, (what, state) in zip(batch, self._together(enter)):
             yield page, what, state
 
     def claim(self, most: int) -> list[Claim]:
@@ -145,17 +149,14 @@ class Book:
         ids = self.ids(state)
         for start in range(0, len(ids), READ_BATCH):
             batch = ids[start : start + READ_BATCH]
-            pipeline = self._client.pipeline(transaction=False)
-            for page_id in batch:
-                pipeline.hgetall(f"{self._root}page:{page_id}")
-            yield from ((page_id, page) for page_id, page in zip(batch, pipeline.execute()) if page)
+            keys = [f"{self._root}page:{page_id}" for page_id in batch]
+            read = self._together(lambda pipeline: [pipeline.hgetall(key) for key in keys])
+            yield from ((page_id, page) for page_id, page in zip(batch, read) if page)
 
     def counts(self) -> dict[str, int]:
         """How many pages are in each state."""
-        pipeline = self._client.pipeline(transaction=False)
-        for state in STATES:
-            pipeline.zcard(f"{self._root}state:{state}")
-        return dict(zip(STATES, pipeline.execute()))
+        keys = [f"{self._root}state:{state}" for state in STATES]
+        return dict(zip(STATES, self._together(lambda pipeline: [pipeline.zcard(key) for key in keys])))
 
     def totals(self) -> dict[str, int]:
         """What was counted since the fleet began: ``ended:CLASS``, ``retries``, ``losses``."""
@@ -167,16 +168,15 @@ class Book:
         now = seconds_now + micros / 1e6
         return self._client.zcount(f"{self._root}ended", now - seconds, "+inf")
 
-    def wait_for_server(self, seconds: float) -> bool:
-        """Waits until the server answers; False if it does not in that time."""
-        end = time.monotonic() + seconds
-        while True:
-            try:
-                return bool(self._client.ping())
-            except redis.RedisError:
-                if time.monotonic() >= end:
-                    return False
-                time.sleep(0.2)
+    def _together(self, add: Callable[[Any], Any]) -> list[Any]:
+        """Sends the commands that ``add`` puts into a pipeline, which has no patience of its own."""
+
+        def attempt() -> list[Any]:
+            pipeline = self._client.pipeline(transaction=False)
+            add(pipeline)
+            return pipeline.execute()
+
+        return _patience().call_with_retry(attempt, lambda error: None)
 
     def _run(self, name: str, *arguments: Any) -> Any:
         return self._scripts[name](keys=[self._root], args=arguments)

@@ -7,7 +7,7 @@ import logging
 import sys
 from datetime import datetime, timezone
 
-FIELDS = ("page", "url", "runs", "outcome", "class", "seconds", "worker", "count", "pause")
+FIELDS = ("page", "url", "runs", "outcome", "class", "seconds", "reason")
 
 
 class JsonFormatter(logging.Formatter):

@@ -185,6 +185,9 @@ class PageWork:
             self._progress = {key: event.get(key) for key in ("unit", "done", "total", "rate")}
         elif name == "resumed":
             self._progress = {"unit": "bytes", "done": event.get("fromByte"), "total": None, "rate": None}
+        elif name == "begunAgain":
+            extra = {"page": self._page_id, "reason": str(event.get("reason"))}
+            log.info("what an earlier run left is of no use", extra=extra)
         elif name == "retry":
             self._heed_pause(event)
         elif name == "result" and isinstance(event.get("class"), str):

@@ -57,6 +57,8 @@ class Requests:
 
     lock: threading.Lock = field(default_factory=threading.Lock)
     seen: Counter[str] = field(default_factory=Counter)
+    reached: Counter[str] = field(default_factory=Counter)  # how far a slow video was fetched
+    wasted: list[str] = field(default_factory=list)  # fetched anew, of which half was there
 
     def count(self, path: str) -> int:
         """Notes a request; how many there were before."""
@@ -186,10 +188,14 @@ class _Handler(BaseHTTPRequestHandler):
         pause = self.server.seconds * BLOCK / len(content) if kind == "slow" else 0.0
         if fetched and start == 0:
             requests.count(self.path + FROM_START)
+            # What arrived last may not have been written down when its run was killed.
+            if requests.reached[self.path] > 0.6 * len(content):
+                requests.wasted.append(self.path)
         for at in range(start, end, BLOCK):
             self.wfile.write(content[at : min(end, at + BLOCK)])
             if pause and fetched:
                 time.sleep(pause)
+                requests.reached[self.path] = max(requests.reached[self.path], at)
 
     def _head(self, status: int, headers: dict[str, str]) -> None:
         self.send_response(status)

@@ -185,6 +185,19 @@ class BookTest(FleetTest):
         self.book.sent(claim)
         self.assertEqual(self.book._client.zcard(f"{self.fleet.settings.prefix}due"), 0)
 
+    def test_a_restart_is_waited_for(self) -> None:
+        self.fleet._script("kill")
+        restart = threading.Timer(0.5, self.fleet._script, ["start"])
+        restart.start()
+        self.addCleanup(restart.join)
+        self.assertEqual(self.book.counts()["queued"], 0)
+        self.fleet._script("kill")
+        again = threading.Timer(0.5, self.fleet._script, ["start"])
+        again.start()
+        self.addCleanup(again.join)
+        self.enter()
+        self.assertEqual(self.book.counts()["queued"], 1)
+
     def test_what_is_known_outlives_the_server(self) -> None:
         running, queued = self.enter("1"), self.enter("2")
         self.book.begin(running, "a", "w")
