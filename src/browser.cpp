@@ -385,7 +385,9 @@ bool Browser::mayBetterCome() const
 {
     using std::chrono::milliseconds;
     const milliseconds pause = runTimes().analysisTick * 3 / 5;
-    return m_options.engine != CVideoPreference::Engine::Webkit && m_lastCandidate.isValid()
+    // An eager run has a pause of its own.
+    return !m_options.isEager && m_options.engine != CVideoPreference::Engine::Webkit
+        && m_lastCandidate.isValid()
         && milliseconds(m_lastCandidate.elapsed()) < pause;
 }
 
