@@ -30,7 +30,8 @@ def directly(server: PageServer, numbers: range, together: int, folder: Path) ->
     def run(number: int) -> None:
         own = folder / f"direct{number}"
         own.mkdir()
-        command = [PROGRAM, "--url", server.page("slow", number), "--saveto", str(own / "video.mp4"), *OPTIONS]
+        command = [PROGRAM, "--url", server.page("slow", number), "--saveto", str(own / "video.mp4")]
+        command += OPTIONS
         command += ["--events", "--strict", "--continue", "--parent", "--engine", "auto", "--deadline", "100"]
         subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 

@@ -68,7 +68,7 @@ def simulate(fleet: Fleet, chosen: argparse.Namespace) -> int:
     server = int((fleet.root / "redis" / "redis.pid").read_text())
     for _ in range(chosen.workers):
         fleet.start_worker()
-    wait_until(lambda: fleet.logs().count("the worker is ready") == chosen.workers, "all workers are ready", 300)
+    wait_until(lambda: fleet.logs().count("the worker is ready") == chosen.workers, "all are ready", 300)
     before = {worker.pid: own_cpu_of(worker.pid) for worker in fleet.workers}
     server_before, commands_before = cpu_of(server), client.info("stats")["total_commands_processed"]
 
@@ -88,10 +88,12 @@ def simulate(fleet: Fleet, chosen: argparse.Namespace) -> int:
     ideal = chosen.pages * chosen.seconds / capacity
     cpu = sum(own_cpu_of(w.pid) - before[w.pid] for w in fleet.workers)
     commands = client.info("stats")["total_commands_processed"] - commands_before
-    print(f"pages {chosen.pages}, workers {chosen.workers} with {chosen.slots} slots, {chosen.seconds} s a page")
+    slots = f"{chosen.workers} workers of {chosen.slots} slots"
+    print(f"pages {chosen.pages}, {slots}, {chosen.seconds} s a page")
     print(f"entered in {entered:.1f} s, done in {wall:.1f} s; without any overhead {ideal:.1f} s")
     print(f"failed {counts['failed']}, pages a minute {60 * chosen.pages / wall:.0f}")
-    print(f"workers: {1000 * cpu / chosen.pages:.1f} ms of processor a page, {rss_of(fleet.workers[0].pid):.0f} MiB each")
+    memory = rss_of(fleet.workers[0].pid)
+    print(f"workers: {1000 * cpu / chosen.pages:.1f} ms of processor a page, {memory:.0f} MiB each")
     print(
         f"server: {1000 * (cpu_of(server) - server_before) / chosen.pages:.2f} ms of processor a page, "
         f"{commands / chosen.pages:.0f} commands a page, {peak:.0f} MiB at most"

@@ -58,7 +58,8 @@ class WholeFleet(unittest.TestCase):
         client = self.book._client
         # What the broker has out or waiting would be in one of these.
         kinds = {key: client.type(key) for key in client.keys("*")}
-        left = [k for k in kinds if any(part in k for part in ("unacked", ":due", ":slots:", ":line:", ":hosts"))]
+        parts = ("unacked", ":due", ":slots:", ":line:", ":hosts")
+        left = [key for key in kinds if any(part in key for part in parts)]
         self.assertEqual(left, [])
         self.assertEqual([k for k in kinds if kinds[k] == "list"], [])
 

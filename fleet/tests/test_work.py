@@ -76,7 +76,8 @@ class WorkTest(FleetTest):
             self.assertEqual((outcome.what, outcome.run_class), ("failed", name))
         for path, name in (
             ("class/brokenOff/34", "brokenOff"), ("class/pageUnreached/32", "pageUnreached"),
-            ("class/disk/37", "disk"), ("mute/38", "busy"), ("signal", "engineLost"), ("mute/0", "engineLost"),
+            ("class/disk/37", "disk"), ("mute/38", "busy"),
+            ("signal", "engineLost"), ("mute/0", "engineLost"),
         ):  # fmt: skip
             outcome = self.run_page(path)
             self.assertEqual((outcome.what, outcome.run_class, outcome.pause), ("retry", name, 7.0))
