@@ -4,7 +4,7 @@
 # usage: test_image.sh cpack build-folder source-folder
 set -euo pipefail
 
-base=docker.io/library/debian:bookworm-slim
+base=debian:bookworm-slim
 builder=
 for candidate in podman docker; do
     if "$candidate" info >/dev/null 2>&1 && timeout 120 "$candidate" pull -q "$base" >/dev/null 2>&1; then
