@@ -140,6 +140,13 @@ struct PartsMissing
     int total = 0;
 };
 
+/// A stream is there, but cannot be fetched.
+struct StreamRefused
+{
+    RunClass cause = RunClass::Unsupported;
+    QString reason; ///< for people
+};
+
 /// All parts of a video that came in parts have ended, and are yet to be joined.
 struct PartsEnded
 {
@@ -270,18 +277,17 @@ struct FragmentsCounted
 
 } // namespace event
 
-using HostEvent =
-    std::variant<event::ParsingBegun, event::CandidateFound, event::RecordMade,
-                 event::ParsingFailed, event::Exiting, event::ExitFlagSet, event::MemoryDetached,
-                 event::DisplayMissing, event::EngineMissing, event::SavePathUnreadable,
-                 event::FlashVersion, event::UsageLine, event::DownloadBegun, event::Progress,
-                 event::DownloadEnded, event::PartsEnded, event::PartsFinished, event::OutputFolder,
-                 event::RtmpdumpStarted, event::StreamOptionSet, event::StreamProxySet,
-                 event::PageAsked, event::PageRedirected, event::ManifestBegun,
-                 event::ManifestMissing, event::XmlBroken, event::RenditionsFound,
-                 event::RenditionChosen, event::RenditionMissing, event::BootstrapFailed,
-                 event::BootstrapMissing, event::BootstrapBroken, event::StreamEmpty,
-                 event::FragmentsCounted, event::DownloadRetried, event::DownloadResumed,
-                 event::DownloadBegunAgain, event::PartsMissing, event::Warning, event::RunEnded>;
+using HostEvent = std::variant<
+    event::ParsingBegun, event::CandidateFound, event::RecordMade, event::ParsingFailed,
+    event::Exiting, event::ExitFlagSet, event::MemoryDetached, event::DisplayMissing,
+    event::EngineMissing, event::SavePathUnreadable, event::FlashVersion, event::UsageLine,
+    event::DownloadBegun, event::Progress, event::DownloadEnded, event::PartsEnded,
+    event::PartsFinished, event::OutputFolder, event::RtmpdumpStarted, event::StreamOptionSet,
+    event::StreamProxySet, event::PageAsked, event::PageRedirected, event::ManifestBegun,
+    event::ManifestMissing, event::XmlBroken, event::RenditionsFound, event::RenditionChosen,
+    event::RenditionMissing, event::BootstrapFailed, event::BootstrapMissing,
+    event::BootstrapBroken, event::StreamEmpty, event::FragmentsCounted, event::DownloadRetried,
+    event::DownloadResumed, event::DownloadBegunAgain, event::PartsMissing, event::StreamRefused,
+    event::Warning, event::RunEnded>;
 
 #endif

@@ -162,6 +162,12 @@ struct Objects
                        {"total", event.total}});
     }
 
+    QJsonObject operator()(const event::StreamRefused &event) const
+    {
+        return object("streamRefused",
+                      {{"cause", RunClasses::rowOf(event.cause).name}, {"reason", event.reason}});
+    }
+
     QJsonObject operator()(const event::Warning &event) const
     {
         return object("warning", {{"text", event.text}});

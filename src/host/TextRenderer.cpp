@@ -209,6 +209,11 @@ struct Lines
         return composed(QStringLiteral("FragCount:%1").arg(event.count));
     }
 
+    QString operator()(const event::StreamRefused &event) const
+    {
+        return HostLine().text(QStringLiteral("stream refused:")).quoted(event.reason).toString();
+    }
+
     // What has no line.
     std::nullopt_t operator()(const event::DownloadRetried &) const { return std::nullopt; }
     std::nullopt_t operator()(const event::DownloadResumed &) const { return std::nullopt; }

@@ -99,15 +99,23 @@ void TracksTransfer::tellProgress()
 void TracksTransfer::onFailed(Presentation::Failure failure, const QString &reason)
 {
     m_failure = failure;
-    qWarning("the stream cannot be fetched: %s", qUtf8Printable(reason));
+    refuse(reason);
     end(Outcome::Failed);
+}
+
+void TracksTransfer::refuse(const QString &reason)
+{
+    qWarning("the stream cannot be fetched: %s", qUtf8Printable(reason));
+    HostEvents::send(event::StreamRefused{report(Outcome::Failed).runClass, reason});
 }
 
 void TracksTransfer::onEnded(Outcome outcome)
 {
     m_presentation->finish();
-    if (m_sink->isProtected())
+    if (m_sink->isProtected()) {
         m_failure = Presentation::Failure::Protected;
+        refuse(QStringLiteral("it is encrypted"));
+    }
     if (outcome == Outcome::Succeeded && missingSegments() > 0)
         HostEvents::send(event::PartsMissing{static_cast<int>(missingSegments()),
                                              static_cast<int>(m_source->last() + 1)});

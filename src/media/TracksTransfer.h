@@ -58,6 +58,7 @@ private:
     void onReady();
     void onFailed(Presentation::Failure failure, const QString &reason);
     void tellProgress();
+    void refuse(const QString &reason);
     void onEnded(Outcome outcome);
     void end(Outcome outcome);
 

@@ -111,6 +111,8 @@ const std::vector<Row> &rows()
         {"resumed", DownloadResumed{4294967296}, QByteArray()},
         {"begun again", DownloadBegunAgain{QStringLiteral("it has changed")}, QByteArray()},
         {"parts missing", PartsMissing{1, 12}, QByteArray()},
+        {"refused", StreamRefused{RunClass::Protected, QStringLiteral("a key")},
+         "stream refused: \"a key\" "},
         {"warning", Warning{QStringLiteral("a\nb\u0001")}, QByteArray()},
         {"half a character", Warning{QString(QChar(0xd800))}, QByteArray()},
         {"ended", ended(), QByteArray()},

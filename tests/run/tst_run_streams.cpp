@@ -427,7 +427,10 @@ private slots:
         QVERIFY(run.run(arguments(page, {option("--timeout"), option("3")})));
         QCOMPARE(result(run, "class").toString(), option("protected"));
         QCOMPARE(run.exitCode(), 36);
+        QVERIFY(run.errorOutput().contains("\nstream refused: \""));
         QVERIFY(run.errorOutput().contains(fixedLine("video download finished:failed")));
+        QCOMPARE(run.events("streamRefused").value(0).value(option("cause")).toString(),
+                 option("protected"));
         QVERIFY(!QFile::exists(outputOf(run, page)));
         QVERIFY(packaged.server.requestsFor("/s00.ts").isEmpty());
     }
