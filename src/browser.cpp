@@ -387,8 +387,7 @@ bool Browser::mayBetterCome() const
     const milliseconds pause = runTimes().analysisTick * 3 / 5;
     // An eager run has a pause of its own.
     return !m_options.isEager && m_options.engine != CVideoPreference::Engine::Webkit
-        && m_lastCandidate.isValid()
-        && milliseconds(m_lastCandidate.elapsed()) < pause;
+        && m_lastCandidate.isValid() && milliseconds(m_lastCandidate.elapsed()) < pause;
 }
 
 void Browser::stopAnalysis()

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
@@ -186,7 +187,9 @@ private slots:
     {
         QFETCH(QByteArray, message);
         QFETCH(bool, isAllowed);
-        QTemporaryDir folder(QDir::homePath() + QStringLiteral("/secretsXXXXXX"));
+        // Not below the engine's own folder, which it may read.
+        QTemporaryDir folder(QFileInfo(QStringLiteral(FAKE_ENGINE)).path()
+                             + QStringLiteral("/../secretsXXXXXX"));
         QFile secret(folder.filePath(QStringLiteral("secret")));
         QVERIFY(secret.open(QIODevice::WriteOnly));
         const auto engine = start();
