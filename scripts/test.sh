@@ -1,6 +1,7 @@
 #!/bin/sh
 # Builds everything with warnings as errors and passes every test.
-# usage: scripts/test.sh [--sanitize] [ctest option ...]
+# usage: scripts/test.sh [--sanitize] [--all] [ctest option ...]
+#   --all       runs over the second engine also what has little to do with engines
 #   --sanitize  tests a build with the address and undefined behaviour sanitizers instead
 set -eu
 
@@ -11,6 +12,12 @@ if [ "${1-}" = --sanitize ]; then
     shift
     preset=sanitize
     folder=build-sanitize
+fi
+
+if [ "${1-}" = --all ]; then
+    shift
+else
+    set -- --label-exclude '^seldom$' "$@"
 fi
 
 scripts/setup.sh
