@@ -347,9 +347,11 @@ const std::vector<State> &states()
          }},
         {"page, endless script",
          [](Scene &scene) {
+             // An engine that can end a script does so when it reads the page: it comes again.
              scene.server.on("/page",
                              htmlReply("<body onload=\"var i = new Image();"
-                                       " i.onerror = function() { for (;;) { } };"
+                                       " i.onerror = function() {"
+                                       " setInterval(function() { for (;;) { } }, 0) };"
                                        " i.src = '/missing'\">"));
              scene.isReached = [&scene] { return scene.isRequested("/missing") && scene.isBusy(); };
          }},
