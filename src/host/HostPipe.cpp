@@ -9,6 +9,9 @@
 namespace {
 
 std::atomic_int writers{0};
+std::atomic_int lastFd{-1};
+static_assert(std::atomic_int::is_always_lock_free,
+              "only lock-free atomics may be used in a signal handler");
 
 /// Notes, while it lives, that bytes are on their way.
 class Writing final
@@ -24,6 +27,7 @@ public:
 void HostPipe::write(int fd, const QByteArray &bytes)
 {
     const Writing writing;
+    lastFd = fd;
     const char *data = bytes.constData();
     auto left = static_cast<size_t>(bytes.size());
     while (left > 0) {
@@ -43,4 +47,10 @@ void HostPipe::write(int fd, const QByteArray &bytes)
 bool HostPipe::isWaitedFor()
 {
     return writers > 0;
+}
+
+bool HostPipe::isHeldUp()
+{
+    pollfd writable{lastFd, POLLOUT, 0};
+    return isWaitedFor() && ::poll(&writable, 1, 0) == 0;
 }

@@ -15,6 +15,9 @@ public:
 
     /// Whether some thread is writing, which the host may let wait.
     [[nodiscard]] static bool isWaitedFor();
+
+    /// Whether some thread is writing to a pipe that has no room. Safe in a signal handler.
+    [[nodiscard]] static bool isHeldUp();
 };
 
 #endif

@@ -1,5 +1,7 @@
 #include "EndTimer.h"
 
+#include "HostPipe.h"
+
 #include <algorithm>
 #include <atomic>
 #include <csignal>
@@ -20,18 +22,19 @@ constexpr auto cleanUpTime = std::chrono::milliseconds(300);
 constexpr microseconds shortest{1}; // none at all would stop the timer
 constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365);
 
-constexpr unsigned lastWordsS = 2; // for a process that was stopped when its time was over
+constexpr int lastWordsS = 2; // for a process that was stopped when its time was over
+constexpr int mostWaits = 10; // of a busy machine for its host's lines
 
 std::atomic_int code{0};
-std::atomic_bool hasSpare{false};
+std::atomic_int sparesLeft{0};
+std::atomic_bool isForHost{false};
 static_assert(std::atomic_int::is_always_lock_free,
               "only lock-free atomics may be used in a signal handler");
 
 void endProcess(int)
 {
-    if (!hasSpare.exchange(false))
+    if (sparesLeft-- <= 0 || (isForHost && HostPipe::isHeldUp()))
         ::_exit(code);
-    ::alarm(lastWordsS);
 }
 
 microseconds timeOf(const timeval &value)
@@ -61,10 +64,11 @@ void EndTimer::endWithin(std::chrono::milliseconds time, int exitCode, AtTheEnd 
     if (left > microseconds::zero() && left <= wanted)
         return;
     code = exitCode;
-    hasSpare = atTheEnd == AtTheEnd::WaitOnce;
+    isForHost = atTheEnd == AtTheEnd::WaitUnlessHeldUp;
+    sparesLeft = isForHost ? mostWaits : atTheEnd == AtTheEnd::WaitOnce ? 1 : 0;
     std::signal(SIGALRM, endProcess);
-    timer = {};
     timer.it_value = valueOf(wanted);
+    timer.it_interval = isForHost ? timer.it_value : timeval{lastWordsS, 0};
     ::setitimer(ITIMER_REAL, &timer, nullptr);
 }
 

@@ -8,9 +8,12 @@
 class EndTimer final
 {
 public:
-    /// What happens when the time has passed: a process may have been stopped meanwhile, and is
-    /// then left a moment more to tidy up.
-    enum class AtTheEnd { EndAtOnce, WaitOnce };
+    /// What happens when the time has passed.
+    enum class AtTheEnd {
+        EndAtOnce,
+        WaitOnce, ///< the process may have been stopped meanwhile, and gets a moment to tidy up
+        WaitUnlessHeldUp ///< as long again, a few times, but for a host that does not read
+    };
 
     /// Ends the process with the exit code after the given time. Of several times that are set, the
     /// earliest counts, with its code. Safe on any thread.

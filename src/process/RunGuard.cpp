@@ -209,7 +209,7 @@ void RunGuard::endProcess(QMutexLocker &locker)
     if (report && !hasRow)
         report->writeRow();
     if (!hasCrashed) // whose own patience bounds this
-        EndTimer::endWithin(lineGrace, exitCode);
+        EndTimer::endWithin(lineGrace, exitCode, EndTimer::AtTheEnd::WaitUnlessHeldUp);
     const bool hadBlock = ShareMemoryManager::GetInstance()->RemoveShareMemData();
     for (const HostEvent &event : events) {
         if (&event == &events.back())

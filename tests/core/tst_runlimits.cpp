@@ -1,4 +1,5 @@
 #include "EndTimer.h"
+#include "HostPipe.h"
 #include "RunLimits.h"
 #include "ShareMemoryManager.h"
 #include "TestFiles.h"
@@ -206,6 +207,39 @@ private slots:
                      return idle();
                  }),
                  2);
+    }
+
+    void theTimerWaitsForLinesThatAreSlowToCome()
+    {
+        QCOMPARE(exitCodeOf([] {
+                     EndTimer::endWithin(1ms, 1, EndTimer::AtTheEnd::WaitUnlessHeldUp);
+                     ::sleep(60); // until the first alarm
+                     EndTimer::endWithin(0ms, 2);
+                     return idle();
+                 }),
+                 2);
+    }
+
+    void theTimerWaitsForNoHostThatDoesNotRead()
+    {
+        QCOMPARE(exitCodeOf([] {
+                     int ends[2];
+                     if (::pipe(ends) != 0)
+                         return stillRunning;
+                     EndTimer::endWithin(20ms, 9, EndTimer::AtTheEnd::WaitUnlessHeldUp);
+                     HostPipe::write(ends[1], QByteArray(1 << 20, 'x'));
+                     return stillRunning;
+                 }),
+                 9);
+    }
+
+    void theTimerWaitsNotForEver()
+    {
+        QCOMPARE(exitCodeOf([] {
+                     EndTimer::endWithin(1ms, 8, EndTimer::AtTheEnd::WaitUnlessHeldUp);
+                     return idle();
+                 }),
+                 8);
     }
 
     void theTimerEndsABusyProcess()
