@@ -24,7 +24,7 @@ function(clipweir_install_link target link)
     install(FILES ${made} DESTINATION ${link_dir})
 endfunction()
 
-install(TARGETS clipweir clipweir-get clipweir_program
+install(TARGETS clipweir clipweir-get clipweir_program clipweir_media_module
     RUNTIME DESTINATION ${program_dir}
     LIBRARY DESTINATION ${program_dir})
 foreach(program IN ITEMS clipweir clipweir-get)

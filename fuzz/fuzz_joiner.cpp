@@ -42,7 +42,7 @@ MediaFile::Output outputTo(Written &written)
 QByteArray joined(const QList<QByteArray> &parts, bool areRuns)
 {
     Written written;
-    MediaWriter writer({Rendition()}, [&written](MediaFile::Container) {
+    MediaWriter writer({Rendition()}, [&written](const QString &) {
         FUZZ_CHECK(!written.isOpen);
         written.isOpen = true;
         return outputTo(written);

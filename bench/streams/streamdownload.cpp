@@ -6,6 +6,8 @@
 #include "DashPresentation.h"
 #include "HlsPresentation.h"
 #include "ManifestAddress.h"
+#include "MediaLibrary.h"
+#include "MediaWriter.h"
 #include "TracksTransfer.h"
 
 #include <QCoreApplication>
@@ -21,6 +23,7 @@ int main(int argc, char *argv[])
         std::fputs("usage: streamdownload manifest-address folder [--continue]\n", stderr);
         return 2;
     }
+    MediaLibrary::use(MediaWriter::make);
     const MediaServers servers;
     const Presentation::Wish wish{QUrl(arguments.at(1)), 0, QString()};
     std::unique_ptr<Presentation> presentation;

@@ -1,5 +1,6 @@
 #include "MediaSink.h"
 
+#include "MediaLibrary.h"
 #include "MergedSource.h"
 
 MediaSink::MediaSink(const MergedSource &source, const QVector<Rendition> &tracks,
@@ -7,7 +8,7 @@ MediaSink::MediaSink(const MergedSource &source, const QVector<Rendition> &track
     : m_source(source)
     , m_tracks(tracks)
     , m_target(target)
-    , m_extension(MediaFile::extensionOf(MediaFile::Container::Mp4))
+    , m_extension(QStringLiteral("mp4"))
 {
     reset();
 }
@@ -21,17 +22,17 @@ void MediaSink::reset()
     m_isWhole = false;
     m_mediaBytes.assign(static_cast<std::size_t>(m_tracks.size()), 0);
     m_mediaSegments = m_mediaBytes;
-    m_writer = std::make_unique<MediaWriter>(
-        m_tracks, [this](MediaFile::Container container) { return openFor(container); });
+    m_joiner = MediaLibrary::makeJoiner(
+        m_tracks, [this](const QString &extension) { return openFor(extension); });
 }
 
-std::optional<MediaFile::Output> MediaSink::openFor(MediaFile::Container container)
+std::optional<MediaJoiner::Output> MediaSink::openFor(const QString &extension)
 {
-    m_extension = MediaFile::extensionOf(container);
+    m_extension = extension;
     m_hasDiskFailed = !openFile();
     if (m_hasDiskFailed)
         return std::nullopt;
-    MediaFile::Output output;
+    MediaJoiner::Output output;
     output.write = [this](const char *data, qint64 bytes) {
         m_hasDiskFailed = m_hasDiskFailed || !writeBytes(data, bytes);
         return !m_hasDiskFailed;
@@ -45,9 +46,9 @@ bool MediaSink::writeSegment(qint64 number, QByteArray &content)
 {
     const MergedSource::Place place = m_source.place(number);
     if (!isNoSegment(place.track, place.segment, content)
-        && !m_writer->take(place.track, place.segment, content))
+        && !m_joiner->take(place.track, place.segment, content))
         return false;
-    return !place.isLast || m_writer->endTrack(place.track);
+    return !place.isLast || m_joiner->endTrack(place.track);
 }
 
 /// Whether the segment need not be there, and is not, or is none of the presentation.
@@ -69,38 +70,38 @@ bool MediaSink::isNoSegment(int track, const TrackSegment &segment, const QByteA
 QString MediaSink::errorText() const
 {
     const QString ofFile = SegmentSink::errorText();
-    return m_writer->error().isEmpty() ? ofFile : m_writer->error() + QLatin1String(", ") + ofFile;
+    return m_joiner->error().isEmpty() ? ofFile : m_joiner->error() + QLatin1String(", ") + ofFile;
 }
 
 bool MediaSink::finishFile()
 {
     if (!m_isFinished)
-        m_isWhole = m_writer->finish();
+        m_isWhole = m_joiner->finish();
     m_isFinished = true;
     return m_isWhole;
 }
 
 void MediaSink::beforeClose()
 {
-    if (m_isFinished || !m_writer->hasContent())
+    if (m_isFinished || !m_joiner->hasContent())
         return;
     if (!finishFile())
-        qWarning("%s ends early: %s", qUtf8Printable(path()), qUtf8Printable(m_writer->error()));
+        qWarning("%s ends early: %s", qUtf8Printable(path()), qUtf8Printable(m_joiner->error()));
 }
 
 bool MediaSink::conclude()
 {
     if (!finishFile()) {
         qWarning("%s cannot be finished: %s", qUtf8Printable(path()),
-                 qUtf8Printable(m_writer->error()));
+                 qUtf8Printable(m_joiner->error()));
         return false;
     }
-    if (m_writer->missingSegments() > 0)
+    if (m_joiner->missingSegments() > 0)
         qWarning("%s is not complete: %lld segments are missing", qUtf8Printable(path()),
-                 static_cast<long long>(m_writer->missingSegments()));
-    if (m_writer->damagedPackets() > 0)
+                 static_cast<long long>(m_joiner->missingSegments()));
+    if (m_joiner->damagedPackets() > 0)
         qWarning("%s is not complete: %lld packets are left out", qUtf8Printable(path()),
-                 static_cast<long long>(m_writer->damagedPackets()));
+                 static_cast<long long>(m_joiner->damagedPackets()));
     return SegmentSink::conclude();
 }
 
@@ -112,28 +113,28 @@ QString MediaSink::path() const
 
 qint64 MediaSink::missingSegments() const
 {
-    return m_writer->missingSegments();
+    return m_joiner->missingSegments();
 }
 
 qint64 MediaSink::damagedPackets() const
 {
-    return m_writer->damagedPackets();
+    return m_joiner->damagedPackets();
 }
 
 std::optional<RunClass> MediaSink::obstacle() const
 {
-    if (m_writer->isProtected())
+    if (m_joiner->isProtected())
         return RunClass::Protected;
     if (m_hasDiskFailed)
         return failure().value_or(RunClass::Disk);
-    if (m_writer->error().isEmpty())
+    if (m_joiner->error().isEmpty())
         return failure();
-    if (m_writer->isBegun())
+    if (m_joiner->isBegun())
         return RunClass::Incomplete;
-    return m_writer->missingSegments() > 0 ? RunClass::BrokenOff : RunClass::Unsupported;
+    return m_joiner->missingSegments() > 0 ? RunClass::BrokenOff : RunClass::Unsupported;
 }
 
 bool MediaSink::isProtected() const
 {
-    return m_writer->isProtected();
+    return m_joiner->isProtected();
 }

@@ -1,7 +1,8 @@
 #ifndef MEDIASINK_H
 #define MEDIASINK_H
 
-#include "MediaWriter.h"
+#include "MediaJoiner.h"
+#include "Rendition.h"
 #include "SegmentSink.h"
 
 #include <QString>
@@ -52,7 +53,7 @@ private:
     [[nodiscard]] bool writeSegment(qint64 number, QByteArray &content) override;
     void beforeClose() override;
     [[nodiscard]] QString errorText() const override;
-    std::optional<MediaFile::Output> openFor(MediaFile::Container container);
+    std::optional<MediaJoiner::Output> openFor(const QString &extension);
     [[nodiscard]] bool finishFile();
     [[nodiscard]] bool isNoSegment(int track, const TrackSegment &segment,
                                    const QByteArray &content);
@@ -63,7 +64,7 @@ private:
     QString m_extension;
     std::vector<qint64> m_mediaBytes; // written of each track
     std::vector<qint64> m_mediaSegments; // likewise
-    std::unique_ptr<MediaWriter> m_writer;
+    std::unique_ptr<MediaJoiner> m_joiner;
     bool m_hasDiskFailed = false;
     bool m_isFinished = false;
     bool m_isWhole = false; // once it is finished

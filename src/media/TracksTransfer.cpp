@@ -1,6 +1,7 @@
 #include "TracksTransfer.h"
 
 #include "HostEvents.h"
+#include "MediaLibrary.h"
 #include "MergedSource.h"
 #include "SegmentFetch.h"
 #include "SegmentFetcher.h"
@@ -66,6 +67,9 @@ void TracksTransfer::cancel()
 void TracksTransfer::onReady()
 {
     m_heartbeat.stop();
+    if (!MediaLibrary::load())
+        return onFailed(Presentation::Failure::Unsupported,
+                        QStringLiteral("a part of the program is missing"));
     ::mallopt(M_ARENA_MAX, maxHeaps);
     if (!m_wish.cacheFolder.isEmpty())
         QDir().mkpath(m_wish.cacheFolder); // without a cache it goes on

@@ -6,6 +6,7 @@
 #include "EventStream.h"
 #include "HostEvents.h"
 #include "LeftFiles.h"
+#include "MediaLibrary.h"
 #include "MessageLog.h"
 #include "ProcessMemory.h"
 #include "RunLimits.h"
@@ -106,6 +107,8 @@ void confine(const RunOptions &options, bool hasDisplay)
     const QUrl page(options.pageUrl);
     if (page.isLocalFile())
         sandbox.allowReading(page.toLocalFile());
+    if (options.followsManifests)
+        sandbox.allowReading(MediaLibrary::path());
     const QStringList gaps = sandbox.confine();
     for (const QString &gap : gaps)
         qWarning("the page run is confined in part only: %s", qUtf8Printable(gap));

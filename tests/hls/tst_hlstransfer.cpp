@@ -1,5 +1,7 @@
 #include "HlsPresentation.h"
 #include "MediaFiles.h"
+#include "MediaLibrary.h"
+#include "MediaWriter.h"
 #include "Packaged.h"
 #include "TestMain.h"
 #include "TracksTransfer.h"
@@ -79,6 +81,8 @@ class tst_HlsTransfer : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase() { MediaLibrary::use(MediaWriter::make); }
+
     void becomesOneFile_data()
     {
         QTest::addColumn<QString>("output"); // what the packager is told

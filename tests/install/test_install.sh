@@ -128,6 +128,14 @@ check_tools() { # prefix
     rm "$work/elsewhere/import"
 }
 
+# Every run pays for what the program is linked with.
+check_libraries() { # prefix
+    ldd "$1/libexec/clipweir/libclipweir_media.so" | grep -q libavformat \
+        || fail 'the part for streams has no container library'
+    ! ldd "$1/libexec/clipweir/libclipweir_program.so" | grep libavformat \
+        || fail 'what only streams need is loaded by every run'
+}
+
 check_package() { # package
     local library
     dpkg-deb -f "$1" >"$work/control"
@@ -172,6 +180,7 @@ DESTDIR=$work/root "$cmake" --install "$build" --prefix /usr/local >"$work/insta
 check_tree "$work/root/usr/local"
 check_program "$work/root/usr/local"
 check_tools "$work/root/usr/local"
+check_libraries "$work/root/usr/local"
 
 (cd "$work" && "$cpack" --config "$build/CPackConfig.cmake" -B "$work/package") >"$work/cpack.log" 2>&1 ||
     fail "$(cat "$work/cpack.log")"

@@ -1,6 +1,8 @@
 #include "CookieStore.h"
 #include "DashPresentation.h"
 #include "MediaFiles.h"
+#include "MediaLibrary.h"
+#include "MediaWriter.h"
 #include "MessageCatcher.h"
 #include "Nginx.h"
 #include "ScriptedServer.h"
@@ -110,6 +112,7 @@ private:
 
 void tst_DashTransfer::initTestCase()
 {
+    MediaLibrary::use(MediaWriter::make);
     QVERIFY(m_folder.isValid());
     const QString folder = m_folder.path();
     MediaFiles::ffmpeg(MediaFiles::testInputs(seconds, QStringLiteral("320x180"))

@@ -20,8 +20,8 @@ class Written final
 {
 public:
     Written(const QVector<Rendition> &tracks, const QString &folder)
-        : m_writer(tracks, [this, folder](MediaFile::Container container) {
-            m_file.setFileName(folder + QLatin1String("/out.") + MediaFile::extensionOf(container));
+        : m_writer(tracks, [this, folder](const QString &extension) {
+            m_file.setFileName(folder + QLatin1String("/out.") + extension);
             return m_file.open(QIODevice::WriteOnly) ? output() : std::nullopt;
         })
     {

@@ -1,12 +1,12 @@
 #ifndef MEDIAFILE_H
 #define MEDIAFILE_H
 
+#include "MediaJoiner.h"
 #include "MediaPacket.h"
 
 #include <QString>
 #include <QVector>
 
-#include <functional>
 #include <memory>
 
 /// The file that packets become: the container, its head and its end. Packets are stored as they
@@ -19,12 +19,7 @@ class MediaFile final
 public:
     enum class Container { Mp4, Matroska, WebM };
 
-    /// Where the bytes go. Each returns whether that has been done.
-    struct Output
-    {
-        std::function<bool(const char *data, qint64 bytes)> write;
-        std::function<bool(qint64 position)> seek; ///< from the beginning; empty: not possible
-    };
+    using Output = MediaJoiner::Output;
 
     /// One stream of it.
     struct Stream

@@ -2,68 +2,46 @@
 #define MEDIAWRITER_H
 
 #include "MediaFile.h"
+#include "MediaJoiner.h"
 #include "Rendition.h"
 #include "TrackDemuxer.h"
-#include "TrackSource.h"
 
 #include <QByteArray>
 #include <QString>
 #include <QVector>
 
 #include <deque>
-#include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
-/// Makes one file of the segments of all tracks of a presentation: takes them apart, lays their
-/// times beside one another, and stores every packet, as it is and in its order.
+/// Takes the segments apart, lays the tracks' times beside one another, and stores every packet, as
+/// it is and in its order.
 ///
 /// The file begins at 0. Within a run, which is what lies between two discontinuities, tracks keep
 /// the time that they have to one another: by the presentation's clock where the manifest tells it,
 /// else by their own clock where they share one, else each by its beginning. A run begins where the
 /// one before has ended. For that the first packets of a run wait until each track has some, or is
 /// known to have none.
-class MediaWriter final
+class MediaWriter final : public MediaJoiner
 {
 public:
-    /// Makes the file ready to be written, now that it is known what kind it is.
-    using Open = std::function<std::optional<MediaFile::Output>(MediaFile::Container container)>;
-
-    /// @param tracks what each of the tracks is. Where there are tracks of sound, what sound the
-    ///               others have is left out.
+    /// As MediaLibrary::Maker says.
     MediaWriter(const QVector<Rendition> &tracks, const Open &open);
-    ~MediaWriter();
-    Q_DISABLE_COPY(MediaWriter)
+    ~MediaWriter() override;
 
-    /// Takes a segment of a track; those of one track come in their order, those of different ones
-    /// in about the order of their times. An empty one never came: the file goes on without it.
-    /// Returns false when the file cannot be gone on with, for good; error() says why.
-    [[nodiscard]] bool take(int track, const TrackSegment &segment, const QByteArray &content);
+    [[nodiscard]] static std::unique_ptr<MediaJoiner> make(const QVector<Rendition> &tracks,
+                                                           const Open &open);
 
-    /// No segment follows in that track.
-    [[nodiscard]] bool endTrack(int track);
-
-    /// Stores what waits and ends the file. Returns whether it is whole and of use; what came
-    /// before is playable in any case.
-    [[nodiscard]] bool finish();
-
-    [[nodiscard]] QString error() const { return m_error; }
-
-    /// Whether anything has come that the file could be made of.
-    [[nodiscard]] bool hasContent() const;
-
-    /// Whether the file has been begun.
-    [[nodiscard]] bool isBegun() const { return m_file.isBegun(); }
-
-    /// Whether it ends because what has come is encrypted with a key that only a licence gives.
-    [[nodiscard]] bool isProtected() const { return m_isProtected; }
-
-    /// Media segments from which nothing could be taken, those that never came included.
-    [[nodiscard]] qint64 missingSegments() const { return m_missing; }
-
-    /// Packets that are left out because they are damaged.
-    [[nodiscard]] qint64 damagedPackets() const;
+    [[nodiscard]] bool take(int track, const TrackSegment &segment,
+                            const QByteArray &content) override;
+    [[nodiscard]] bool endTrack(int track) override;
+    [[nodiscard]] bool finish() override;
+    [[nodiscard]] QString error() const override { return m_error; }
+    [[nodiscard]] bool hasContent() const override;
+    [[nodiscard]] bool isBegun() const override { return m_file.isBegun(); }
+    [[nodiscard]] bool isProtected() const override { return m_isProtected; }
+    [[nodiscard]] qint64 missingSegments() const override { return m_missing; }
+    [[nodiscard]] qint64 damagedPackets() const override;
 
 private:
     /// The beginning of a run in a track, while it waits for the other tracks.

@@ -110,6 +110,11 @@ MediaWriter::MediaWriter(const QVector<Rendition> &tracks, const Open &open)
 
 MediaWriter::~MediaWriter() = default;
 
+std::unique_ptr<MediaJoiner> MediaWriter::make(const QVector<Rendition> &tracks, const Open &open)
+{
+    return std::make_unique<MediaWriter>(tracks, open);
+}
+
 bool MediaWriter::fail(const QString &error)
 {
     if (!m_hasFailed)
@@ -352,7 +357,7 @@ bool MediaWriter::beginFile(const std::vector<Track *> &joining)
         }
     }
     const MediaFile::Container container = MediaFile::containerFor(formats, m_isWebM);
-    const std::optional<MediaFile::Output> output = m_open(container);
+    const std::optional<MediaFile::Output> output = m_open(MediaFile::extensionOf(container));
     if (!output)
         return fail(QStringLiteral("the file cannot be opened"));
     return m_file.begin(container, streams, *output) || fail(m_file.error());

@@ -1,0 +1,7 @@
+#include "MediaLibrary.h"
+#include "MediaWriter.h"
+
+MediaLibrary::Maker mediaJoinerMaker()
+{
+    return MediaWriter::make;
+}
