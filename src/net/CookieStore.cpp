@@ -18,11 +18,6 @@ constexpr int lockWaitMs = 500;
 constexpr int fieldCount = 7;
 const char httpOnlyPrefix[] = "#HttpOnly_";
 
-QByteArray keyOf(const QNetworkCookie &cookie)
-{
-    return cookie.name() + '\n' + cookie.domain().toUtf8() + '\n' + cookie.path().toUtf8();
-}
-
 bool isExpired(const QNetworkCookie &cookie)
 {
     return !cookie.isSessionCookie() && cookie.expirationDate() < QDateTime::currentDateTimeUtc();
@@ -168,6 +163,11 @@ bool CookieStore::insert(const QNetworkCookie &cookie)
         m_cookies.removeFirst();
     m_cookies += cookie;
     return true;
+}
+
+QByteArray CookieStore::keyOf(const QNetworkCookie &cookie)
+{
+    return cookie.name() + '\n' + cookie.domain().toUtf8() + '\n' + cookie.path().toUtf8();
 }
 
 bool CookieStore::remove(const QNetworkCookie &cookie)

@@ -21,6 +21,9 @@ class CookieStore final
 public:
     static CookieStore &instance();
 
+    /// What no two cookies of the store have in common: name, domain and path.
+    [[nodiscard]] static QByteArray keyOf(const QNetworkCookie &cookie);
+
     [[nodiscard]] QList<QNetworkCookie> cookies() const;
 
     /// Adds a cookie in place of one with the same name, domain and path; an expired cookie only

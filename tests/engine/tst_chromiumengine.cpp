@@ -251,6 +251,30 @@ private slots:
         QVERIFY(!page->requests.contains(server.address("/v?id=1&range=0-99")));
     }
 
+    /// One that the engine does not want neither keeps it from the others nor is lost by it.
+    void anOddCookieCostsNoOther()
+    {
+        ScriptedServer server;
+        server.on("/", reply("<p>"));
+        const auto insert = [](const QByteArray &name, const QString &domain) {
+            QNetworkCookie cookie(name, "1");
+            cookie.setDomain(domain);
+            cookie.setPath(text("/"));
+            return CookieStore::instance().insert(cookie);
+        };
+        QVERIFY(insert("good", text("127.0.0.1")));
+        QVERIFY(insert("odd\x01", text("127.0.0.1")));
+        QVERIFY(insert("strange", text("no host")));
+        QVERIFY(insert("__Host-insecure", text("127.0.0.1")));
+        const QList<QNetworkCookie> given = CookieStore::instance().cookies();
+        const auto page = open(server.address("/"));
+        QVERIFY(page->load(server.address("/")));
+        QCOMPARE(server.requestsFor("/").first().header("Cookie"), QByteArray("good=1"));
+        page->engine->stop();
+        for (const QNetworkCookie &cookie : given)
+            QVERIFY(CookieStore::instance().cookies().contains(cookie));
+    }
+
     void cookiesGoBothWays()
     {
         ScriptedServer server;

@@ -2,6 +2,7 @@
 
 #include <QJsonArray>
 
+#include <limits>
 #include <utility>
 
 using namespace std::chrono_literals;
@@ -10,14 +11,14 @@ namespace {
 
 constexpr int windowWidth = 1280;
 constexpr int windowHeight = 800;
+constexpr int maxLaidOutHeight = 16384;
+constexpr auto longestWaitForCookies = 500ms;
+
 /// Takes away what connects by itself, where nobody could look at it. What is deleted would come
 /// back in workers.
 constexpr char removal[] =
     "for (const name of ['WebTransport', 'RTCPeerConnection', 'webkitRTCPeerConnection'])"
     "Object.defineProperty(self, name, {value: undefined})";
-
-constexpr int maxLaidOutHeight = 16384;
-constexpr auto longestWaitForCookies = 500ms;
 
 QString text(const QJsonObject &object, const char *key)
 {
@@ -69,7 +70,8 @@ ChromiumEngine::ChromiumEngine(std::unique_ptr<EngineKeeper> keeper, const RunOp
     connect(&m_traffic, &PageTraffic::replySeen, this, &ChromiumEngine::onLife);
     connect(&m_silence, &QTimer::timeout, this, &ChromiumEngine::onSilence);
     m_silence.setSingleShot(true);
-    m_silence.setInterval(static_cast<int>(options.netSettings().stallMs));
+    m_silence.setInterval(static_cast<int>(
+        qMin<qint64>(options.netSettings().stallMs, std::numeric_limits<int>::max())));
     connect(&m_reader, &FrameReader::ready, this, &PageEngine::snapshot);
 }
 
@@ -104,15 +106,39 @@ void ChromiumEngine::load(const QUrl &url)
     m_traffic.begin();
     m_tools.call(QStringLiteral("Browser.setDownloadBehavior"),
                  {{QStringLiteral("behavior"), QStringLiteral("deny")}});
-    const QJsonArray cookies = m_cookies.given();
-    if (!cookies.isEmpty())
-        m_tools.call(QStringLiteral("Storage.setCookies"), {{QStringLiteral("cookies"), cookies}});
+    giveCookies();
     holdNewTargets({}, {QStringLiteral("service_worker"), QStringLiteral("shared_worker")});
     m_tools.call(QStringLiteral("Target.createTarget"),
                  {{QStringLiteral("url"), QStringLiteral("about:blank")},
                   {QStringLiteral("width"), windowWidth},
                   {QStringLiteral("height"), windowHeight}},
                  {}, [this](const QJsonObject &result) { onTarget(text(result, "targetId")); });
+}
+
+/// Of several that are given at once, the engine takes none if it does not like one of them.
+void ChromiumEngine::giveCookies()
+{
+    const QJsonArray cookies = m_cookies.given();
+    if (cookies.isEmpty())
+        return;
+    const auto give = [this](const QJsonArray &some) {
+        m_tools.call(QStringLiteral("Storage.setCookies"), {{QStringLiteral("cookies"), some}});
+    };
+    const auto ask = [this](const std::function<void(const QJsonArray &taken)> &then) {
+        m_tools.call(QStringLiteral("Storage.getCookies"), {}, {},
+                     [then](const QJsonObject &result) {
+                         then(result.value(QLatin1String("cookies")).toArray());
+                     });
+    };
+    const auto note = [this](const QJsonArray &taken) { m_cookies.noteTaken(taken); };
+    give(cookies);
+    ask([cookies, give, ask, note](const QJsonArray &taken) {
+        if (!taken.isEmpty())
+            return note(taken);
+        for (const QJsonValue &cookie : cookies)
+            give({cookie});
+        ask(note);
+    });
 }
 
 void ChromiumEngine::onVersion(const QJsonObject &version)
@@ -168,6 +194,7 @@ void ChromiumEngine::prepareFrames(const QString &session)
 void ChromiumEngine::prepare(const QString &session, const QString &type)
 {
     if (type == QLatin1String("iframe")) {
+        m_reader.addSite(session);
         prepareFrames(session);
     } else {
         holdNewTargets(session, {QStringLiteral("worker")});
@@ -175,7 +202,7 @@ void ChromiumEngine::prepare(const QString &session, const QString &type)
                      {{QStringLiteral("expression"), QLatin1String(removal)}}, session);
     }
     // The others get their name by the page's.
-    if (type == QLatin1String("service_worker"))
+    if (type == QLatin1String("service_worker") || type == QLatin1String("shared_worker"))
         m_tools.call(QStringLiteral("Network.setUserAgentOverride"), m_userAgent, session);
     m_tools.call(QStringLiteral("Runtime.runIfWaitingForDebugger"), {}, session);
 }
@@ -232,6 +259,8 @@ void ChromiumEngine::onEvent(const QString &method, const QJsonObject &parameter
                && parameters.value(QLatin1String("waitingForDebugger")).toBool()) {
         prepare(text(parameters, "sessionId"),
                 text(parameters.value(QLatin1String("targetInfo")).toObject(), "type"));
+    } else if (method == QLatin1String("Target.detachedFromTarget")) {
+        m_reader.removeSite(text(parameters, "sessionId"));
     }
 }
 
@@ -240,6 +269,7 @@ void ChromiumEngine::onEnd(const QString &reason)
     if (m_isStopped)
         return;
     m_isStopped = true;
+    m_traffic.stop();
     m_silence.stop();
     m_hand.stop();
     m_reader.stop();

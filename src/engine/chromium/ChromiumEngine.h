@@ -40,6 +40,7 @@ public:
 
 private:
     void onEvent(const QString &method, const QJsonObject &parameters, const QString &session);
+    void giveCookies();
     void onVersion(const QJsonObject &version);
     void onTarget(const QString &target);
     void onSession(const QString &session);

@@ -3,13 +3,14 @@
 #include <QJsonDocument>
 
 #include <optional>
+#include <utility>
 
 DevTools::DevTools(std::unique_ptr<EngineKeeper> keeper, QObject *parent)
     : QObject(parent)
     , m_process(std::move(keeper))
 {
     connect(&m_process, &EngineProcess::received, this, &DevTools::take);
-    connect(&m_process, &EngineProcess::ended, this, &DevTools::ended);
+    connect(&m_process, &EngineProcess::ended, this, &DevTools::onEnd);
 }
 
 void DevTools::call(const QString &method, const QJsonObject &parameters, const QString &session,
@@ -37,6 +38,14 @@ void DevTools::end()
 {
     m_process.end();
     m_answers.clear();
+}
+
+void DevTools::onEnd(const QString &reason)
+{
+    emit ended(reason);
+    const QHash<int, Answer> answers = std::exchange(m_answers, {});
+    for (const Answer &answer : answers)
+        answer({});
 }
 
 void DevTools::take(const QByteArray &message)

@@ -25,7 +25,8 @@ public:
 
     explicit DevTools(std::unique_ptr<EngineKeeper> keeper, QObject *parent = nullptr);
 
-    /// @param answer called from the event loop, or never once the engine is gone
+    /// @param answer called from the event loop, at the latest when the engine ends by itself; not
+    ///               after end(), and not when the engine was gone before the call
     void call(const QString &method, const QJsonObject &parameters = {},
               const QString &session = {}, const Answer &answer = {});
 
@@ -42,6 +43,7 @@ signals:
 
 private:
     void take(const QByteArray &message);
+    void onEnd(const QString &reason);
 
     EngineProcess m_process;
     QHash<int, Answer> m_answers; ///< that are waited for, by the number of their call

@@ -124,7 +124,7 @@ bool EngineCage::close() const
         return false;
     confineFiles();
     const bool hasFilter = SyscallFilter::installForPrograms();
-    Q_UNUSED(hasFilter) // its gap is the run's too, which tells of it
+    Q_UNUSED(hasFilter) // a run that is confined has the same gap, and tells of it
     return ::chdir(m_folder.c_str()) == 0;
 }
 
@@ -141,10 +141,11 @@ void EngineCage::confineFiles() const
     rules.allow(program.canonicalPath(), Access::Run);
     for (const char *const path : devices)
         rules.allow(QString::fromLatin1(path), Access::Device);
-    rules.allow(QStringLiteral("/proc"), Access::Write); // its sandbox maps users there
+    // Its own sandbox maps users there.
+    rules.allow(QStringLiteral("/proc"), m_hasNamespaces ? Access::Write : Access::Read);
     rules.allow(QString::fromStdString(m_folder), Access::Write);
     const bool isConfined = rules.enforce();
-    Q_UNUSED(isConfined) // its gap is the run's too, which tells of it
+    Q_UNUSED(isConfined) // likewise
 }
 
 void EngineCage::tidy() const

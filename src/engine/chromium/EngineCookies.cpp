@@ -9,11 +9,6 @@
 
 namespace {
 
-QByteArray keyOf(const QNetworkCookie &cookie)
-{
-    return cookie.name() + '\n' + cookie.domain().toUtf8() + '\n' + cookie.path().toUtf8();
-}
-
 QJsonObject toEngine(const QNetworkCookie &cookie)
 {
     QJsonObject object{{QStringLiteral("name"), QString::fromUtf8(cookie.name())},
@@ -51,34 +46,41 @@ QNetworkCookie fromEngine(const QJsonObject &object)
 
 } // namespace
 
-QJsonArray EngineCookies::given()
+QJsonArray EngineCookies::given() const
 {
     CookieStore::instance().load();
     QJsonArray array;
     const QList<QNetworkCookie> cookies = CookieStore::instance().cookies();
-    for (const QNetworkCookie &cookie : cookies) {
-        m_given += keyOf(cookie);
+    for (const QNetworkCookie &cookie : cookies)
         array += toEngine(cookie);
-    }
     return array;
+}
+
+void EngineCookies::noteTaken(const QJsonArray &cookies)
+{
+    m_taken.clear();
+    for (const QJsonValue &value : cookies)
+        m_taken += CookieStore::keyOf(fromEngine(value.toObject()));
 }
 
 void EngineCookies::takeBack(const QJsonArray &cookies)
 {
     CookieStore &store = CookieStore::instance();
-    const QList<QNetworkCookie> known = store.cookies();
-    QHash<QByteArray, QNetworkCookie> removed;
-    for (const QNetworkCookie &cookie : known) {
-        if (m_given.contains(keyOf(cookie)))
-            removed.insert(keyOf(cookie), cookie);
-    }
+    QHash<QByteArray, QNetworkCookie> known;
+    const QList<QNetworkCookie> all = store.cookies();
+    for (const QNetworkCookie &cookie : all)
+        known.insert(CookieStore::keyOf(cookie), cookie);
     for (const QJsonValue &value : cookies) {
         const QNetworkCookie cookie = fromEngine(value.toObject());
-        removed.remove(keyOf(cookie));
-        if (!known.contains(cookie))
+        const QByteArray key = CookieStore::keyOf(cookie);
+        m_taken.remove(key);
+        if (known.value(key) != cookie)
             store.insert(cookie);
     }
-    for (const QNetworkCookie &cookie : qAsConst(removed))
-        store.remove(cookie);
+    for (const QByteArray &key : qAsConst(m_taken)) { // those that the page has deleted
+        if (known.contains(key))
+            store.remove(known.value(key));
+    }
+    noteTaken(cookies);
     store.save();
 }

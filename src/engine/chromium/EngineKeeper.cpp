@@ -3,6 +3,7 @@
 #include "EngineCage.h"
 #include "ProcessTree.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -53,6 +54,20 @@ struct Ends
 
 /// A process that has let go of everything that it shared with the run: its lines to the host, its
 /// files and locks, its terminal.
+/// Closes all files but the standard streams and these.
+void closeAllBut(std::array<int, 4> kept)
+{
+    std::sort(kept.begin(), kept.end());
+    auto first = static_cast<unsigned>(STDERR_FILENO) + 1;
+    for (const int fd : kept) {
+        const auto end = static_cast<unsigned>(fd);
+        if (end > first)
+            ::close_range(first, end - 1, 0);
+        first = end + 1;
+    }
+    ::close_range(first, ~0U, 0);
+}
+
 void standAlone(const Ends &ends)
 {
     ::setsid();
@@ -60,12 +75,7 @@ void standAlone(const Ends &ends)
     const UniqueFd nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         ::dup2(nothing.get(), stream);
-    const int limit = static_cast<int>(::sysconf(_SC_OPEN_MAX));
-    for (int fd = STDERR_FILENO + 1; fd < qMin(limit, 4096); ++fd) {
-        if (fd != ends.lifeline.get() && fd != ends.sign.get() && fd != ends.toEngine.get()
-            && fd != ends.fromEngine.get())
-            ::close(fd);
-    }
+    closeAllBut({ends.lifeline.get(), ends.sign.get(), ends.toEngine.get(), ends.fromEngine.get()});
     const rlimit none{0, 0};
     ::setrlimit(RLIMIT_CORE, &none);
     // It has nothing to tidy up that the end of the run would not bring about.

@@ -58,21 +58,23 @@ void EngineProcess::send(const QByteArray &message)
     m_unsent += '\0';
     if (isFirst)
         writeOn();
-    else if (m_unsent.size() > maxUnsentBytes)
+    else if (m_unsent.size() - m_sent > maxUnsentBytes)
         give(QStringLiteral("it does not listen"));
 }
 
 void EngineProcess::writeOn()
 {
-    int sent = 0;
-    while (sent < m_unsent.size()) {
-        const ssize_t count = ::write(m_keeper->writeFd(), m_unsent.constData() + sent,
-                                      static_cast<size_t>(m_unsent.size() - sent));
+    while (m_sent < m_unsent.size()) {
+        const ssize_t count = ::write(m_keeper->writeFd(), m_unsent.constData() + m_sent,
+                                      static_cast<size_t>(m_unsent.size() - m_sent));
         if (count <= 0 && errno != EINTR)
             break; // a broken pipe is noticed by who reads
-        sent += static_cast<int>(qMax<ssize_t>(0, count));
+        m_sent += static_cast<int>(qMax<ssize_t>(0, count));
     }
-    m_unsent.remove(0, sent);
+    if (m_sent > m_unsent.size() / 2) { // so that no byte is moved often
+        m_unsent.remove(0, m_sent);
+        m_sent = 0;
+    }
     m_writable->setEnabled(!m_unsent.isEmpty());
 }
 
@@ -144,6 +146,7 @@ EngineKeeper::End EngineProcess::letGo()
     const EngineKeeper::End end = m_keeper->end();
     m_keeper.reset();
     m_unsent.clear();
+    m_sent = 0;
     m_arrived.clear();
     m_taken = 0;
     m_searched = 0;

@@ -58,7 +58,8 @@ private:
     QByteArray m_arrived; ///< from m_taken on, what has not been passed on
     int m_taken = 0;
     int m_searched = 0; ///< for the end of a message
-    QByteArray m_unsent;
+    QByteArray m_unsent; ///< from m_sent on
+    int m_sent = 0;
     QByteArray m_chunk;
 };
 

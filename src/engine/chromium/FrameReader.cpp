@@ -61,10 +61,21 @@ FrameReader::FrameReader(DevTools &tools, QObject *parent)
     m_limit.setSingleShot(true);
     connect(&m_patience, &QTimer::timeout, this, [this] {
         m_tools.call(QStringLiteral("Runtime.terminateExecution"), {}, m_session);
-        for (const QString &session : qAsConst(m_siteSessions))
+        for (const QString &session : qAsConst(m_sites))
             m_tools.call(QStringLiteral("Runtime.terminateExecution"), {}, session);
     });
     connect(&m_limit, &QTimer::timeout, this, &FrameReader::tell);
+}
+
+void FrameReader::addSite(const QString &session)
+{
+    if (m_sites.size() < maxFrames)
+        m_sites += session;
+}
+
+void FrameReader::removeSite(const QString &session)
+{
+    m_sites.removeOne(session);
 }
 
 void FrameReader::read()
@@ -79,7 +90,8 @@ void FrameReader::read()
     m_limit.start(limitMs);
     begin();
     readSession(m_session);
-    readOtherSites();
+    for (const QString &site : qAsConst(m_sites))
+        readSession(site);
     end();
 }
 
@@ -110,71 +122,31 @@ void FrameReader::readSession(const QString &session)
                  });
 }
 
-/// Their documents live in processes of their own.
-void FrameReader::readOtherSites()
-{
-    begin();
-    m_tools.call(
-        QStringLiteral("Target.getTargets"), {}, {},
-        [this, round = m_round](const QJsonObject &result) {
-            if (round != m_round)
-                return;
-            const QJsonArray targets = result.value(QLatin1String("targetInfos")).toArray();
-            for (const QJsonValue &value : targets) {
-                const QJsonObject target = value.toObject();
-                const QString id = target.value(QLatin1String("targetId")).toString();
-                if (target.value(QLatin1String("type")).toString() != QLatin1String("iframe"))
-                    continue;
-                if (m_siteSessions.contains(id)) {
-                    readSession(m_siteSessions.value(id));
-                    continue;
-                }
-                begin();
-                m_tools.call(QStringLiteral("Target.attachToTarget"),
-                             {{QStringLiteral("targetId"), id}, {QStringLiteral("flatten"), true}},
-                             {}, [this, id, round](const QJsonObject &attached) {
-                                 const QString session =
-                                     attached.value(QLatin1String("sessionId")).toString();
-                                 if (!session.isEmpty())
-                                     m_siteSessions.insert(id, session);
-                                 if (round != m_round)
-                                     return;
-                                 if (!session.isEmpty())
-                                     readSession(session);
-                                 end();
-                             });
-            }
-            end();
-        });
-}
-
 void FrameReader::readFrame(const QString &session, const QString &frame, int place)
 {
     begin();
-    m_tools.call(QStringLiteral("Page.createIsolatedWorld"),
-                 {{QStringLiteral("frameId"), frame},
-                  {QStringLiteral("worldName"), QStringLiteral("reader")}},
-                 session, [this, session, place, round = m_round](const QJsonObject &world) {
-                     if (round != m_round)
-                         return;
-                     m_tools.call(QStringLiteral("Runtime.evaluate"),
-                                  {{QStringLiteral("expression"), m_script},
-                                   {QStringLiteral("contextId"),
-                                    world.value(QLatin1String("executionContextId"))},
-                                   {QStringLiteral("returnByValue"), true}},
-                                  session, [this, place, round](const QJsonObject &result) {
-                                      if (round != m_round)
-                                          return;
-                                      m_parts[place] = object(object(result, "result"), "value");
-                                      end();
-                                  });
+    evaluateIn(session, frame, m_script, [this, place, round = m_round](const QJsonValue &part) {
+        if (round != m_round)
+            return;
+        m_parts[place] = part.toObject();
+        end();
+    });
+}
+
+void FrameReader::evaluate(const QString &script, const Take &take)
+{
+    m_tools.call(QStringLiteral("Page.getFrameTree"), {}, m_session,
+                 [this, script, take](const QJsonObject &result) {
+                     const QJsonObject frame = object(object(result, "frameTree"), "frame");
+                     evaluateIn(m_session, frame.value(QLatin1String("id")).toString(), script,
+                                take);
                  });
 }
 
-void FrameReader::evaluate(const QString &script,
-                           const std::function<void(const QJsonValue &)> &answer)
+void FrameReader::evaluateIn(const QString &session, const QString &frame, const QString &script,
+                             const Take &take)
 {
-    const auto inWorld = [this, script, answer](const QJsonObject &world) {
+    const auto inWorld = [this, session, script, take](const QJsonObject &world) {
         m_tools.call(
             QStringLiteral("Runtime.evaluate"),
             {{QStringLiteral("expression"), script},
@@ -182,19 +154,14 @@ void FrameReader::evaluate(const QString &script,
              {QStringLiteral("awaitPromise"), true},
              {QStringLiteral("userGesture"), true},
              {QStringLiteral("returnByValue"), true}},
-            m_session, [answer](const QJsonObject &result) {
-                answer(object(result, "result").value(QLatin1String("value")));
+            session, [take](const QJsonObject &result) {
+                take(object(result, "result").value(QLatin1String("value")));
             });
     };
-    m_tools.call(QStringLiteral("Page.getFrameTree"), {}, m_session,
-                 [this, inWorld](const QJsonObject &result) {
-                     m_tools.call(
-                         QStringLiteral("Page.createIsolatedWorld"),
-                         {{QStringLiteral("frameId"),
-                           object(object(result, "frameTree"), "frame").value(QLatin1String("id"))},
-                          {QStringLiteral("worldName"), QStringLiteral("reader")}},
-                         m_session, inWorld);
-                 });
+    m_tools.call(QStringLiteral("Page.createIsolatedWorld"),
+                 {{QStringLiteral("frameId"), frame},
+                  {QStringLiteral("worldName"), QStringLiteral("reader")}},
+                 session, inWorld);
 }
 
 void FrameReader::end()

@@ -1,5 +1,6 @@
 #include "PageTraffic.h"
 
+#include "ContentRange.h"
 #include "PageHeaders.h"
 #include "PieceAddress.h"
 #include "WebAddress.h"
@@ -12,7 +13,8 @@ namespace {
 
 constexpr qint64 beginningBytes = 64 * 1024; // what the page gets of long media
 constexpr qint64 candidateBytes = 1 << 20; // what media of unknown length is read up to
-constexpr qint64 maxPageFileBytes = 64 << 20;
+constexpr qint64 maxPageFileBytes = 16 << 20;
+constexpr qint64 maxPosition = qint64(1) << 62; // that a server may tell
 constexpr int maxCuts = 16; // of one address; what asks for it again and again, asks in vain
 
 constexpr char emptyPicture[] = "R0lGODlhAQABAIAAAAAAAP///yH5BAEAAAAALAAAAAABAAEAAAIBRAA7";
@@ -34,29 +36,6 @@ bool isPlaylist(const QString &contentType)
     return contentType.contains(QLatin1String("mpegurl"), Qt::CaseInsensitive);
 }
 
-/// What a "Content-Range" header says (RFC 9110, section 14.4); negative where it does not.
-struct ContentRange
-{
-    qint64 first = -1;
-    qint64 total = -1;
-
-    explicit ContentRange(const QString &header)
-    {
-        const int blank = header.indexOf(QLatin1Char(' '));
-        const int dash = header.indexOf(QLatin1Char('-'), blank);
-        const int slash = header.indexOf(QLatin1Char('/'), blank);
-        bool isNumber = false;
-        if (blank > 0 && dash > blank)
-            first = header.midRef(blank + 1, dash - blank - 1).toLongLong(&isNumber);
-        if (!isNumber)
-            first = -1;
-        if (slash > 0)
-            total = header.midRef(slash + 1).toLongLong(&isNumber);
-        if (slash <= 0 || !isNumber)
-            total = -1;
-    }
-};
-
 QJsonObject header(const QString &name, const QString &value)
 {
     return {{QStringLiteral("name"), name}, {QStringLiteral("value"), value}};
@@ -71,12 +50,16 @@ struct PageTraffic::Reply
     QString resourceType;
     int status = 0;
     QJsonArray headers;
+    QString contentType;
+    ContentRange range;
 
-    Reply(const QJsonObject &event)
+    explicit Reply(const QJsonObject &event)
         : url(text(event.value(QLatin1String("request")).toObject(), "url"))
         , resourceType(text(event, "resourceType"))
         , status(event.value(QLatin1String("responseStatusCode")).toInt())
         , headers(event.value(QLatin1String("responseHeaders")).toArray())
+        , contentType(header("Content-Type"))
+        , range(ContentRange::of(header("Content-Range").toLatin1()))
     {
     }
 
@@ -90,22 +73,20 @@ struct PageTraffic::Reply
         return {};
     }
 
-    [[nodiscard]] QString contentType() const { return header("Content-Type"); }
     [[nodiscard]] bool isSuccess() const { return status >= 200 && status < 300; }
-    [[nodiscard]] ContentRange range() const { return ContentRange(header("Content-Range")); }
 
     /// The bytes of the whole file; 0 when the server does not say.
     [[nodiscard]] qint64 wholeBytes() const
     {
         if (status == 206)
-            return qMax(qint64(0), range().total);
+            return qMax(qint64(0), range.size);
         return qMax(qint64(0), header("Content-Length").toLongLong());
     }
 
     [[nodiscard]] bool isMedia() const
     {
-        return isSuccess() && !isPlaylist(contentType())
-            && (::isMedia(contentType()) || resourceType == QLatin1String("Media"));
+        return isSuccess() && !isPlaylist(contentType)
+            && (::isMedia(contentType) || resourceType == QLatin1String("Media"));
     }
 };
 
@@ -252,10 +233,10 @@ void PageTraffic::onReply(const QString &id, const QJsonObject &event)
     }
     if (whole != reply.url && reply.isMedia()) {
         // Of a piece, the server tells the length of the piece.
-        emit replySeen(whole, candidateBytes, reply.contentType());
+        emit replySeen(whole, candidateBytes, reply.contentType);
         emit sizeUntold(whole);
     } else if (bytes > 0 || !reply.isMedia()) {
-        emit replySeen(reply.url, bytes, reply.contentType());
+        emit replySeen(reply.url, bytes, reply.contentType);
     }
     emit replyEnded();
 }
@@ -308,7 +289,7 @@ void PageTraffic::finish(const std::shared_ptr<Cut> &cut)
             && name != QLatin1String("transfer-encoding"))
             headers += value;
     }
-    const qint64 first = qMax(qint64(0), reply.range().first);
+    const qint64 first = qBound(qint64(0), reply.range.first, maxPosition);
     if (reply.status == 206 && !cut->beginning.isEmpty())
         headers += header(QStringLiteral("Content-Range"),
                           QStringLiteral("bytes %1-%2/%3")
@@ -322,7 +303,7 @@ void PageTraffic::finish(const std::shared_ptr<Cut> &cut)
                   {QStringLiteral("body"), QString::fromLatin1(cut->beginning.toBase64())}});
     if (reply.wholeBytes() > 0 || m_isStopped)
         return;
-    emit replySeen(reply.url, cut->bytes, reply.contentType());
+    emit replySeen(reply.url, cut->bytes, reply.contentType);
     if (cut->bytes >= cut->wantedBytes)
         emit sizeUntold(reply.url);
 }
