@@ -107,8 +107,7 @@ bool MediaSink::conclude()
 
 QString MediaSink::path() const
 {
-    const QString path = m_target.folder + QLatin1Char('/') + m_target.name;
-    return m_target.followsContainer ? path + QLatin1Char('.') + m_extension : path;
+    return m_target.pathFor(m_extension);
 }
 
 qint64 MediaSink::missingSegments() const

@@ -3,7 +3,7 @@
 
 #include "MediaJoiner.h"
 #include "Rendition.h"
-#include "SegmentSink.h"
+#include "TrackSink.h"
 
 #include <QString>
 
@@ -14,17 +14,9 @@
 class MergedSource;
 
 /// The file that the tracks of a presentation become.
-class MediaSink final : public SegmentSink
+class MediaSink final : public TrackSink
 {
 public:
-    /// Where the file goes.
-    struct Target
-    {
-        QString folder;
-        QString name;
-        bool followsContainer = true; ///< whether the container's extension is added to the name
-    };
-
     /// @param source the segments of the tracks; outlives this object
     /// @param tracks what each of the tracks is
     MediaSink(const MergedSource &source, const QVector<Rendition> &tracks, const Target &target);
@@ -35,17 +27,10 @@ public:
     /// The file's path; before the container is known, that of the usual one.
     [[nodiscard]] QString path() const override;
 
-    /// Media segments that are missing from the file, as far as it has been written.
-    [[nodiscard]] qint64 missingSegments() const;
-
-    /// Packets that are left out because they are damaged.
-    [[nodiscard]] qint64 damagedPackets() const;
-
-    /// Why the file could not be gone on with, or is of no use; none while it can.
-    [[nodiscard]] std::optional<RunClass> obstacle() const;
-
-    /// Whether what has come is encrypted, so that there is no file of use.
-    [[nodiscard]] bool isProtected() const;
+    [[nodiscard]] qint64 missingSegments() const override;
+    [[nodiscard]] qint64 damagedPackets() const override;
+    [[nodiscard]] std::optional<RunClass> obstacle() const override;
+    [[nodiscard]] bool isProtected() const override;
 
 private:
     void reset() override;

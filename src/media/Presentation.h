@@ -2,12 +2,16 @@
 #define PRESENTATION_H
 
 #include "Rendition.h"
+#include "TrackSink.h"
 
 #include <QObject>
 #include <QString>
 #include <QUrl>
 #include <QVector>
 
+#include <memory>
+
+class MergedSource;
 class TrackSource;
 
 /// What a manifest or a playlist presents: renditions, of which some are chosen to be fetched.
@@ -60,6 +64,12 @@ public:
 
     /// Whether segments may follow those that are known, so that nobody knows how many.
     [[nodiscard]] virtual bool isLive() const = 0;
+
+    /// The file that the tracks become: one that takes all kinds of them, unless all that is
+    /// presented this way is of another one.
+    /// @param source the segments of tracks(); outlives the sink
+    [[nodiscard]] virtual std::unique_ptr<TrackSink>
+    makeSink(const MergedSource &source, const TrackSink::Target &target) const;
 
 signals:
     void ready();

@@ -75,7 +75,7 @@ void TracksTransfer::onReady()
         QDir().mkpath(m_wish.cacheFolder); // without a cache it goes on
     m_source =
         std::make_unique<MergedSource>(m_presentation->tracks(), m_wish.cacheFolder, m_binding);
-    m_sink = std::make_unique<MediaSink>(*m_source, m_presentation->chosen(), m_wish.target);
+    m_sink = m_presentation->makeSink(*m_source, m_wish.target);
     m_fetcher = std::make_unique<SegmentFetcher>(*m_source, *m_sink, [this](QObject *parent) {
         return new SegmentWorker(SegmentFetch::forOne(m_servers), parent);
     });

@@ -2,7 +2,6 @@
 #define TRACKSTRANSFER_H
 
 #include "MediaServers.h"
-#include "MediaSink.h"
 #include "Presentation.h"
 #include "Transfer.h"
 
@@ -27,7 +26,7 @@ class TracksTransfer final : public Transfer
 public:
     struct Wish
     {
-        MediaSink::Target target;
+        TrackSink::Target target;
         QString cacheFolder; ///< where segments wait for a later run; empty for nowhere
         int places = 8; ///< how many segments are fetched at once
         bool isStrict = false; ///< a file that lacks a segment is no success
@@ -67,7 +66,7 @@ private:
     const Wish m_wish;
     const MediaServers m_servers;
     std::unique_ptr<MergedSource> m_source;
-    std::unique_ptr<MediaSink> m_sink;
+    std::unique_ptr<TrackSink> m_sink;
     std::unique_ptr<SegmentFetcher> m_fetcher;
     QTimer m_heartbeat; // until there is a fetcher
     std::optional<Presentation::Failure> m_failure;
