@@ -175,6 +175,24 @@ bool CAdobeOutputFile::IsWhole(const QByteArray &data)
     return findMdat(data, boxStart, payload, size) && CAdobeUtils::HasBytes(data, payload, size);
 }
 
+CAdobeOutputFile::Content CAdobeOutputFile::ContentOf(QByteArray &data)
+{
+    Content content;
+    content.isCut = !IsWhole(data);
+    unsigned int boxStart = 0;
+    unsigned int payload = 0;
+    unsigned long long size = 0;
+    if (VerifyFragment(data) && findMdat(data, boxStart, payload, size)) {
+        const auto left = static_cast<unsigned long long>(data.size()) - payload;
+        content.begin = static_cast<int>(payload);
+        content.end = content.begin + static_cast<int>(qMin(size, left));
+        content.tags = FlvTag::walk(data, content.begin, content.end, content.skipped);
+    }
+    content.hasMedia = std::any_of(content.tags.cbegin(), content.tags.cend(),
+                                   [](const FlvTag &tag) { return tag.isMedia(); });
+    return content;
+}
+
 void CAdobeOutputFile::DecodeFragment(int fragNum, QByteArray &data)
 {
     m_tags.resize(0);
@@ -193,29 +211,17 @@ QVector<FlvTag> CAdobeOutputFile::takeTags(int fragNum, QByteArray &data)
         ++m_losses.missing;
         return {};
     }
-    const bool isCut = !IsWhole(data);
-    unsigned int boxStart = 0;
-    unsigned int payload = 0;
-    unsigned long long size = 0;
-    QVector<FlvTag> tags;
-    int skipped = 0;
-    if (VerifyFragment(data) && findMdat(data, boxStart, payload, size)) {
-        const auto left = static_cast<unsigned long long>(data.size()) - payload;
-        const auto begin = static_cast<int>(payload);
-        tags = FlvTag::walk(data, begin, begin + static_cast<int>(qMin(size, left)), skipped);
-    }
-    const bool hasMedia =
-        std::any_of(tags.cbegin(), tags.cend(), [](const FlvTag &tag) { return tag.isMedia(); });
-    m_hasMedia |= hasMedia;
-    m_losses.unusable += hasMedia ? 0 : 1;
-    m_losses.cut += hasMedia && isCut ? 1 : 0;
-    m_losses.skippedTags += skipped;
-    if (skipped > 0 && !m_hasWarned) {
+    const Content content = ContentOf(data);
+    m_hasMedia |= content.hasMedia;
+    m_losses.unusable += content.hasMedia ? 0 : 1;
+    m_losses.cut += content.hasMedia && content.isCut ? 1 : 0;
+    m_losses.skippedTags += content.skipped;
+    if (content.skipped > 0 && !m_hasWarned) {
         m_hasWarned = true;
         qWarning("fragment %d: %d tags are encrypted or of no known type and left out", fragNum,
-                 skipped);
+                 content.skipped);
     }
-    return tags;
+    return content.tags;
 }
 
 bool CAdobeOutputFile::WriteMetadata()

@@ -83,6 +83,20 @@ public:
     /// Whether the fragment has an mdat box that does not run past the data.
     [[nodiscard]] static bool IsWhole(const QByteArray &data);
 
+    /// What a fragment holds.
+    struct Content
+    {
+        int begin = 0; ///< of the tags in the fragment
+        int end = 0; ///< likewise; nothing when there is no mdat box
+        QVector<FlvTag> tags;
+        int skipped = 0; ///< tags left out: encrypted, filtered or of no known type
+        bool isCut = false; ///< it ends before its box does
+        bool hasMedia = false; ///< a tag of sound or picture
+    };
+
+    /// Looks into a fragment, whose mdat box is repaired as by VerifyFragment().
+    [[nodiscard]] static Content ContentOf(QByteArray &data);
+
     /// Turns a fragment into the FLV tags that are written next; none for a fragment without mdat.
     void DecodeFragment(int fragNum, QByteArray &data);
 

@@ -105,6 +105,7 @@ void FlvTimeline::align(const QByteArray &buffer, const QVector<FlvTag> &tags)
         return;
     }
     const qint64 aheadMs = first->timestampMs + m_shiftMs - m_lastMs;
-    if (aheadMs > m_windowMs || -aheadMs > m_windowMs / 2)
+    if (aheadMs > m_windowMs + m_gapMs || -aheadMs > m_windowMs / 2)
         m_shiftMs = m_lastMs + stepMs - first->timestampMs;
+    m_gapMs = 0;
 }

@@ -22,6 +22,13 @@ public:
     /// back-pointer that fits it.
     void append(QByteArray &flv, const QByteArray &buffer, QVector<FlvTag> tags);
 
+    /// Lets the next fragment lie so much farther ahead and keep its distance: for what comes
+    /// before it may be missing.
+    void allowGap(qint64 ms) { m_gapMs = ms; }
+
+    /// The time of the last tag.
+    [[nodiscard]] qint64 lastMs() const { return m_lastMs; }
+
     /// Appends a tag at the current end of the timeline. `data` has at most FlvTag::maxDataBytes.
     void appendTag(QByteArray &flv, FlvTag::Type type, const QByteArray &data) const;
 
@@ -33,6 +40,7 @@ private:
     bool m_hasStarted = false;
     qint64 m_shiftMs = 0; // from the fragments' timestamps to those of the file
     qint64 m_lastMs = 0; // of the last tag written
+    qint64 m_gapMs = 0; // that may be before the next fragment, too
     QByteArray m_audioHeader; // the last sequence headers written
     QByteArray m_videoHeader;
 };
