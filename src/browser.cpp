@@ -219,6 +219,8 @@ void Browser::setVideoUrl(const QString &strUrl, qint64 contentLength, const QSt
     if (contentType == QLatin1String("video/f4m")) {
         if (m_options.followsStreams && !m_isF4fMode)
             startF4f(strUrl);
+        if (m_streams)
+            m_streams->note(strUrl, contentType);
         return;
     }
     if (m_isLoadedOnce)
@@ -245,6 +247,12 @@ bool Browser::startF4f(const QString &url)
 {
     if (!IsF4fVideoUrl(url))
         return false;
+    // What is told by its manifest is a stream of today among others.
+    if (m_streams) {
+        m_streams->note(url, QString());
+        if (m_streams->knowsHds())
+            return false;
+    }
     m_isF4fMode = true;
     m_isAnalysing = false;
     later([this, url] {

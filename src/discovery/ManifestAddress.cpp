@@ -17,6 +17,8 @@ const struct
     {"audio/mpegurl", Kind::Hls},
     {"audio/x-mpegurl", Kind::Hls},
     {"application/dash+xml", Kind::Dash},
+    {"application/f4m+xml", Kind::Hds},
+    {"video/f4m", Kind::Hds},
 };
 
 /// Whether one of the names in a path ends so, as a server's own path may follow it.
@@ -40,12 +42,19 @@ bool isPlaylist(const QByteArray &beginning)
     return beginning.mid(from, static_cast<int>(qstrlen(mark))) == mark;
 }
 
-/// Whether the first element is that of a DASH manifest, whatever its prefix. Nothing is expanded:
-/// the reader stops before any content.
-bool isDashManifest(const QByteArray &beginning)
+/// What the first element is that of, whatever its prefix. Nothing is expanded: the reader stops
+/// before any content.
+Kind kindOfElement(const QByteArray &beginning)
 {
     QXmlStreamReader reader(beginning);
-    return reader.readNextStartElement() && reader.name() == QLatin1String("MPD");
+    if (!reader.readNextStartElement())
+        return Kind::None;
+    if (reader.name() == QLatin1String("MPD"))
+        return Kind::Dash;
+    const bool isHds = reader.name() == QLatin1String("manifest")
+        && (reader.namespaceUri().isEmpty()
+            || reader.namespaceUri().startsWith(QLatin1String(ManifestAddress::hdsNamespace)));
+    return isHds ? Kind::Hds : Kind::None;
 }
 
 } // namespace
@@ -71,13 +80,13 @@ Kind ManifestAddress::kindOfAddress(const QString &address)
     const QString path = QUrl(address).path();
     if (namesFile(path, QLatin1String(".m3u8")))
         return Kind::Hls;
-    return namesFile(path, QLatin1String(".mpd")) ? Kind::Dash : Kind::None;
+    if (namesFile(path, QLatin1String(".mpd")))
+        return Kind::Dash;
+    return namesFile(path, QLatin1String(".f4m")) ? Kind::Hds : Kind::None;
 }
 
 Kind ManifestAddress::kindOfBytes(const QByteArray &beginning)
 {
     const QByteArray first = beginning.left(sniffBytes);
-    if (isPlaylist(first))
-        return Kind::Hls;
-    return isDashManifest(first) ? Kind::Dash : Kind::None;
+    return isPlaylist(first) ? Kind::Hls : kindOfElement(first);
 }

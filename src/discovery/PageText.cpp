@@ -56,7 +56,8 @@ bool isManifestExtensionAt(const QString &text, int at)
 {
     const QStringView rest = QStringView(text).mid(at, longestExtension);
     return rest.startsWith(QLatin1String("m3u8"), Qt::CaseInsensitive)
-        || rest.startsWith(QLatin1String("mpd"), Qt::CaseInsensitive);
+        || rest.startsWith(QLatin1String("mpd"), Qt::CaseInsensitive)
+        || rest.startsWith(QLatin1String("f4m"), Qt::CaseInsensitive);
 }
 
 /// Whether no address goes on there.

@@ -17,7 +17,7 @@ struct RunOptions;
 struct VideoFile
 {
     QMap<QString, QString> urls; ///< the address under its transport kind
-    QString urlType; ///< "rtmp" or "http"; of a stream by a manifest, "hls" or "dash"
+    QString urlType; ///< "rtmp" or "http"; of a stream by a manifest, "hls", "dash" or "hds"
     QString contentType; ///< as the server reported it; may stay empty
     QString strFormat; ///< extension guessed from the address, such as "mp4"; may be empty
     qint32 width = 0; ///< pixels; 0 while unknown

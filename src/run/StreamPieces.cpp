@@ -12,9 +12,9 @@ namespace {
 constexpr int maxShapes = 20000; // in each set
 constexpr qint64 maxSegments = 20000; // of a track that are looked at
 
-const QLatin1String segmentTypes[] = {QLatin1String("video/mp2t"),
-                                      QLatin1String("video/iso.segment"),
-                                      QLatin1String("audio/iso.segment")};
+const QLatin1String segmentTypes[] = {
+    QLatin1String("video/mp2t"), QLatin1String("video/iso.segment"),
+    QLatin1String("audio/iso.segment"), QLatin1String("video/f4f")};
 const QLatin1String segmentNames[] = {QLatin1String(".ts"), QLatin1String(".m4s"),
                                       QLatin1String(".cmfv"), QLatin1String(".cmfa")};
 

@@ -29,8 +29,10 @@ QString plain(const QString &address)
 }
 
 /// What the file will be called, as well as the manifest tells.
-QString formatOf(const QVector<Rendition> &chosen)
+QString formatOf(ManifestAddress::Kind kind, const QVector<Rendition> &chosen)
 {
+    if (kind == ManifestAddress::Kind::Hds)
+        return QStringLiteral("flv");
     const bool isWebM = std::any_of(chosen.cbegin(), chosen.cend(), [](const Rendition &one) {
         return one.codecs.contains(QLatin1String("vp8"))
             || one.codecs.contains(QLatin1String("vp08"))
@@ -42,13 +44,16 @@ QString formatOf(const QVector<Rendition> &chosen)
 
 VideoFile streamAt(const QString &address, ManifestAddress::Kind kind)
 {
-    const bool isHls = kind == ManifestAddress::Kind::Hls;
+    using Kind = ManifestAddress::Kind;
     VideoFile stream;
-    stream.urlType = isHls ? QStringLiteral("hls") : QStringLiteral("dash");
+    stream.urlType = kind == Kind::Hls ? QStringLiteral("hls")
+        : kind == Kind::Dash           ? QStringLiteral("dash")
+                                       : QStringLiteral("hds");
     stream.urls.insert(stream.urlType, address);
-    stream.contentType = isHls ? QStringLiteral("application/vnd.apple.mpegurl")
-                               : QStringLiteral("application/dash+xml");
-    stream.strFormat = QStringLiteral("mp4");
+    stream.contentType = kind == Kind::Hls ? QStringLiteral("application/vnd.apple.mpegurl")
+        : kind == Kind::Dash               ? QStringLiteral("application/dash+xml")
+                                           : QStringLiteral("application/f4m+xml");
+    stream.strFormat = formatOf(kind, {});
     stream.manifest = kind;
     return stream;
 }
@@ -81,7 +86,9 @@ StreamSearch::~StreamSearch() = default;
 
 void StreamSearch::note(const QString &address, const QString &contentType)
 {
-    if (ManifestAddress::kindOf(address, contentType) != ManifestAddress::Kind::None)
+    const ManifestAddress::Kind kind = ManifestAddress::kindOf(address, contentType);
+    m_knowsHds = m_knowsHds || kind == ManifestAddress::Kind::Hds;
+    if (kind != ManifestAddress::Kind::None)
         take(address);
 }
 
@@ -196,7 +203,7 @@ VideoFile StreamSearch::candidate() const
 {
     VideoFile stream = streamAt(m_address, m_kind);
     const QVector<Rendition> chosen = m_presentation->chosen();
-    stream.strFormat = formatOf(chosen);
+    stream.strFormat = formatOf(m_kind, chosen);
     qint64 bandwidth = 0;
     qint64 durationUs = 0;
     for (const Rendition &one : chosen) {

@@ -60,6 +60,9 @@ public:
     /// Whether an answer is a piece of a stream and no video of its own.
     [[nodiscard]] bool isPiece(const QString &address, const QString &contentType) const;
 
+    /// Whether a stream of HTTP Dynamic Streaming is looked into, or has been, by its manifest.
+    [[nodiscard]] bool knowsHds() const { return m_knowsHds; }
+
     /// A stream that cannot be fetched, for a run that has found nothing else: its end says why.
     [[nodiscard]] std::optional<VideoFile> refused() const { return m_refused; }
 
@@ -97,6 +100,7 @@ private:
     int m_round = 0; // what is still to come of an earlier one counts no more
     std::optional<VideoFile> m_refused;
     bool m_isProtected = false; // that one
+    bool m_knowsHds = false;
     bool m_isJudging = false;
     bool m_isStopped = false;
 };

@@ -1,6 +1,7 @@
 #include "StreamSetup.h"
 
 #include "DashPresentation.h"
+#include "HdsPresentation.h"
 #include "HlsPresentation.h"
 
 MediaServers StreamSetup::servers(const RunOptions &options)
@@ -20,5 +21,7 @@ std::unique_ptr<Presentation> StreamSetup::presentation(ManifestAddress::Kind ki
     const Presentation::Wish wish{QUrl(address), options.quality, options.language};
     if (kind == ManifestAddress::Kind::Dash)
         return std::make_unique<DashPresentation>(wish, servers);
+    if (kind == ManifestAddress::Kind::Hds)
+        return std::make_unique<HdsPresentation>(wish, servers);
     return std::make_unique<HlsPresentation>(wish, servers);
 }

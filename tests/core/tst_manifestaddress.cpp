@@ -21,6 +21,9 @@ private slots:
         QTest::newRow("dash") << "application/dash+xml" << Kind::Dash;
         QTest::newRow("dash with profiles")
             << "APPLICATION/DASH+XML;profiles=\"a;b\"" << Kind::Dash;
+        QTest::newRow("hds") << "application/f4m+xml" << Kind::Hds;
+        QTest::newRow("hds with a charset") << "Application/F4M+XML; charset=utf-8" << Kind::Hds;
+        QTest::newRow("hds, as video") << "video/f4m" << Kind::Hds;
         QTest::newRow("none") << "" << Kind::None;
         QTest::newRow("text") << "text/plain" << Kind::None;
         QTest::newRow("longer") << "application/x-mpegurls" << Kind::None;
@@ -47,6 +50,9 @@ private slots:
         QTest::newRow("manifest") << "http://h/a.mpd" << Kind::Dash;
         QTest::newRow("manifest, any case") << "http://h/a.Mpd?x" << Kind::Dash;
         QTest::newRow("second of its kind") << "http://h/a.mpdx.mpd" << Kind::Dash;
+        QTest::newRow("hds") << "http://h/a.f4m?x" << Kind::Hds;
+        QTest::newRow("hds, any case, path parameter") << "http://h/a.F4M;id=3" << Kind::Hds;
+        QTest::newRow("fragment") << "http://h/aSeg1-Frag2" << Kind::None;
         QTest::newRow("longer") << "http://h/a.m3u8x" << Kind::None;
         QTest::newRow("only in the query") << "http://h/a?u=b.m3u8" << Kind::None;
         QTest::newRow("only in the host") << "http://a.mpd/x" << Kind::None;
@@ -86,6 +92,14 @@ private slots:
         QTest::newRow("prefix") << QByteArray("<d:MPD xmlns:d=\"urn:x\">") << Kind::Dash;
         QTest::newRow("byte order mark before xml")
             << QByteArray("\xef\xbb\xbf<?xml version=\"1.0\"?><MPD>") << Kind::Dash;
+        QTest::newRow("hds") << QByteArray(
+            "<?xml version='1.0'?><manifest xmlns='http://ns.adobe.com/f4m/1.0'><i")
+                             << Kind::Hds;
+        QTest::newRow("hds, prefix")
+            << QByteArray("<f:manifest xmlns:f=\"http://ns.adobe.com/f4m/3.0\">") << Kind::Hds;
+        QTest::newRow("hds, no namespace") << QByteArray("<manifest>") << Kind::Hds;
+        QTest::newRow("a manifest of another kind")
+            << QByteArray("<manifest xmlns='urn:x'>") << Kind::None;
         QTest::newRow("another element") << QByteArray("<html><MPD>") << Kind::None;
         QTest::newRow("page") << QByteArray("<!DOCTYPE html><html><body>") << Kind::None;
         QTest::newRow("empty") << QByteArray() << Kind::None;

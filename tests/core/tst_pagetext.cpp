@@ -159,6 +159,7 @@ void tst_PageText::manifests_data()
     const QString plain = QStringLiteral("http://h/a.m3u8");
     row("both kinds, each once", "'http://h/a.m3u8' \"/b.MPD?x=1\" 'http://h/a.m3u8'",
         {plain, QStringLiteral("/b.MPD?x=1")});
+    row("another kind", "'/a.f4m?b'", {QStringLiteral("/a.f4m?b")});
     row("JSON", "{\"u\":\"http:\\/\\/h\\/a.m3u8\"}", {plain});
     row("JSON in a text", "x('{\\\"u\\\":\\\"http:\\/\\/h\\/a.m3u8\\\"}')", {plain});
     row("JSON in an attribute", "<a b=\"{&quot;u&quot;:&quot;http://h/a.m3u8&quot;}\">", {plain});

@@ -1,3 +1,4 @@
+#include "HdsFixtures.h"
 #include "ScriptedServer.h"
 #include "StreamSearch.h"
 #include "TestMain.h"
@@ -76,6 +77,40 @@ private slots:
         QVERIFY(server.requestsFor("/low/l.m3u8").isEmpty());
         for (const HttpRequest &request : server.requests())
             QCOMPARE(request.header("Referer"), QByteArray("http://127.0.0.1/page"));
+    }
+
+    void anHdsStream()
+    {
+        ScriptedServer server;
+        server.on("/v/set.f4m",
+                  reply("<manifest xmlns='http://ns.adobe.com/f4m/2.0'><duration>2</duration>"
+                        "<media href='high.f4m' bitrate='800'/><media href='low.f4m' bitrate='80'/>"
+                        "</manifest>",
+                        "application/f4m+xml"));
+        server.on("/v/high.f4m",
+                  reply(hds::manifest("high", hds::simpleBootstrap(20))
+                            .replace("<media", "<media width='64' height='48'")));
+        StreamSearch search(m_options);
+        const Finds finds(search);
+        QVERIFY(!search.knowsHds());
+        search.note(server.address("/v/set.f4m"), QString());
+        search.note(server.address("/v/low.f4m"), QString());
+        QVERIFY(search.knowsHds());
+        QTRY_VERIFY(!search.isJudging());
+        QCOMPARE(finds.list.size(), 1);
+        const VideoFile &stream = finds.list.constFirst();
+        QCOMPARE(stream.address(), server.address("/v/set.f4m"));
+        QCOMPARE(stream.urlType, QStringLiteral("hds"));
+        QCOMPARE(stream.strFormat, QStringLiteral("flv"));
+        QCOMPARE(stream.width, 64);
+        QCOMPARE(stream.height, 48);
+        QCOMPARE(stream.duration, 2);
+        QCOMPARE(stream.nSize, qint64(200000));
+        for (const char *const piece :
+             {"/v/low.f4m", "/v/high.f4m", "/v/highSeg1-Frag3", "/v/highSeg7-Frag30"})
+            QVERIFY2(search.isPiece(server.address(piece), QString()), piece);
+        QVERIFY(search.isPiece(server.address("/v/lowSeg1-Frag1"), QStringLiteral("video/f4f")));
+        QVERIFY(!search.isPiece(server.address("/v/set.f4m"), QString()));
     }
 
     /// What a master names is known even if it was noted before the master was read.

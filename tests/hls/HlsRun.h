@@ -3,6 +3,7 @@
 
 #include "HlsPresentation.h"
 #include "MediaRequest.h"
+#include "Opening.h"
 #include "ScriptedServer.h"
 #include "SegmentFetcher.h"
 #include "SegmentSink.h"
@@ -63,31 +64,5 @@ inline QMap<qint64, QByteArray> fetchAll(TrackSource &track, const MediaServers 
     const bool isDone = fetcher.start() && QTest::qWaitFor([&isOver] { return isOver; }, 60 * 1000);
     return isDone ? sink.parts : QMap<qint64, QByteArray>();
 }
-
-/// How a presentation's opening ended.
-struct Opening
-{
-    bool isReady = false;
-    bool hasFailed = false;
-    Presentation::Failure failure = Presentation::Failure::Malformed;
-    QString reason;
-
-    /// Opens it and waits.
-    explicit Opening(Presentation &presentation)
-    {
-        QObject::connect(&presentation, &Presentation::ready, &presentation,
-                         [this] { isReady = true; });
-        QObject::connect(&presentation, &Presentation::failed, &presentation,
-                         [this](Presentation::Failure what, const QString &why) {
-                             hasFailed = true;
-                             failure = what;
-                             reason = why;
-                         });
-        presentation.open();
-        const bool isOver = QTest::qWaitFor([this] { return isReady || hasFailed; }, 30 * 1000);
-        Q_UNUSED(isOver)
-        presentation.disconnect(&presentation);
-    }
-};
 
 #endif

@@ -135,11 +135,12 @@ QByteArray Bootstrap::abst() const
                    + int32(1) // version of the bootstrap
                    + QByteArray(1, flags) // profile, live, update
                    + int32(1000) // timescale
-                   + int64(0) // current media time
+                   + int64(mediaTime) // current media time
                    + int64(0) // time code offset
                    + QByteArray("movie", 6) // movie identifier
                    + strings(servers) + strings(qualities) // servers, qualities
-                   + QByteArray(1, '\0') + QByteArray(1, '\0') // DRM data, metadata
+                   + drmData + '\0' // DRM data
+                   + QByteArray(1, '\0') // metadata
                    + QByteArray(1, '\1') + asrt() // one segment run table
                    + QByteArray(1, '\1') + afrt()); // one fragment run table
 }

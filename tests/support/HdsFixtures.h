@@ -54,6 +54,8 @@ struct Bootstrap
 {
     bool isLive = false;
     bool isUpdate = false;
+    quint64 mediaTime = 0;
+    QByteArray drmData;
     QList<QByteArray> servers;
     QList<QByteArray> qualities;
     QVector<SegmentRun> segments;

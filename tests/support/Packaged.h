@@ -58,7 +58,9 @@ struct Packaged
     {
         return path.endsWith(".m3u8") ? "application/vnd.apple.mpegurl"
             : path.endsWith(".mpd")   ? "application/dash+xml"
+            : path.endsWith(".f4m")   ? "application/f4m+xml"
             : path.endsWith(".mp4")   ? "video/mp4"
+            : path.contains("-Frag")  ? "video/f4f"
                                       : "video/mp2t";
     }
 
