@@ -233,10 +233,10 @@ private:
     /// @param discontinuity what an entry stands for that is no run; 0 for the end of the stream
     void addRun(const FragmentRun &run, int discontinuity)
     {
-        const bool isLater =
-            m_fragmentRuns.isEmpty() || run.first > m_fragmentRuns.constLast().first;
-        if (isLater && !m_fragmentRuns.isEmpty() && m_fragmentRuns.constLast().end == 0)
-            m_fragmentRuns.last().end = run.first;
+        FragmentRun *const last = m_fragmentRuns.isEmpty() ? nullptr : &m_fragmentRuns.last();
+        const bool isLater = !last || (run.first > last->first && run.first >= last->end);
+        if (last && isLater && last->end == 0)
+            last->end = run.first;
         m_isOver = discontinuity == 0;
         if (discontinuity < 0 && isLater)
             m_fragmentRuns += run;

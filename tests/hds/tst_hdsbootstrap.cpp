@@ -91,6 +91,9 @@ private slots:
         row("segments that are none", {{1, 0}, {2, 3}}, {{1, 0, 100}}, 0, false, "2-1..2-3");
         row("segments that fall", {{3, 2}, {1, 7}}, {{1, 0, 100}}, 0, false, "3-1..3-2");
         row("fragments that fall", {{1, 5}}, {{3, 0, 100}, {2, 100, 100}}, 0, false, "1-3..1-7");
+        row("fragments that overlap", {{1, 5}},
+            {{1, 0, 100}, {9, 800, 0, 1}, {5, 400, 100}, {9, 800, 100}}, 0, false,
+            "1-1..2-8 2-9..2-9");
         row("no segments", {}, {{1, 0, 100}, {5, 400, 100}}, 0, false, "1-1..1-4 1-5..1-5");
         row("the largest numbers", {{untold - 1, untold}}, {{untold, 0, untold}}, 0, false,
             "4294967294-4294967295..4294967294-4294967295");
