@@ -35,9 +35,9 @@ public:
     [[nodiscard]] static QStringList mediaAddresses(const QString &decodedText);
 
     /// The quoted addresses that may name a playlist or a manifest, relative ones too: without
-    /// blanks, with ".m3u8", ".mpd" or ".f4m" in them in any letter case. What JSON and HTML write for
-    /// slashes, ampersands and quotes is undone. Each once, in order of appearance, 64 at most; one
-    /// of more than 4,096 characters is none.
+    /// blanks, with ".m3u8", ".mpd" or ".f4m" in them in any letter case. What JSON and HTML write
+    /// for slashes, ampersands and quotes is undone. Each once, in order of appearance, 64 at most;
+    /// one of more than 4,096 characters is none.
     [[nodiscard]] static QStringList manifestAddresses(const QString &html);
 
     /// The extension that ends a name within an address:
