@@ -66,7 +66,7 @@ public:
     [[nodiscard]] virtual bool isLive() const = 0;
 
     /// The file that the tracks become: one that takes all kinds of them, unless all that is
-    /// presented this way is of another one.
+    /// presented this way is of another one. None where what that takes is not installed.
     /// @param source the segments of tracks(); outlives the sink
     [[nodiscard]] virtual std::unique_ptr<TrackSink>
     makeSink(const MergedSource &source, const TrackSink::Target &target) const;

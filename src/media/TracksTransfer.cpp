@@ -1,7 +1,6 @@
 #include "TracksTransfer.h"
 
 #include "HostEvents.h"
-#include "MediaLibrary.h"
 #include "MergedSource.h"
 #include "SegmentFetch.h"
 #include "SegmentFetcher.h"
@@ -67,15 +66,15 @@ void TracksTransfer::cancel()
 void TracksTransfer::onReady()
 {
     m_heartbeat.stop();
-    if (!MediaLibrary::load())
-        return onFailed(Presentation::Failure::Unsupported,
-                        QStringLiteral("a part of the program is missing"));
     ::mallopt(M_ARENA_MAX, maxHeaps);
     if (!m_wish.cacheFolder.isEmpty())
         QDir().mkpath(m_wish.cacheFolder); // without a cache it goes on
     m_source =
         std::make_unique<MergedSource>(m_presentation->tracks(), m_wish.cacheFolder, m_binding);
     m_sink = m_presentation->makeSink(*m_source, m_wish.target);
+    if (!m_sink)
+        return onFailed(Presentation::Failure::Unsupported,
+                        QStringLiteral("a part of the program is missing"));
     m_fetcher = std::make_unique<SegmentFetcher>(*m_source, *m_sink, [this](QObject *parent) {
         return new SegmentWorker(SegmentFetch::forOne(m_servers), parent);
     });
