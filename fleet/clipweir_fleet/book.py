@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import json
+import time
 from collections.abc import Callable, Iterable, Iterator
 from dataclasses import dataclass
 from typing import Any
@@ -19,6 +20,7 @@ STATES = ("queued", "parked", "running", "waiting", "done", "failed")
 SUBMIT_BATCH = 500
 READ_BATCH = 500
 SEND_HOLD = 10.0  # whoever claimed a message and died is not waited for any longer
+WRITE_DELAY = 3.5  # seconds; two, counted in whole ones, and some for the write itself
 RESERVE = 60.0  # how long a place is kept for a page that was woken
 
 
@@ -107,9 +109,12 @@ class Book:
             settings.max_losses,
         )  # fmt: skip
 
-    def beat(self, page_id: str, token: str, progress: dict[str, Any]) -> str:
-        """Keeps the lease: "ok", "stop" if the page is to be stopped, "lost" if it is another's."""
-        return self._run("BEAT", page_id, token, self._settings.lease, json.dumps(progress))
+    def beat(self, page_id: str, token: str, worker: str, progress: dict[str, Any]) -> str:
+        """Keeps the lease: "ok", "stop" if the page is to be stopped, "lost" if it is another's.
+
+        A page that the server no longer knows to be taken is taken again, unless it was given up.
+        """
+        return self._run("BEAT", page_id, token, worker, self._settings.lease, json.dumps(progress))
 
     def retry(self, page_id: str, token: str, pause: float, run_class: str) -> int:
         """Lets go of a page until later; the number of its retry, 0 if it is another's."""
@@ -135,6 +140,15 @@ class Book:
         """Gives free places to pages that wait for one; returns to how many."""
         settings = self._settings
         return self._run("WAKE", settings.host_limit, settings.host_pause, RESERVE, settings.keep)
+
+    def settle(self) -> None:
+        """Waits until what the server has answered so far would outlive it, were it killed.
+
+        While its disk is slow Redis answers before it writes, for two seconds at most.
+        """
+        end = time.monotonic() + WRITE_DELAY
+        while self._client.info("persistence").get("aof_buffer_length") and time.monotonic() < end:
+            time.sleep(0.02)
 
     def page(self, page_id: str) -> dict[str, str]:
         """All that is known of a page; empty if nothing is."""

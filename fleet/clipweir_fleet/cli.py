@@ -122,6 +122,7 @@ def _submit(parsed: argparse.Namespace, settings: Settings) -> int:
     for page, what, state in book.submit(wanted, parsed.again):
         print(f"{page.key}\t{what}\t{state}\t{page.url}")
     send_due(book, send)
+    book.settle()
     return 0
 
 

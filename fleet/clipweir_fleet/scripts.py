@@ -53,6 +53,7 @@ end
 local function lose(id, most, keep)
     count('losses')
     local losses = redis.call('HINCRBY', page(id), 'losses', 1)
+    redis.call('HSET', page(id), 'lost', get(id, 'token') or '')
     release(id)
     if losses > tonumber(most) then
         finish(id, 'failed', 'engineLost', keep)
@@ -153,11 +154,21 @@ due(id, now + lease)
 return 'begun'
 """
 
-# id token lease progress -> ok, stop or lost
+# id token worker lease progress -> ok, stop or lost
 BEAT = """
-local id, lease = ARGV[1], tonumber(ARGV[3])
-if get(id, 'token') ~= ARGV[2] then return 'lost' end
-redis.call('HSET', page(id), 'leaseEnd', now + lease, 'progress', ARGV[4])
+local id, token, lease = ARGV[1], ARGV[2], tonumber(ARGV[4])
+local holder, state = get(id, 'token'), get(id, 'state')
+if holder then
+    if holder ~= token then return 'lost' end
+else
+    -- A server that was killed may have forgotten who took the page last.
+    if not state or over(state) or get(id, 'lost') == token then return 'lost' end
+    release(id)
+    move(id, 'running')
+    redis.call('HSET', page(id), 'token', token, 'worker', ARGV[3])
+    redis.call('HINCRBY', page(id), 'runs', 1)
+end
+redis.call('HSET', page(id), 'leaseEnd', now + lease, 'progress', ARGV[5])
 redis.call('ZADD', root .. 'slots:' .. get(id, 'host'), now + lease, id)
 due(id, now + lease)
 if get(id, 'stop') then return 'stop' end

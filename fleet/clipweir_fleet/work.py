@@ -223,7 +223,7 @@ class PageWork:
     def _beat(self, now: float) -> None:
         self._next_beat = now + self._settings.beat
         try:
-            answer = self._book.beat(self._page_id, self._token, self._progress)
+            answer = self._book.beat(self._page_id, self._token, self._worker, self._progress)
         except redis.RedisError:
             # As long as the lease lasts nobody else can have the page.
             if time.monotonic() >= self._lease_end:

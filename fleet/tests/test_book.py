@@ -1,5 +1,6 @@
 import threading
 import unittest
+from collections.abc import Callable
 from concurrent.futures import ThreadPoolExecutor
 
 from clipweir_fleet.book import Claim
@@ -27,6 +28,15 @@ class BookTest(FleetTest):
         client.hset(f"{root}page:{page_id}", "leaseEnd", 1)
         client.zadd(f"{root}due", {page_id: 1})
         client.zadd(f"{root}slots:example.com", {page_id: 1})
+
+    def forget(self, do: Callable[[], object]) -> None:
+        """Has the server forget what is done, as one does that is killed before it has written it."""
+        client = self.book._client
+        known = {key: client.execute_command("DUMP", key, NEVER_DECODE=True) for key in client.keys("*")}
+        do()
+        client.flushdb()
+        for key, value in known.items():
+            client.restore(key, 0, value)
 
     def claimed(self) -> list[str]:
         claims = self.book.claim(100)
@@ -66,9 +76,9 @@ class BookTest(FleetTest):
         self.assertEqual(self.claimed(), [])
         self.lapse(page_id)
         self.assertEqual(self.claimed(), [page_id])
-        self.assertEqual(self.book.beat(page_id, "a", {}), "lost")
+        self.assertEqual(self.book.beat(page_id, "a", "w", {}), "lost")
         self.assertEqual(self.book.begin(page_id, "b", "w"), "begun")
-        self.assertEqual(self.book.beat(page_id, "b", {}), "ok")
+        self.assertEqual(self.book.beat(page_id, "b", "w", {}), "ok")
         self.assertEqual(self.book.page(page_id)["losses"], "1")
 
     def test_who_lost_a_page_changes_nothing(self) -> None:
@@ -78,7 +88,7 @@ class BookTest(FleetTest):
         self.claimed()
         self.book.begin(page_id, "b", "w")
         before = self.book.page(page_id)
-        self.assertEqual(self.book.beat(page_id, "a", {}), "lost")
+        self.assertEqual(self.book.beat(page_id, "a", "w", {}), "lost")
         self.assertEqual(self.book.retry(page_id, "a", 1, "brokenOff"), 0)
         self.assertFalse(self.book.finish(page_id, "a", "failed", "refused"))
         self.book.give_back(page_id, "a")
@@ -158,7 +168,7 @@ class BookTest(FleetTest):
             self.assertEqual(self.book.page(page_id)["class"], "stopped")
             self.assertEqual(self.book.begin(page_id, "b", "w"), "over")
         self.assertEqual(self.book.stop(running), "running")
-        self.assertEqual(self.book.beat(running, "a", {}), "stop")
+        self.assertEqual(self.book.beat(running, "a", "w", {}), "stop")
         # Its worker dies before it has obeyed.
         self.lapse(running)
         self.claimed()
@@ -201,10 +211,50 @@ class BookTest(FleetTest):
     def test_what_is_known_outlives_the_server(self) -> None:
         running, queued = self.enter("1"), self.enter("2")
         self.book.begin(running, "a", "w")
+        self.book.settle()
         self.fleet.kill_server()
-        self.assertEqual(self.book.beat(running, "a", {"done": 1}), "ok")
+        self.assertEqual(self.book.beat(running, "a", "w", {"done": 1}), "ok")
         self.assertEqual(self.state(queued), "queued")
         self.assertEqual(self.claimed(), [queued])
+
+
+    def test_a_run_that_the_server_has_forgotten_keeps_its_page(self) -> None:
+        page_id = self.enter()
+        self.claimed()
+        self.forget(lambda: self.book.begin(page_id, "a", "w"))
+        self.assertEqual(self.state(page_id), "queued")
+        self.assertEqual(self.book.beat(page_id, "a", "w", {}), "ok")
+        page = self.book.page(page_id)
+        self.assertEqual((page["state"], page["worker"], page["runs"]), ("running", "w", "1"))
+        self.assertEqual(self.book.begin(page_id, "b", "w"), "held")
+        self.lapse(page_id)
+        self.assertEqual(self.claimed(), [page_id])
+
+    def test_a_run_that_the_server_has_forgotten_has_a_place_of_its_host(self) -> None:
+        ids = [self.enter(str(n)) for n in range(3)]
+        for page_id in ids:  # two run, one is parked
+            self.book.begin(page_id, "a", "w")
+
+        def take_a_place() -> None:
+            self.book.finish(ids[0], "a", "failed", "refused")
+            self.book.wake()
+            self.assertEqual(self.book.begin(ids[2], "b", "w"), "begun")
+
+        self.forget(take_a_place)
+        self.assertEqual(self.state(ids[2]), "parked")
+        self.assertEqual(self.book.beat(ids[2], "b", "w", {}), "ok")
+        self.assertEqual(self.state(ids[2]), "running")
+        self.book.finish(ids[0], "a", "failed", "refused")
+        self.assertEqual(self.book.wake(), 0)  # nobody waits any more
+
+    def test_a_page_that_the_server_has_forgotten_and_another_has_is_lost(self) -> None:
+        page_id = self.enter()
+        self.forget(lambda: self.book.begin(page_id, "a", "w"))
+        self.book.begin(page_id, "b", "w")
+        self.assertEqual(self.book.beat(page_id, "a", "w", {}), "lost")
+        self.book.finish(page_id, "b", "failed", "refused")
+        self.assertEqual(self.book.beat(page_id, "a", "w", {}), "lost")
+        self.assertEqual(self.book.beat("unknown", "a", "w", {}), "lost")
 
 
 class DispatchTest(FleetTest):
