@@ -8,9 +8,10 @@ import select
 import signal
 import subprocess
 from collections.abc import Sequence
+from pathlib import Path
 from typing import Any
 
-READ_BYTES = 64 * 1024
+READ_BYTES = 256 * 1024
 MAX_LINE = 4 * 1024 * 1024  # of one event; a longer line is skipped
 
 Event = dict[str, Any]
@@ -55,35 +56,74 @@ class EventLines:
             self._rest += piece
 
 
+def last_result(record: Path) -> Event | None:
+    """The result that the run of that record told of; None if there is none.
+
+    Raises OSError.
+    """
+    try:
+        with open(record, "rb") as file:
+            file.seek(max(0, os.fstat(file.fileno()).st_size - READ_BYTES))
+            events = EventLines().feed(file.read(READ_BYTES))
+    except FileNotFoundError:
+        return None
+    return next((event for event in reversed(events) if event.get("event") == "result"), None)
+
+
 class Child:
     """One run. It is in a session of its own, so no terminal's keys and no group's signals reach it.
 
-    Belongs to one thread, which has to read until the end.
+    What it tells goes to a file, its record, and is read from there: a run that outlives its reader
+    for an instant has told all the same what became of it. Belongs to one thread.
     """
 
-    def __init__(self, arguments: Sequence[str], folder: str) -> None:
-        """Starts the run. Raises OSError if the program cannot be started."""
-        self._process = subprocess.Popen(
-            arguments,
-            cwd=folder,
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE,
-            stderr=subprocess.DEVNULL,
-            start_new_session=True,
-        )
-        assert self._process.stdout is not None
-        self._pipe = self._process.stdout.fileno()
-        self._poll = select.poll()
-        self._poll.register(self._pipe, select.POLLIN)
-        self._lines = EventLines()
+    def __init__(self, arguments: Sequence[str], folder: str, record: Path) -> None:
+        """Starts the run, with a new record. Raises OSError if that cannot be."""
+        # An earlier run that still has the old one must not write to this.
+        record.unlink(missing_ok=True)
         self.at_end = False
+        self._lines = EventLines()
+        self._is_behind = False
+        flags = os.O_CREAT | os.O_EXCL | os.O_APPEND | os.O_CLOEXEC
+        output = os.open(record, flags | os.O_WRONLY, 0o600)
+        try:
+            self._record = open(record, "rb", buffering=0)
+        except OSError:
+            os.close(output)
+            raise
+        try:
+            self._process = subprocess.Popen(
+                arguments,
+                cwd=folder,
+                stdin=subprocess.DEVNULL,
+                stdout=output,
+                stderr=subprocess.DEVNULL,
+                start_new_session=True,
+            )
+        except OSError:
+            self._record.close()
+            raise
+        finally:
+            os.close(output)
+        try:
+            self._handle = os.pidfd_open(self._process.pid)
+        except OSError:
+            self._process.kill()
+            self._process.wait()
+            self._record.close()
+            raise
+        self._end = select.poll()
+        self._end.register(self._handle, select.POLLIN)
 
     def read(self, seconds: float) -> list[Event]:
-        """The events that arrive next, after so long at the latest. Sets ``at_end`` at the end."""
-        if not self._poll.poll(max(0, int(seconds * 1000))):
-            return []
-        data = os.read(self._pipe, READ_BYTES)
-        self.at_end = not data
+        """Waits for the end, but no longer than so long; the events that have come by then.
+
+        Sets ``at_end`` when the run has ended and all was read.
+        """
+        has_ended = bool(self._end.poll(0 if self._is_behind else max(0, int(seconds * 1000))))
+        data = self._record.read(READ_BYTES) or b""
+        self._is_behind = len(data) == READ_BYTES
+        self.at_end = has_ended and not data
         return self._lines.feed(data)
 
     def ask_to_stop(self) -> None:
@@ -94,16 +134,13 @@ class Child:
         """Ends the run at once."""
         self._send(signal.SIGKILL)
 
-    def close(self, seconds: float) -> int:
-        """Waits for the process, which has closed its output, and kills one that lingers."""
+    def close(self) -> int:
+        """Waits for the process; its exit code, or minus the signal that ended it."""
         try:
-            code = self._process.wait(seconds)
-        except subprocess.TimeoutExpired:
-            self.kill()
-            code = self._process.wait()
+            return self._process.wait()
         finally:
-            self._process.stdout.close()  # type: ignore[union-attr]
-        return code
+            os.close(self._handle)
+            self._record.close()
 
     def _send(self, number: int) -> None:
         if self._process.poll() is None:

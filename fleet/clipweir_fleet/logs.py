@@ -7,7 +7,7 @@ import logging
 import sys
 from datetime import datetime, timezone
 
-FIELDS = ("page", "url", "runs", "outcome", "class", "seconds", "reason")
+FIELDS = ("page", "url", "runs", "outcome", "class", "seconds", "reason", "left", "fromByte")
 
 
 class JsonFormatter(logging.Formatter):

@@ -2,14 +2,17 @@
 
 from __future__ import annotations
 
+import hashlib
 import json
 import os
 import shutil
+from collections.abc import Callable
 from pathlib import Path
-from typing import Any
+from typing import Any, BinaryIO
 
 VIDEO = "video.mp4"
 RESULT = "result.json"
+HASH_BYTES = 1024 * 1024
 
 
 class StoreError(OSError):
@@ -20,7 +23,8 @@ class Store:
     """Two folders in one file system, best one that all workers share.
 
     ``work/KEY`` is what a run of the page writes to, ``results/KEY`` what became of it. The one
-    becomes the other by one rename: a result is there whole or not at all. Methods raise OSError.
+    becomes the other by one rename: a result is there whole or not at all. ``work/KEY.events`` is
+    what the last run told. Methods raise OSError.
     """
 
     def __init__(self, root: Path) -> None:
@@ -41,6 +45,29 @@ class Store:
     def video_path(self, page_id: str) -> Path:
         """The file that a run of the page is to write."""
         return self._work / page_id / VIDEO
+
+    def record_path(self, page_id: str) -> Path:
+        """The file for what a run of the page tells."""
+        return self._work / f"{page_id}.events"
+
+    def left(self, page_id: str) -> dict[str, int]:
+        """The files that runs of the page left in their folder, with their lengths."""
+        with os.scandir(self._work / page_id) as entries:
+            return {entry.name: entry.stat().st_size for entry in entries if entry.is_file()}
+
+    def has_video(self, page_id: str, told: dict[str, Any], meanwhile: Callable[[], None]) -> bool:
+        """Whether the video that a run of the page told of as whole lies in its folder.
+
+        The video is read to see that; ``meanwhile`` is called after each piece.
+        """
+        if told.get("class") != "complete" or not told.get("sha256"):
+            return False
+        try:
+            with open(self.video_path(page_id), "rb") as file:
+                length = os.fstat(file.fileno()).st_size
+                return length == told.get("bytes") and _sum(file, meanwhile) == told["sha256"]
+        except FileNotFoundError:
+            return False
 
     def result(self, page_id: str) -> dict[str, Any] | None:
         """What is known of the result that is in its place; None if there is none."""
@@ -69,11 +96,13 @@ class Store:
         _sync(folder)
         os.rename(folder, self._results / page_id)
         _sync(self._results)
+        self.drop_work(page_id)
         return {**result, "path": str(self._results / page_id / VIDEO)}
 
     def drop_work(self, page_id: str) -> None:
         """Removes what runs of a page left that has ended."""
         shutil.rmtree(self._work / page_id, ignore_errors=True)
+        self.record_path(page_id).unlink(missing_ok=True)
 
     @staticmethod
     def _write(path: Path, result: dict[str, Any]) -> None:
@@ -82,6 +111,14 @@ class Store:
             file.write("\n")
             file.flush()
             os.fsync(file.fileno())
+
+
+def _sum(file: BinaryIO, meanwhile: Callable[[], None]) -> str:
+    digest = hashlib.sha256()
+    while chunk := file.read(HASH_BYTES):
+        digest.update(chunk)
+        meanwhile()
+    return digest.hexdigest()
 
 
 def _sync(folder: Path) -> None:

@@ -14,7 +14,7 @@ from typing import Any
 import redis
 
 from clipweir_fleet.book import Book
-from clipweir_fleet.child import Child, Event
+from clipweir_fleet.child import Child, Event, last_result
 from clipweir_fleet.classes import Verdict, class_of_exit, pause_before, verdict_of
 from clipweir_fleet.pages import arguments_of, host_of
 from clipweir_fleet.settings import Settings
@@ -72,6 +72,7 @@ class PageWork:
         self._cause: Cause | None = None
         self._next_beat = 0.0
         self._lease_end = 0.0
+        self._is_asked_to_stop = False
         self._kill_at = float("inf")
         self._deadline_at = float("inf")
 
@@ -102,7 +103,14 @@ class PageWork:
         try:
             there = self._store.result(self._page_id)
             if there is not None:  # a worker died between the rename and its word
+                self._store.drop_work(self._page_id)
                 return self._done(there)
+            told = last_result(self._store.record_path(self._page_id))
+            if told is not None and self._store.has_video(self._page_id, told, self._beat_in_time):
+                # A run came to its end, and its worker did not, or had no room for the result.
+                log.info("an earlier run has the video", extra={"page": self._page_id})
+                self._result = told
+                return self._done(self._store.publish(self._page_id, self._told(page)))
             run_class = self._run_class(page)
             if run_class == "complete":
                 return self._done(self._store.publish(self._page_id, self._told(page)))
@@ -161,7 +169,8 @@ class PageWork:
         folder = self._store.work_folder(self._page_id)
         arguments = self._arguments(page)
         limit = float(arguments[arguments.index("--deadline") + 1])
-        child = Child(arguments, str(folder))
+        log.info("it is run", extra={"page": self._page_id, "left": self._store.left(self._page_id)})
+        child = Child(arguments, str(folder), self._store.record_path(self._page_id))
         self._deadline_at = time.monotonic() + limit + DEADLINE_GRACE
         try:
             while not child.at_end:
@@ -172,7 +181,7 @@ class PageWork:
             child.kill()
             raise
         finally:
-            code = child.close(self._settings.stop_grace)
+            code = child.close()
         return self._result["class"] if self._result else class_of_exit(code)
 
     def _next_look(self) -> float:
@@ -185,6 +194,8 @@ class PageWork:
             self._progress = {key: event.get(key) for key in ("unit", "done", "total", "rate")}
         elif name == "resumed":
             self._progress = {"unit": "bytes", "done": event.get("fromByte"), "total": None, "rate": None}
+            extra = {"page": self._page_id, "fromByte": event.get("fromByte")}
+            log.info("it goes on with what an earlier run left", extra=extra)
         elif name == "begunAgain":
             extra = {"page": self._page_id, "reason": str(event.get("reason"))}
             log.info("what an earlier run left is of no use", extra=extra)
@@ -192,6 +203,8 @@ class PageWork:
             self._heed_pause(event)
         elif name == "result" and isinstance(event.get("class"), str):
             self._result = event
+            # Nothing is left for it to do but to end.
+            self._kill_at = min(self._kill_at, time.monotonic() + self._settings.stop_grace)
 
     def _heed_pause(self, event: Event) -> None:
         """A server that names the time to wait names it to the whole fleet."""
@@ -203,24 +216,26 @@ class PageWork:
             self._book.hold_host(self._host, pause / 1000)
 
     def _look_around(self, child: Child) -> None:
+        self._beat_in_time()
         now = time.monotonic()
-        if now >= self._next_beat:
-            self._beat(now)
         if self._cause is None:
             self._cause = self._asked()
         if self._cause is None and now >= self._deadline_at:
             self._cause = Cause.DEADLINE
-        if self._cause is None:
-            return
-        if self._kill_at == float("inf"):
+        if self._cause is not None and not self._is_asked_to_stop:
+            self._is_asked_to_stop = True
             # Another worker may be at the page any moment: there is no time for an end in order.
-            self._kill_at = now if self._cause is Cause.LOST else now + self._settings.stop_grace
+            grace = 0.0 if self._cause is Cause.LOST else self._settings.stop_grace
+            self._kill_at = min(self._kill_at, now + grace)
             child.ask_to_stop()
         if now >= self._kill_at:
             child.kill()
             self._kill_at = now + self._settings.stop_grace
 
-    def _beat(self, now: float) -> None:
+    def _beat_in_time(self) -> None:
+        now = time.monotonic()
+        if now < self._next_beat:
+            return
         self._next_beat = now + self._settings.beat
         try:
             answer = self._book.beat(self._page_id, self._token, self._worker, self._progress)

@@ -1,11 +1,12 @@
 #!/usr/bin/python3
 """Pages of ten kinds, three workers, one of which is killed every few seconds; is anything lost?
 
-usage: PYTHONPATH=fleet:fleet/tests fleet/soak/soak.py [--pages 300] [--kill 5]
+usage: PYTHONPATH=fleet:fleet/tests fleet/soak/soak.py [--pages 300] [--kill 5] [--kinds slow,busy]
 
 The server is restarted in order once and killed once. With root's rights the disk fills up once, on a
 file system of its own. Ends with 1 when a page has another class than it should, a file differs, a
-video was fetched anew of which half was there, or anything is left.
+video was fetched anew of which half was there, or anything is left; of a page whose video was fetched
+anew all is told that the workers logged and the server sent.
 """
 
 from __future__ import annotations
@@ -21,18 +22,20 @@ import sys
 import time
 from pathlib import Path
 
+from clipweir_fleet.pages import Page
 from page_server import KINDS, PageServer, video_sum
 from support import PROGRAM, Fleet, wait_until
 
 WORKERS = 3
 STORE_MIB = 512  # of the store's own file system
-OPTIONS = ("--timeout", "5")
+TIMEOUT = 5
 
 
 def main() -> int:
     parser = argparse.ArgumentParser()
     parser.add_argument("--pages", type=int, default=300)
     parser.add_argument("--kill", type=float, default=5.0, help="seconds between two kills")
+    parser.add_argument("--kinds", default=",".join(KINDS), help="of the pages, with commas between them")
     chosen = parser.parse_args()
     fleet = Fleet(
         program=PROGRAM, slots=4, lease=6.0, beat=1.0, pause=2.0, max_retries=20, max_losses=1000,
@@ -40,7 +43,7 @@ def main() -> int:
     )  # fmt: skip
     with PageServer(seconds=6.0) as server:
         try:
-            return Soak(fleet, server, chosen.pages, chosen.kill).run()
+            return Soak(fleet, server, chosen.pages, chosen.kinds.split(","), chosen.kill).run()
         finally:
             unmount(fleet)
             fleet.close()
@@ -57,11 +60,10 @@ def unmount(fleet: Fleet) -> None:
 
 
 class Soak:
-    def __init__(self, fleet: Fleet, server: PageServer, pages: int, kill: float) -> None:
+    def __init__(self, fleet: Fleet, server: PageServer, pages: int, kinds: list[str], kill: float) -> None:
         self.fleet = fleet
         self.server = server
         self.kill = kill
-        kinds = list(KINDS)
         rounds = -(-pages // len(kinds))
         self.pages = {server.page(kind, n): (kind, n) for n in range(rounds) for kind in kinds}
         self.alive = []
@@ -71,7 +73,7 @@ class Soak:
         own_disk = self.mount()
         self.alive = [self.fleet.start_worker() for _ in range(WORKERS)]
         began = time.monotonic()
-        self.fleet.command("submit", *OPTIONS, "-i", "-", standard_input="\n".join(self.pages))
+        self.fleet.command("submit", "--timeout", str(TIMEOUT), "-i", "-", standard_input="\n".join(self.pages))
         kills = self.disturb(own_disk)
         print(f"{len(self.pages)} pages in {time.monotonic() - began:.0f} s, {kills} workers killed")
         self.check()
@@ -151,7 +153,7 @@ class Soak:
                 if hashlib.sha256(content).hexdigest() != video_sum(kind, number):
                     self.faults.append(f"{result['path']} is another video")
         for path in self.server.requests.wasted:
-            self.faults.append(f"{path} was fetched anew, and half of it was there")
+            self.faults.append(f"{path} was fetched anew, and half of it was there\n{self.story_of(path)}")
         for worker in self.alive:
             if self.fleet.stop_worker(worker) != 0:
                 self.faults.append("a worker does not stop in order")
@@ -160,6 +162,19 @@ class Soak:
         left = [path.name for path in (self.fleet.settings.store / "work").iterdir()]
         if left:
             self.faults.append(f"left in the store: {left}")
+
+    def story_of(self, path: str) -> str:
+        """What became of the page of a video, in the order in which it came about."""
+        url = self.server.address + path.replace("/video/", "/page/", 1).removesuffix(".mp4")
+        page_id = Page.of(url, {"timeout": TIMEOUT}).key
+        lines = {}
+        for log in sorted(self.fleet.root.glob("worker*.log")):
+            for line in log.read_text(errors="replace").splitlines():
+                if page_id in line and line.startswith("{"):
+                    lines[json.loads(line)["time"] + log.stem] = f"  {log.stem}: {line}"
+        for answer in self.server.requests.answers.get(path, ()):
+            lines[answer] = f"  server: {answer}"
+        return "\n".join(lines[time] for time in sorted(lines))
 
 
 if __name__ == "__main__":

@@ -13,6 +13,7 @@ import threading
 import time
 from collections import Counter
 from dataclasses import dataclass, field
+from datetime import datetime, timezone
 from functools import lru_cache
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
@@ -32,6 +33,7 @@ KINDS = {
 SIZES = {"large": 6 * 1024 * 1024, "slow": 3 * 1024 * 1024}
 USUAL_SIZE = 700 * 1024
 BLOCK = 32 * 1024
+HOLD = 120.0  # seconds that the last block is held back at most
 VIDEO = re.compile(r"/video/(\w+)/(\d+)\.mp4$")
 PAGE = re.compile(r"/page/(\w+)/(\d+)$")
 FROM_START = " from its start"
@@ -59,6 +61,7 @@ class Requests:
     seen: Counter[str] = field(default_factory=Counter)
     reached: Counter[str] = field(default_factory=Counter)  # how far a slow video was fetched
     wasted: list[str] = field(default_factory=list)  # fetched anew, of which half was there
+    answers: dict[str, list[str]] = field(default_factory=dict)  # what runs were sent of each video, and when
 
     def count(self, path: str) -> int:
         """Notes a request; how many there were before."""
@@ -78,6 +81,8 @@ class PageServer(ThreadingHTTPServer):
         super().__init__(("127.0.0.1", 0), _Handler)
         self.seconds = seconds
         self.requests = Requests()
+        self.may_end = threading.Event()  # until it is set slow videos lack their last block
+        self.may_end.set()
         self.address = f"http://127.0.0.1:{self.server_address[1]}"
         self._thread = threading.Thread(target=self.serve_forever, daemon=True)
 
@@ -191,7 +196,13 @@ class _Handler(BaseHTTPRequestHandler):
             # What arrived last may not have been written down when its run was killed.
             if requests.reached[self.path] > 0.6 * len(content):
                 requests.wasted.append(self.path)
+        if fetched:
+            now = datetime.now(timezone.utc).isoformat(timespec="milliseconds")
+            told = f"{now} {start}-{end - 1} of {len(content)}; {requests.reached[self.path]} were sent before"
+            requests.answers.setdefault(self.path, []).append(told)
         for at in range(start, end, BLOCK):
+            if pause and fetched and at + BLOCK >= end:
+                self.server.may_end.wait(HOLD)
             self.wfile.write(content[at : min(end, at + BLOCK)])
             if pause and fetched:
                 time.sleep(pause)

@@ -6,6 +6,7 @@ http://stub/class/NAME/CODE  ends so
 http://stub/hang/MODE        says that it has begun and waits: "polite" ends as stopped on SIGTERM,
                              "deaf" does not heed it
 http://stub/mute/CODE        ends without a result
+http://stub/linger/CODE      tells of a refusal and does not end
 http://stub/signal           ends by a signal
 http://stub/pause/MS         tells of a retry after so long, then is complete
 http://stub/arguments        writes its arguments as the video
@@ -52,6 +53,9 @@ def main() -> None:
         complete(path, b"v")
     if what == "mute":
         sys.exit(int(rest[0]))
+    if what == "linger":
+        tell("result", **{"class": "refused", "classCode": int(rest[0]), "exitCode": int(rest[0])})
+        time.sleep(3600)
     if what == "signal":
         os.kill(os.getpid(), signal.SIGABRT)
     if what == "hang":

@@ -1,8 +1,10 @@
 import signal
 import sys
+import tempfile
 import unittest
+from pathlib import Path
 
-from clipweir_fleet.child import MAX_LINE, Child, EventLines
+from clipweir_fleet.child import MAX_LINE, READ_BYTES, Child, EventLines, last_result
 
 
 class EventLinesTest(unittest.TestCase):
@@ -27,8 +29,11 @@ class EventLinesTest(unittest.TestCase):
 
 
 class ChildTest(unittest.TestCase):
+    def setUp(self) -> None:
+        self.record = Path(self.enterContext(tempfile.TemporaryDirectory())) / "run.events"
+
     def child(self, code: str) -> Child:
-        return Child([sys.executable, "-c", code], "/")
+        return Child([sys.executable, "-c", code], "/", self.record)
 
     def events(self, child: Child) -> list[object]:
         events: list[object] = []
@@ -39,7 +44,7 @@ class ChildTest(unittest.TestCase):
     def test_its_events_and_its_code_are_seen(self) -> None:
         child = self.child("print('{\"event\": 1}'); import sys; sys.exit(33)")
         self.assertEqual(self.events(child), [{"event": 1}])
-        self.assertEqual(child.close(10), 33)
+        self.assertEqual(child.close(), 33)
 
     def test_reading_waits_no_longer_than_it_may(self) -> None:
         child = self.child("import time; time.sleep(60)")
@@ -47,7 +52,7 @@ class ChildTest(unittest.TestCase):
         self.assertFalse(child.at_end)
         child.kill()
         self.assertEqual(self.events(child), [])
-        self.assertEqual(child.close(10), -signal.SIGKILL)
+        self.assertEqual(child.close(), -signal.SIGKILL)
 
     def test_it_is_asked_to_stop_in_order(self) -> None:
         child = self.child(
@@ -58,23 +63,48 @@ class ChildTest(unittest.TestCase):
             pass
         child.ask_to_stop()
         self.events(child)
-        self.assertEqual(child.close(10), 40)
+        self.assertEqual(child.close(), 40)
 
-    def test_one_that_closes_its_output_and_lingers_is_killed(self) -> None:
-        child = self.child("import os, time; os.close(1); time.sleep(60)")
-        self.events(child)
-        self.assertEqual(child.close(0.1), -signal.SIGKILL)
+    def test_all_that_it_told_is_read_after_its_end(self) -> None:
+        count = 3 * READ_BYTES // 8
+        child = self.child(f"print('{{}}\\n' * {count}, end='')")
+        self.assertEqual(len(self.events(child)), count)
+        child.close()
+
+    def test_its_record_is_its_own(self) -> None:
+        wait = "import sys, time; time.sleep(60)"
+        first = self.child(f"print('{{}}', flush=True); {wait}")
+        while not first.read(0.01):
+            pass
+        second = self.child("print('{\"event\": 2}')")
+        self.assertEqual(self.events(second), [{"event": 2}])
+        first.kill()
+        self.assertEqual(self.events(first), [])
+        first.close()
+        second.close()
+
+    def test_the_result_of_an_earlier_run_is_in_its_record(self) -> None:
+        self.assertIsNone(last_result(self.record))
+        for text, result in (
+            ("", None),
+            ('{"event":"page"}\n', None),
+            ('{"event":"result","class":"disk"}\n', {"event": "result", "class": "disk"}),
+            ('{"event":"result","class":"disk"}', None),  # it was cut off
+            ("x" * 2 * READ_BYTES + '\n{"event":"result"}\n', {"event": "result"}),
+        ):
+            self.record.write_text(text)
+            self.assertEqual(last_result(self.record), result, text[:40])
 
     def test_a_signal_to_one_that_has_ended_goes_nowhere(self) -> None:
         child = self.child("")
         self.events(child)
-        child.close(10)
+        child.close()
         child.ask_to_stop()
         child.kill()
 
     def test_a_program_that_is_not_there_is_an_error(self) -> None:
         with self.assertRaises(OSError):
-            Child(["/nonexistent/program"], "/")
+            Child(["/nonexistent/program"], "/", self.record)
 
 
 if __name__ == "__main__":

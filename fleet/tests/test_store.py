@@ -1,3 +1,4 @@
+import hashlib
 import json
 import tempfile
 import unittest
@@ -25,8 +26,9 @@ class StoreTest(unittest.TestCase):
     def test_a_result_is_whole_or_not_there(self) -> None:
         self.assertIsNone(self.store.result("k"))
         folder = self.work(b"video")
+        self.store.record_path("k").write_text("{}")
         result = self.store.publish("k", {"bytes": 5, "class": "complete"})
-        self.assertFalse(folder.exists())
+        self.assertEqual(list((self.root / "work").iterdir()), [])
         self.assertEqual(Path(result["path"]).read_bytes(), b"video")
         self.assertEqual(self.store.result("k"), result)
         placed = self.root / "results" / "k"
@@ -56,9 +58,31 @@ class StoreTest(unittest.TestCase):
 
     def test_what_is_left_of_a_page_is_removed(self) -> None:
         folder = self.work(b"video")
+        self.store.record_path("k").write_text("{}")
         self.store.drop_work("k")
         self.store.drop_work("k")
         self.assertFalse(folder.exists())
+        self.assertFalse(self.store.record_path("k").exists())
+
+    def test_what_runs_left_is_told(self) -> None:
+        self.work(b"video")
+        self.assertEqual(self.store.left("k"), {VIDEO: 5})
+
+    def test_a_video_is_known_by_length_and_sum(self) -> None:
+        told = {"class": "complete", "bytes": 5, "sha256": hashlib.sha256(b"video").hexdigest()}
+        calls: list[int] = []
+
+        def meanwhile() -> None:
+            calls.append(1)
+
+        self.assertFalse(self.store.has_video("k", told, meanwhile))
+        self.work(b"video")
+        self.assertTrue(self.store.has_video("k", told, meanwhile))
+        self.assertEqual(calls, [1])
+        for other in ({"class": "brokenOff"}, {"bytes": 4}, {"sha256": None}, {"sha256": "0" * 64}):
+            self.assertFalse(self.store.has_video("k", {**told, **other}, meanwhile), other)
+        self.store.video_path("k").write_bytes(b"other")
+        self.assertFalse(self.store.has_video("k", told, meanwhile))
 
 
 if __name__ == "__main__":

@@ -37,10 +37,13 @@ class WholeFleet(unittest.TestCase):
     def state(self, page_id: str) -> str:
         return self.book.page(page_id).get("state", "")
 
-    def has_half(self, page_id: str) -> bool:
+    def has(self, page_id: str, share: float) -> bool:
         page = self.book.page(page_id)
         progress = json.loads(page.get("progress") or "{}")
-        return page["state"] == "running" and (progress.get("done") or 0) > (progress.get("total") or 1) / 2
+        return page["state"] == "running" and (progress.get("done") or 0) > (progress.get("total") or 1) * share
+
+    def has_half(self, page_id: str) -> bool:
+        return self.has(page_id, 0.5)
 
     def check_limits(self) -> bool:
         counts = self.book.counts()
@@ -99,6 +102,24 @@ class WholeFleet(unittest.TestCase):
             self.assertEqual(self.server.fetched_from_start("slow", number), 1)
         for worker in (w for w in (first, second, self.fleet.workers[-1]) if w is not victim):
             self.assertEqual(self.fleet.stop_worker(worker), 0)
+        self.check_nothing_left()
+
+    def test_a_video_that_is_whole_when_its_worker_has_died_is_not_fetched_anew(self) -> None:
+        self.server.may_end.clear()
+        worker = self.fleet.start_worker()
+        (page_id,) = self.submit(self.server.page("slow", 21))
+        wait_until(lambda: self.has(page_id, 0.9), "all but the end is there")
+        worker.send_signal(signal.SIGSTOP)  # it hears no more of its run
+        self.server.may_end.set()
+        wait_until(lambda: not self.fleet.runs(), "the run has ended")
+        worker.send_signal(signal.SIGKILL)
+        worker.wait()
+        second = self.fleet.start_worker()
+        wait_until(lambda: self.state(page_id) == "done", "another worker has the page")
+        result = json.loads(self.book.page(page_id)["result"])
+        self.check_file(result, "slow", 21)
+        self.assertEqual(self.server.fetched_from_start("slow", 21), 1, self.fleet.logs())
+        self.assertEqual(self.fleet.stop_worker(second), 0)
         self.check_nothing_left()
 
     def test_a_worker_that_stops_and_a_page_that_is_stopped(self) -> None:

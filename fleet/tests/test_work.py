@@ -1,5 +1,7 @@
+import hashlib
 import json
 import os
+import shutil
 import signal
 import threading
 import unittest
@@ -143,6 +145,34 @@ class WorkTest(FleetTest):
         outcome = self.work().run(page_id)
         self.assertEqual(outcome.what, "done")
         self.assertEqual(Path(outcome.result["path"]).read_bytes(), b"already")
+
+    def test_a_video_whose_run_outlived_its_worker_is_not_made_again(self) -> None:
+        page_id = self.enter("class/brokenOff/34")
+        self.fleet.store.work_folder(page_id)
+        self.fleet.store.video_path(page_id).write_bytes(b"already")
+        told = {"event": "result", "class": "complete", "bytes": 7, "startedAt": "then"}
+        told["sha256"] = hashlib.sha256(b"already").hexdigest()
+        self.fleet.store.record_path(page_id).write_text(json.dumps(told) + "\n")
+        outcome = self.work().run(page_id)
+        self.assertEqual((outcome.what, outcome.result["startedAt"]), ("done", "then"))
+        self.assertEqual(Path(outcome.result["path"]).read_bytes(), b"already")
+
+    def test_a_video_that_had_no_room_for_its_result_is_not_made_again(self) -> None:
+        page_id = self.enter("complete/1000")
+        place = self.fleet.settings.store / "results" / page_id
+        place.mkdir()
+        (place / "something").touch()  # the rename has no way
+        self.assertEqual(self.work().run(page_id).run_class, "disk")
+        shutil.rmtree(place)
+        made = self.fleet.store.video_path(page_id).stat()
+        self.book._client.hset(f"{self.fleet.settings.prefix}page:{page_id}", "notBefore", 1)
+        outcome = self.work().run(page_id)
+        self.assertEqual(outcome.what, "done")
+        self.assertEqual(Path(outcome.result["path"]).stat().st_ino, made.st_ino)
+
+    def test_a_run_that_has_told_its_result_and_lingers_is_killed(self) -> None:
+        outcome = self.run_page("linger/33")
+        self.assertEqual((outcome.what, outcome.run_class), ("failed", "refused"))
 
     def test_a_store_that_fails_is_tried_again(self) -> None:
         work = self.fleet.settings.store / "work"
