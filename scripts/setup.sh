@@ -2,8 +2,9 @@
 # Installs what building, testing and the demonstration need and this machine lacks.
 # Does nothing, and asks for no rights, when everything is there.
 #
-# usage: scripts/setup.sh [--bench | --fuzz]
+# usage: scripts/setup.sh [--bench | --fuzz | --image]
 #   --bench  installs what the benchmarks compare with, too
+#   --image  installs what the fleet's image and its unit are tested with, too
 #   --fuzz   installs what the fuzz targets are built with, too
 set -eu
 
@@ -35,6 +36,7 @@ fuzzing='clang-14 libclang-rt-14-dev llvm-14'
 
 packages="$compiler $toolkit $system $media $engine $tools $fleet $packaging"
 [ "${1-}" != --bench ] || packages="$packages wget aria2 yt-dlp chromium"
+[ "${1-}" != --image ] || packages="$packages buildah mmdebstrap systemd-container"
 [ "${1-}" != --fuzz ] || packages="$packages $fuzzing"
 # Any npm will do; where one comes from elsewhere, the distribution's own would conflict with it.
 command -v npm >/dev/null 2>&1 || packages="$packages npm"

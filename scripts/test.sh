@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds everything with warnings as errors and passes every test.
 # usage: scripts/test.sh [--sanitize] [--all] [ctest option ...]
-#   --all       runs over the second engine also what has little to do with engines
+#   --all       runs over the second engine what has little to do with engines, and all that takes minutes
 #   --sanitize  tests a build with the address and undefined behaviour sanitizers instead
 set -eu
 
