@@ -4,8 +4,8 @@
 usage: PYTHONPATH=fleet:fleet/tests fleet/soak/simulate.py [--pages 10000] [--workers 10] [--slots 20]
                                                            [--seconds 10] [--hosts 2500]
 
-Tells how fast pages are entered and done, what the server took in processor time, memory and commands,
-and what the workers took for each page.
+Tells what idle workers take, how fast pages are entered and done, what the server took in processor time,
+memory and commands, and what the workers took for each page.
 """
 
 from __future__ import annotations
@@ -17,10 +17,12 @@ import sys
 import time
 from pathlib import Path
 
+import redis
 from clipweir_fleet.dispatch import send_due
 from clipweir_fleet.pages import Page
 from support import Fleet, wait_until
 
+IDLE_SECONDS = 20.0
 TICK = os.sysconf("SC_CLK_TCK")
 
 
@@ -60,6 +62,25 @@ def main() -> int:
         fleet.close()
 
 
+def tell_of_idleness(fleet: Fleet, client: "redis.Redis[str]", server: int) -> None:
+    """Tells what workers take that have nothing to do."""
+    workers = len(fleet.workers)
+
+    def taken() -> tuple[float, float, int]:
+        own = sum(own_cpu_of(worker.pid) for worker in fleet.workers)
+        return own, own_cpu_of(server), client.info("stats")["total_commands_processed"]
+
+    before = taken()
+    time.sleep(IDLE_SECONDS)
+    own, redis_own, commands = (after - ago for after, ago in zip(taken(), before))
+    a_second = 1 / (workers * IDLE_SECONDS)
+    print(
+        f"an idle worker, a second: {1000 * own * a_second:.1f} ms of processor, "
+        f"{1000 * redis_own * a_second:.2f} ms of the server's, {commands * a_second:.1f} commands",
+        flush=True,
+    )
+
+
 def simulate(fleet: Fleet, chosen: argparse.Namespace) -> int:
     os.environ.update(fleet.environment)
     from clipweir_fleet.task import send
@@ -69,6 +90,7 @@ def simulate(fleet: Fleet, chosen: argparse.Namespace) -> int:
     for _ in range(chosen.workers):
         fleet.start_worker()
     wait_until(lambda: fleet.logs().count("the worker is ready") == chosen.workers, "all are ready", 300)
+    tell_of_idleness(fleet, client, server)
     before = {worker.pid: own_cpu_of(worker.pid) for worker in fleet.workers}
     server_before, commands_before = cpu_of(server), client.info("stats")["total_commands_processed"]
 
