@@ -73,7 +73,9 @@ class Soak:
         own_disk = self.mount()
         self.alive = [self.fleet.start_worker() for _ in range(WORKERS)]
         began = time.monotonic()
-        self.fleet.command("submit", "--timeout", str(TIMEOUT), "-i", "-", standard_input="\n".join(self.pages))
+        self.fleet.command(
+            "submit", "--timeout", str(TIMEOUT), "-i", "-", standard_input="\n".join(self.pages)
+        )  # fmt: skip
         kills = self.disturb(own_disk)
         print(f"{len(self.pages)} pages in {time.monotonic() - began:.0f} s, {kills} workers killed")
         self.check()

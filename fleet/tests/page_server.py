@@ -198,7 +198,8 @@ class _Handler(BaseHTTPRequestHandler):
                 requests.wasted.append(self.path)
         if fetched:
             now = datetime.now(timezone.utc).isoformat(timespec="milliseconds")
-            told = f"{now} {start}-{end - 1} of {len(content)}; {requests.reached[self.path]} were sent before"
+            before = requests.reached[self.path]
+            told = f"{now} {start}-{end - 1} of {len(content)}; {before} were sent before"
             requests.answers.setdefault(self.path, []).append(told)
         for at in range(start, end, BLOCK):
             if pause and fetched and at + BLOCK >= end:

@@ -40,7 +40,8 @@ class WholeFleet(unittest.TestCase):
     def has(self, page_id: str, share: float) -> bool:
         page = self.book.page(page_id)
         progress = json.loads(page.get("progress") or "{}")
-        return page["state"] == "running" and (progress.get("done") or 0) > (progress.get("total") or 1) * share
+        done, total = progress.get("done") or 0, progress.get("total") or 1
+        return page["state"] == "running" and done > share * total
 
     def has_half(self, page_id: str) -> bool:
         return self.has(page_id, 0.5)
