@@ -213,7 +213,10 @@ class PageWork:
             return
         usual = min(MOST_PAUSE_MS, FIRST_PAUSE_MS * 2 ** min(max(attempt, 1) - 1, 16))
         if pause > usual:
-            self._book.hold_host(self._host, pause / 1000)
+            try:
+                self._book.hold_host(self._host, pause / 1000)
+            except redis.RedisError:  # the run heeds it all the same
+                log.warning("the others are not told of a pause", extra={"page": self._page_id})
 
     def _look_around(self, child: Child) -> None:
         self._beat_in_time()

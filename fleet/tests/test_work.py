@@ -6,6 +6,9 @@ import signal
 import threading
 import unittest
 from pathlib import Path
+from unittest import mock
+
+import redis
 
 from clipweir_fleet.pages import Page
 from clipweir_fleet.work import Cause, Outcome, PageWork
@@ -136,6 +139,11 @@ class WorkTest(FleetTest):
         self.book._client.flushall()
         self.run_page("pause/90000")
         self.assertEqual(self.book.begin(self.enter("complete/2"), "t", "w"), "parked")
+
+    def test_a_pause_that_cannot_be_told_to_all_ends_no_run(self) -> None:
+        with mock.patch.object(self.book, "hold_host", side_effect=redis.ConnectionError) as hold:
+            self.assertEqual(self.run_page("pause/90000").what, "done")
+        hold.assert_called_once()
 
     def test_a_result_in_its_place_is_not_made_again(self) -> None:
         page_id = self.enter("complete/10")
