@@ -1,5 +1,6 @@
 #!/bin/sh
-# Fetches the players that the pages of the tests use, in the versions that tests/pages/players pins.
+# Fetches the players that the pages of the tests use, and a packager whose streams they fetch, in the
+# versions that tests/pages/players pins.
 # Does nothing, and needs no network, when they are there.
 #
 # usage: scripts/fetch-players.sh [FOLDER]
@@ -9,7 +10,7 @@ set -eu
 
 here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
 pinned=$here/../tests/pages/players
-# Of the packages only what a page loads.
+# Of the packages only what a page loads, or a test runs.
 files='
     dashjs/dist/modern/umd/dash.all.min.js
     hls.js/dist/hls.min.js
@@ -18,6 +19,8 @@ files='
     mediaelement/build/mejs-controls.svg
     plyr/dist/plyr.css
     plyr/dist/plyr.min.js
+    shaka-packager/bin/packager-linux-arm64
+    shaka-packager/bin/packager-linux-x64
     shaka-player/dist/shaka-player.compiled.js
     video.js/dist/video-js.min.css
     video.js/dist/video.min.js'
@@ -48,14 +51,14 @@ mkdir -p "$(dirname -- "$folder")"
 work=$(mktemp -d "$folder.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-echo 'fetch-players: fetching the players for the tests of pages'
+echo 'fetch-players: fetching the players and the packager for the tests'
 cp "$pinned/package.json" "$pinned/package-lock.json" "$work"
 # The lock file has a checksum of each package, and npm refuses what differs.
 if ! (cd "$work" && npm ci --ignore-scripts --no-audit --no-fund >log 2>&1); then
     cat "$work/log" >&2
     fail 'npm could not fetch the players (see above).' \
         'It takes a connection to a package registry, or an npm cache that has them.' \
-        'All tests but those of pages with players (tst_page_players) do without them.'
+        'All tests but tst_page_players and tst_packagers do without them.'
 fi
 for file in $files; do
     target=$work/kept/$(dirname -- "$file")

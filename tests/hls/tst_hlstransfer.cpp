@@ -75,50 +75,13 @@ bool rises(const QList<double> &times)
 
 } // namespace
 
-/// Playlists of ffmpeg's packager in all its kinds, up to the file that they become.
+/// Playlists and what may be the matter with them, up to the file that they become.
 class tst_HlsTransfer : public QObject
 {
     Q_OBJECT
 
 private slots:
     void initTestCase() { MediaLibrary::use(MediaWriter::make); }
-
-    void becomesOneFile_data()
-    {
-        QTest::addColumn<QString>("output"); // what the packager is told
-        const QString hls = QStringLiteral("-c copy -f hls -hls_time 1 -hls_playlist_type vod ");
-        const QString fmp4 = QStringLiteral("-hls_segment_type fmp4 ");
-        const QString separate = QStringLiteral(
-            "-map 0:v -map 0:a -master_pl_name m.m3u8 -hls_segment_filename s%v-%02d "
-            "-var_stream_map v:0,agroup:g|a:0,agroup:g,default:yes l%v.m3u8");
-        QTest::newRow("transport stream") << hls + QLatin1String("l.m3u8");
-        QTest::newRow("ranges of one file") << hls + QLatin1String("-hls_flags single_file l.m3u8");
-        QTest::newRow("fragmented MP4") << hls + fmp4 + QLatin1String("l.m3u8");
-        QTest::newRow("ranges of one MP4")
-            << hls + fmp4 + QLatin1String("-hls_flags single_file l.m3u8");
-        QTest::newRow("encrypted") << hls + QLatin1String("-hls_key_info_file k.info l.m3u8");
-        QTest::newRow("separate sound") << hls + separate;
-        QTest::newRow("separate sound, MP4") << hls + fmp4 + separate;
-    }
-
-    void becomesOneFile()
-    {
-        QFETCH(QString, output);
-        const Packaged packaged(output, Packaged::Input::Whole);
-        QVERIFY(packaged.isMade);
-        const bool isMaster = output.contains(QLatin1String("m.m3u8 "));
-        const Fetched fetched(packaged.server.url(isMaster ? "/m.m3u8" : "/l.m3u8"));
-        QVERIFY(fetched.hasEnded);
-        QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
-        QCOMPARE(fetched.missing, qint64(0));
-        QVERIFY(fetched.path.endsWith(QLatin1String("out.mp4")));
-        const QString source = packaged.path("whole.mp4");
-        QCOMPARE(MediaFiles::frames(fetched.path, "v:0"), MediaFiles::frames(source, "v:0"));
-        QCOMPARE(MediaFiles::packets(fetched.path, "a:0"), MediaFiles::packets(source, "a:0"));
-        QCOMPARE(MediaFiles::complaints(fetched.path), QByteArray());
-        QVERIFY(rises(MediaFiles::times(fetched.path, "v:0")));
-        QVERIFY(rises(MediaFiles::times(fetched.path, "a:0")));
-    }
 
     void mapsThatChangeInMidStream()
     {

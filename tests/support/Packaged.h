@@ -31,7 +31,8 @@ struct Packaged
     /// both, which is made first.
     enum class Input { Made, Whole };
 
-    /// @param output what the packager is told behind its input; a bar stands for a blank within
+    /// @param output what the packager is told behind its input; a bar stands for a blank within.
+    ///               Empty where another packager follows.
     explicit Packaged(const QString &output, Input input = Input::Made)
     {
         writeFile(path("k.key"), key);
@@ -42,8 +43,8 @@ struct Packaged
             "-f lavfi -i testsrc2=size=64x48:rate=25 -f lavfi -i sine=frequency=440 -t 6 "
             "-c:v libx264 -preset ultrafast -g 25 -bf 2 -pix_fmt yuv420p -c:a aac ");
         if (input == Input::Whole)
-            isMade = runs(made + QLatin1String("whole.mp4"))
-                && runs(QLatin1String("-i whole.mp4 ") + output);
+            isMade = makeWhole(made)
+                && (output.isEmpty() || runs(QLatin1String("-i whole.mp4 ") + output));
         else
             isMade = runs(made + output);
         server.onOther([this](const HttpRequest &request) {
@@ -85,6 +86,16 @@ struct Packaged
         arguments.replaceInStrings(QStringLiteral("|"), QStringLiteral(" "));
         arguments += {QStringLiteral("-progress"), QStringLiteral("-")}; // says something at least
         return !outputOf(QStringLiteral("ffmpeg"), arguments, folder.path()).isEmpty();
+    }
+
+    /// Once is enough for a test program.
+    [[nodiscard]] bool makeWhole(const QString &made) const
+    {
+        static QByteArray whole;
+        if (whole.isEmpty() && runs(made + QLatin1String("whole.mp4")))
+            whole = readFile(path("whole.mp4"));
+        writeFile(path("whole.mp4"), whole);
+        return !whole.isEmpty();
     }
 
     QTemporaryDir folder;
