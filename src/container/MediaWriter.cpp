@@ -12,6 +12,7 @@ constexpr qint64 maxHeldBytes = 64 * 1024 * 1024;
 // How far a clock may be from where the manifest has it, for example because durations are rounded.
 // One that is farther off is another clock.
 constexpr qint64 toleranceUs = 10 * 1000 * 1000;
+constexpr qint64 usPerSecond = 1000 * 1000;
 constexpr qint64 mpegWrapUs = (qint64(1) << 33) * 100 / 9; // 2^33 units of 1/90000 s
 
 qint64 usOf(int64_t time, AVRational unit)
@@ -61,10 +62,17 @@ bool tellsItself(const AVCodecParameters &format)
     }
 }
 
+/// Whether each frame says which channels it has.
+bool tellsChannels(const AVCodecParameters &format)
+{
+    return format.codec_id == AV_CODEC_ID_AC3 || format.codec_id == AV_CODEC_ID_EAC3
+        || format.codec_id == AV_CODEC_ID_MP3;
+}
+
 bool isSameSound(const AVCodecParameters &one, const AVCodecParameters &other)
 {
     return one.sample_rate == other.sample_rate
-        && one.ch_layout.nb_channels == other.ch_layout.nb_channels;
+        && (one.ch_layout.nb_channels == other.ch_layout.nb_channels || tellsChannels(one));
 }
 
 bool isSameExtra(const AVCodecParameters &one, const AVCodecParameters &other)
@@ -394,6 +402,10 @@ bool MediaWriter::store(Track &track, MediaPacket &&packet)
         followJump(track, output, *begin);
         output.endUs = std::max(output.endUs, *begin + output.offsetUs + duration);
     }
+    if (output.isLeftOut) {
+        ++m_homeless;
+        return true;
+    }
     return m_file.write(output.stream, std::move(packet), output.offsetUs) || fail(m_file.error());
 }
 
@@ -422,11 +434,30 @@ bool MediaWriter::canGoOnWith(Output &output, const MediaPacket &packet)
                       : isSameSound(begun, now) && isSameExtra(begun, now));
     const bool needsSets = isPicture && (!isSame || !output.parameterSets.isEmpty())
         && !(tellsItself(begun) && tellsItself(now));
-    if (!isSame && !needsSets)
-        return fail(QStringLiteral("the sound changes its format in mid-stream"));
-    if (needsSets && !takeOverSets(output, packet))
+    if (isPicture && (needsSets ? !takeOverSets(output, packet) : !isSame))
         return fail(QStringLiteral("the picture changes its format in mid-stream"));
+    if (!isPicture && !isSame && !output.isLeftOut && !leaveOut(output, packet))
+        return false;
+    output.isLeftOut = !isPicture && !isSame;
     output.format = packet.format;
+    return true;
+}
+
+/// Tells that sound is left out from here on. Returns false where nothing else is left of the
+/// file.
+bool MediaWriter::leaveOut(Output &output, const MediaPacket &packet)
+{
+    const bool hasPicture = std::any_of(m_tracks.cbegin(), m_tracks.cend(), [](const Track &track) {
+        return track.outputs[MediaPacket::Picture].stream >= 0;
+    });
+    if (!hasPicture)
+        return fail(QStringLiteral("the sound changes its format in mid-stream"));
+    const AVCodecParameters &now = *packet.format;
+    qWarning(
+        "the sound changes its format at %lld s (%s, %d Hz, %d channels): it is left out until "
+        "it is what it was",
+        static_cast<long long>((output.endUs + usPerSecond / 2) / usPerSecond),
+        avcodec_get_name(now.codec_id), now.sample_rate, now.ch_layout.nb_channels);
     return true;
 }
 

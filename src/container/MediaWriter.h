@@ -22,6 +22,9 @@
 /// else by their own clock where they share one, else each by its beginning. A run begins where the
 /// one before has ended. For that the first packets of a run wait until each track has some, or is
 /// known to have none.
+///
+/// A file has one description of a stream. Sound that changes its format beside a picture is left
+/// out for as long; where that cannot be, the file ends at the change.
 class MediaWriter final : public MediaJoiner
 {
 public:
@@ -60,6 +63,7 @@ private:
         libav::Format begun; ///< as the file describes the stream
         /// Parameter sets that each key frame needs before it, since the description is of others.
         QByteArray parameterSets;
+        bool isLeftOut = false; ///< what comes does not play as the stream is described
         qint64 offsetUs = 0; ///< from the packets' times to the file's
         qint64 endUs = 0; ///< where what has been written ends
     };
@@ -100,6 +104,7 @@ private:
     [[nodiscard]] bool store(Track &track, MediaPacket &&packet);
     static void followJump(Track &track, Output &output, qint64 beginUs);
     [[nodiscard]] bool canGoOnWith(Output &output, const MediaPacket &packet);
+    [[nodiscard]] bool leaveOut(Output &output, const MediaPacket &packet);
     [[nodiscard]] static bool takeOverSets(Output &output, const MediaPacket &packet);
     [[nodiscard]] bool fail(const QString &error);
 

@@ -55,7 +55,7 @@ public:
     /// Media segments from which nothing could be taken, those that never came included.
     [[nodiscard]] virtual qint64 missingSegments() const = 0;
 
-    /// Packets that are left out because they are damaged.
+    /// Packets that are left out because they are damaged, or have no place in the file.
     [[nodiscard]] virtual qint64 damagedPackets() const = 0;
 };
 

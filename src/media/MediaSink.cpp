@@ -70,7 +70,9 @@ bool MediaSink::isNoSegment(int track, const TrackSegment &segment, const QByteA
 QString MediaSink::errorText() const
 {
     const QString ofFile = SegmentSink::errorText();
-    return m_joiner->error().isEmpty() ? ofFile : m_joiner->error() + QLatin1String(", ") + ofFile;
+    if (m_joiner->error().isEmpty())
+        return ofFile;
+    return m_hasDiskFailed ? m_joiner->error() + QLatin1String(", ") + ofFile : m_joiner->error();
 }
 
 bool MediaSink::finishFile()

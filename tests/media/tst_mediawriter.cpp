@@ -105,7 +105,10 @@ private slots:
     void leavesAGapForWhatIsMissing();
     void writesWebM();
     void goesOnWithAnotherPicture();
-    void refusesSoundOfAnotherFormat();
+    void leavesOutSoundOfAnotherFormat_data();
+    void leavesOutSoundOfAnotherFormat();
+    void endsWhereAllIsOfAnotherFormat();
+    void endsWhereThePictureIsOfAnotherCodec();
     void refusesWhatIsEncrypted();
     void endsInOrderWhateverComes_data();
     void endsInOrderWhateverComes();
@@ -427,22 +430,71 @@ void tst_MediaWriter::goesOnWithAnotherPicture()
     }
 }
 
-void tst_MediaWriter::refusesSoundOfAnotherFormat()
+void tst_MediaWriter::leavesOutSoundOfAnotherFormat_data()
 {
+    QTest::addColumn<QByteArray>("options");
+    QTest::newRow("rate") << QByteArray("-ar 22050 other.ts");
+    QTest::newRow("channels") << QByteArray("-ac 2 other.ts");
+    QTest::newRow("codec") << QByteArray("-c:a ac3 other.ts");
+}
+
+/// The picture goes on meanwhile, and the sound behind it.
+void tst_MediaWriter::leavesOutSoundOfAnotherFormat()
+{
+    QFETCH(QByteArray, options);
     QTemporaryDir made;
     MediaFiles::ffmpeg(MediaFiles::testInputs(2, QStringLiteral("320x180"))
-                           + MediaFiles::usualCodecs() + words("-ar 22050 other.ts"),
+                           + MediaFiles::usualCodecs() + words(options.constData()),
                        made.path());
     QTemporaryDir out;
     Written file({picture()}, out.path());
-    for (int n = 0; n < 4; ++n)
-        QVERIFY(file.take(0, bytes(QStringLiteral("t%1.ts").arg(n)), n * 2));
-    (void)file.take(0, readFile(made.filePath(QStringLiteral("other.ts"))), 8, 1);
+    QVERIFY(file.take(0, bytes(QStringLiteral("t0.ts")), 0));
+    QVERIFY(file.take(0, readFile(made.filePath(QStringLiteral("other.ts"))), 2, 1));
+    QVERIFY(file.take(0, bytes(QStringLiteral("t1.ts")), 4, 2));
+    QVERIFY(file.finish());
+    QVERIFY(file->damagedPackets() > 20);
+    QCOMPARE(file->missingSegments(), qint64(0));
+    QCOMPARE(MediaFiles::packets(file.path(), "v:0").size(), 150);
+    const QList<double> sounds = MediaFiles::times(file.path(), "a:0");
+    QCOMPARE(std::count_if(sounds.cbegin(), sounds.cend(),
+                           [](double time) { return time > 2.1 && time < 3.9; }),
+             0);
+    QVERIFY(sounds.constLast() > 5.8);
+    QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
+}
+
+/// Without a picture there is nothing left to go on with.
+void tst_MediaWriter::endsWhereAllIsOfAnotherFormat()
+{
+    QTemporaryDir made;
+    for (const char *const output : {"-ar 44100 one.aac", "-ar 22050 other.aac"})
+        MediaFiles::ffmpeg(words("-f lavfi -i sine=duration=2 -c:a aac") + words(output),
+                           made.path());
+    QTemporaryDir out;
+    Written file({sound()}, out.path());
+    QVERIFY(file.take(0, readFile(made.filePath(QStringLiteral("one.aac"))), 0));
+    (void)file.take(0, readFile(made.filePath(QStringLiteral("other.aac"))), 2, 1);
     QVERIFY(!file.finish());
-    QVERIFY(file->error().contains(QLatin1String("sound changes")));
-    // What came before plays.
-    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
-    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    QVERIFY(file->error().contains(QLatin1String("sound changes its format")));
+    // What came before is there.
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0").size(),
+             MediaFiles::packets(made.filePath(QStringLiteral("one.aac")), "a:0").size());
+    QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
+}
+
+void tst_MediaWriter::endsWhereThePictureIsOfAnotherCodec()
+{
+    QTemporaryDir made;
+    MediaFiles::ffmpeg(words("-f lavfi -i testsrc2=size=320x180:rate=25:duration=2 -c:v mpeg2video "
+                             "other.ts"),
+                       made.path());
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    QVERIFY(file.take(0, bytes(QStringLiteral("t0.ts")), 0));
+    (void)file.take(0, readFile(made.filePath(QStringLiteral("other.ts"))), 2, 1);
+    QVERIFY(!file.finish());
+    QVERIFY(file->error().contains(QLatin1String("picture changes its format")));
+    QCOMPARE(MediaFiles::packets(file.path(), "v:0").size(), 50);
     QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
 }
 

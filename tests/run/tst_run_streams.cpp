@@ -464,6 +464,52 @@ private slots:
                  MediaFiles::packets(packaged.path("whole.mp4"), "v:0").size() - 25);
     }
 
+    void soundOfAnotherFormat_data()
+    {
+        QTest::addColumn<bool>("hasPicture");
+        QTest::newRow("beside a picture, which goes on") << true;
+        QTest::newRow("alone, which is the end") << false;
+    }
+
+    /// Behind a discontinuity, where the rate is another one, and back again.
+    void soundOfAnotherFormat()
+    {
+        QFETCH(bool, hasPicture);
+        const QString kinds = hasPicture ? QString() : QStringLiteral("-vn ");
+        Packaged packaged(hls + kinds + QLatin1String("-hls_segment_filename s%02d.ts l.m3u8"),
+                          Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        QVERIFY(packaged.runs(QLatin1String("-i whole.mp4 ") + kinds
+                              + QLatin1String("-c:v copy -ar 22050 -c:a aac -t 2 other.ts")));
+        packaged.server.on(
+            "/x.m3u8",
+            mediaReply("#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXTINF:1,\ns00.ts\n#EXTINF:1,\ns01.ts\n"
+                       "#EXT-X-DISCONTINUITY\n#EXTINF:2,\nother.ts\n#EXT-X-DISCONTINUITY\n"
+                       "#EXTINF:1,\ns02.ts\n#EXTINF:1,\ns03.ts\n#EXT-X-ENDLIST\n",
+                       "application/vnd.apple.mpegurl"));
+        const QString page = serve(packaged, pageAskingFor({"/x.m3u8"}));
+        ProgramRun run;
+        QVERIFY(run.run(arguments(page, {option("--log")})));
+        QCOMPARE(result(run, "class").toString(), option("incomplete"));
+        QCOMPARE(run.exitCode(), 35);
+        QVERIFY(run.errorOutput().contains(fixedLine("video download finished:failed")));
+        const QByteArray log =
+            readFile(run.path(option("tmp/logs/") + pageHash(page) + option(".log")));
+        QVERIFY(log.contains("the sound changes its format"));
+        const QString path = outputOf(run, page);
+        QCOMPARE(result(run, "path").toString(), path);
+        QCOMPARE(MediaFiles::complaints(path), QByteArray());
+        const QList<double> sounds = MediaFiles::times(path, "a:0");
+        QVERIFY(rises(sounds));
+        if (hasPicture) {
+            const int other = MediaFiles::packets(packaged.path("other.ts"), "v:0").size();
+            QCOMPARE(MediaFiles::packets(path, "v:0").size(), 4 * 25 + other);
+            QVERIFY(sounds.constLast() > 5.8);
+        } else {
+            QVERIFY(sounds.constLast() > 1.8 && sounds.constLast() < 2.2);
+        }
+    }
+
     void theCallersName()
     {
         Packaged packaged(plainHls, Packaged::Input::Whole);
