@@ -44,7 +44,7 @@ void FlvSink::reset()
 {
     m_timeline = std::make_unique<FlvTimeline>(windowMs);
     m_tags.clear();
-    m_gapMs = m_missing = m_damaged = 0;
+    m_gapMs = m_mediaBytes = m_missing = m_damaged = 0;
     m_hasSound = m_hasPicture = m_isBegun = m_isProtected = false;
 }
 
@@ -73,6 +73,7 @@ bool FlvSink::writeSegment(qint64 number, QByteArray &fragment)
     }
     m_timeline->allowGap(m_gapMs);
     m_gapMs = durationMs;
+    m_mediaBytes += fragment.size();
     return writeTags(fragment, content);
 }
 

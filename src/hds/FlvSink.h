@@ -24,6 +24,7 @@ public:
     [[nodiscard]] QString path() const override;
     [[nodiscard]] QString nameOf(qint64 number) const override;
 
+    [[nodiscard]] qint64 mediaBytes() const override { return m_mediaBytes; }
     [[nodiscard]] qint64 missingSegments() const override { return m_missing; }
     [[nodiscard]] qint64 damagedPackets() const override { return m_damaged; }
     [[nodiscard]] std::optional<RunClass> obstacle() const override;
@@ -45,6 +46,7 @@ private:
     std::unique_ptr<FlvTimeline> m_timeline;
     QByteArray m_tags; // of one fragment: its memory serves the next one
     qint64 m_gapMs = 0; // how long what has come last lasts, and what is missing since
+    qint64 m_mediaBytes = 0;
     qint64 m_missing = 0;
     qint64 m_damaged = 0;
     bool m_hasSound = false;

@@ -3,6 +3,8 @@
 #include "MediaLibrary.h"
 #include "MergedSource.h"
 
+#include <numeric>
+
 MediaSink::MediaSink(const MergedSource &source, const QVector<Rendition> &tracks,
                      const Target &target)
     : m_source(source)
@@ -110,6 +112,11 @@ bool MediaSink::conclude()
 QString MediaSink::path() const
 {
     return m_target.pathFor(m_extension);
+}
+
+qint64 MediaSink::mediaBytes() const
+{
+    return std::accumulate(m_mediaBytes.begin(), m_mediaBytes.end(), qint64(0));
 }
 
 qint64 MediaSink::missingSegments() const

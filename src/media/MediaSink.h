@@ -27,6 +27,7 @@ public:
     /// The file's path; before the container is known, that of the usual one.
     [[nodiscard]] QString path() const override;
 
+    [[nodiscard]] qint64 mediaBytes() const override;
     [[nodiscard]] qint64 missingSegments() const override;
     [[nodiscard]] qint64 damagedPackets() const override;
     [[nodiscard]] std::optional<RunClass> obstacle() const override;

@@ -26,6 +26,9 @@ public:
         }
     };
 
+    /// Of the media segments that have been taken.
+    [[nodiscard]] virtual qint64 mediaBytes() const = 0;
+
     /// Media segments that are missing from the file, as far as it has been written.
     [[nodiscard]] virtual qint64 missingSegments() const = 0;
 

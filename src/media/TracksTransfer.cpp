@@ -78,7 +78,8 @@ void TracksTransfer::onReady()
     m_fetcher = std::make_unique<SegmentFetcher>(*m_source, *m_sink, [this](QObject *parent) {
         return new SegmentWorker(SegmentFetch::forOne(m_servers), parent);
     });
-    m_fetcher->setPlaces(m_wish.places);
+    // What is not wanted is not asked for: one of them may be enough.
+    m_fetcher->setPlaces(m_wish.enoughBytes > 0 ? 1 : m_wish.places);
     m_fetcher->setDeletesCache(true);
     m_fetcher->setMaxHeldBytes(maxHeldBytes);
     if (m_wish.cacheFolder.isEmpty())
@@ -97,6 +98,17 @@ void TracksTransfer::tellProgress()
     const bool isCounted = !m_presentation->isLive();
     HostEvents::send(event::Progress{m_sink->next(), isCounted ? m_source->last() + 1 : 0,
                                      event::Unit::Fragments});
+    stopIfEnough();
+}
+
+/// What is whole by now is not stopped.
+void TracksTransfer::stopIfEnough()
+{
+    const bool isWhole = m_sink->next() > m_source->last() && m_source->isEnded();
+    if (m_wish.enoughBytes == 0 || isWhole || m_sink->mediaBytes() <= m_wish.enoughBytes)
+        return;
+    m_hasEnough = true;
+    cancel();
 }
 
 void TracksTransfer::onFailed(Presentation::Failure failure, const QString &reason)
@@ -115,6 +127,8 @@ void TracksTransfer::refuse(const QString &reason)
 void TracksTransfer::onEnded(Outcome outcome)
 {
     m_presentation->finish();
+    if (m_hasEnough)
+        outcome = Outcome::Failed;
     if (m_sink->isProtected()) {
         m_failure = Presentation::Failure::Protected;
         refuse(QStringLiteral("it is encrypted"));
@@ -144,18 +158,28 @@ void TracksTransfer::end(Outcome outcome)
 
 TransferReport TracksTransfer::report(Outcome outcome) const
 {
-    using Failure = Presentation::Failure;
     TransferReport report = Transfer::report(outcome);
     report.path = path();
-    if (m_failure)
-        report.runClass = *m_failure == Failure::Protected ? RunClass::Protected
-            : *m_failure == Failure::Unreachable           ? RunClass::BrokenOff
-                                                           : RunClass::Unsupported;
-    else if (m_sink && m_sink->obstacle())
-        report.runClass = *m_sink->obstacle();
-    else if (m_sink && m_sink->missingSegments() + m_sink->damagedPackets() > 0)
-        report.runClass = RunClass::Incomplete;
+    report.runClass = classOr(report.runClass);
     return report;
+}
+
+/// What the presentation or the file says has become of it; otherwise what the outcome does.
+RunClass TracksTransfer::classOr(RunClass otherwise) const
+{
+    using Failure = Presentation::Failure;
+    if (m_failure)
+        return *m_failure == Failure::Protected  ? RunClass::Protected
+            : *m_failure == Failure::Unreachable ? RunClass::BrokenOff
+                                                 : RunClass::Unsupported;
+    if (!m_sink)
+        return otherwise;
+    if (const std::optional<RunClass> obstacle = m_sink->obstacle())
+        return *obstacle;
+    if (m_hasEnough)
+        return RunClass::Stopped;
+    return m_sink->missingSegments() + m_sink->damagedPackets() > 0 ? RunClass::Incomplete
+                                                                    : otherwise;
 }
 
 qint64 TracksTransfer::missingSegments() const

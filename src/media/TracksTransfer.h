@@ -30,6 +30,8 @@ public:
         QString cacheFolder; ///< where segments wait for a later run; empty for nowhere
         int places = 8; ///< how many segments are fetched at once
         bool isStrict = false; ///< a file that lacks a segment is no success
+        /// Stop, as failed, with the first segments that have more than so many bytes; 0 for all.
+        qint64 enoughBytes = 0;
     };
 
     /// @param binding tells this presentation from others in the cache: its manifest's address
@@ -58,6 +60,8 @@ private:
     void onFailed(Presentation::Failure failure, const QString &reason);
     void tellProgress();
     void refuse(const QString &reason);
+    void stopIfEnough();
+    [[nodiscard]] RunClass classOr(RunClass otherwise) const;
     void onEnded(Outcome outcome);
     void end(Outcome outcome);
 
@@ -72,6 +76,7 @@ private:
     std::optional<Presentation::Failure> m_failure;
     bool m_isStarted = false;
     bool m_isCancelled = false;
+    bool m_hasEnough = false;
     bool m_hasEnded = false;
 };
 

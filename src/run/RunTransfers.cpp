@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr qint64 beginningBytes = 10240; // what --partial leaves of a file, too
+
 QString fileNameOf(const QString &path)
 {
     return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
@@ -79,6 +81,7 @@ void RunTransfers::startManifest(const VideoFile &stream, const QString &path)
         wish.cacheFolder = m_options.paths.folder() + QLatin1String("/streamtmp");
     wish.places = m_options.connections;
     wish.isStrict = m_options.isStrict;
+    wish.enoughBytes = m_options.wantsBeginningOnly ? beginningBytes : 0;
     auto presentation =
         StreamSetup::presentation(stream.manifest, stream.address(), servers, m_options);
     runStream(std::make_unique<TracksTransfer>(std::move(presentation), stream.address().toUtf8(),

@@ -510,6 +510,39 @@ private slots:
         }
     }
 
+    void beginningOnly_data()
+    {
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<QByteArray>("manifest");
+        QTest::newRow("HLS") << plainHls << QByteArray("/l.m3u8");
+        QTest::newRow("DASH") << QStringLiteral("-c copy -f dash -seg_duration 1 m.mpd")
+                              << QByteArray("/m.mpd");
+    }
+
+    void beginningOnly()
+    {
+        QFETCH(QString, output);
+        QFETCH(QByteArray, manifest);
+        Packaged packaged(output, Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        const QString page = serve(packaged, pageAskingFor({manifest}));
+        ProgramRun run;
+        QVERIFY(run.run(arguments(page, {option("--partial")})));
+        QCOMPARE(result(run, "class").toString(), option("stopped"));
+        QCOMPARE(run.exitCode(), 40);
+        QVERIFY(run.errorOutput().contains(fixedLine("video download finished:failed")));
+        const QString path = outputOf(run, page);
+        QCOMPARE(result(run, "path").toString(), path);
+        QVERIFY(QFileInfo(path).size() > 10240);
+        QCOMPARE(MediaFiles::complaints(path), QByteArray());
+        const auto whole = MediaFiles::frames(packaged.path("whole.mp4"), "v:0");
+        const auto came = MediaFiles::frames(path, "v:0");
+        QVERIFY(came.size() >= 25 && came.size() <= 75);
+        QCOMPARE(came, whole.mid(0, came.size()));
+        for (const char *const late : {"/s04.ts", "/s05.ts", "/chunk-stream0-00005.m4s"})
+            QVERIFY(packaged.server.requestsFor(late).isEmpty());
+    }
+
     void theCallersName()
     {
         Packaged packaged(plainHls, Packaged::Input::Whole);
