@@ -10,6 +10,7 @@ namespace {
 constexpr int watchIntervalMs = 100; // how late a stop may take effect
 constexpr int statusOk = 200;
 constexpr int statusPartial = 206;
+constexpr int firstErrorStatus = 400;
 constexpr int statusNotFound = 404;
 constexpr int statusGone = 410;
 
@@ -39,6 +40,7 @@ bool beginsRight(const MediaRequest::What &what, const QByteArray &contentRange)
 MediaRequest::MediaRequest(const MediaServers &servers, const StopFlag &stop, QObject *parent)
     : QObject(parent)
     , m_stop(stop)
+    , m_denials(servers.denials)
     , m_headers(servers.headers)
     , m_client(servers.net, servers.pool)
 {
@@ -142,6 +144,8 @@ void MediaRequest::onEnded()
     if (m_client.bytesAvailable() > 0)
         takeArrived();
     const int status = m_client.status();
+    if (status >= firstErrorStatus)
+        ++*m_denials;
     const bool isInOrder =
         m_isCut || (m_client.error() == QNetworkReply::NoError && m_client.isBodyWhole());
     m_isLengthKnown = m_isCut || m_client.declaredLength() >= 0

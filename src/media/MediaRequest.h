@@ -76,6 +76,7 @@ private:
     void onEnded();
 
     const StopFlag m_stop;
+    const std::shared_ptr<std::atomic<int>> m_denials;
     HttpClient::Headers m_headers;
     CookieJar m_cookies;
     HttpClient m_client;

@@ -161,6 +161,9 @@ TransferReport TracksTransfer::report(Outcome outcome) const
     TransferReport report = Transfer::report(outcome);
     report.path = path();
     report.runClass = classOr(report.runClass);
+    // A server that answers has not broken off.
+    if (report.runClass == RunClass::BrokenOff && *m_servers.denials > 0)
+        report.runClass = RunClass::Refused;
     return report;
 }
 

@@ -57,3 +57,12 @@ void ManifestSniff::onEnded()
         m_kind = ManifestAddress::kindOfBytes(m_beginning);
     emit ended();
 }
+
+bool ManifestSniff::isDenied() const
+{
+    constexpr int firstError = 400;
+    constexpr int notFound = 404;
+    constexpr int gone = 410;
+    const int status = m_client.status();
+    return status >= firstError && status != notFound && status != gone;
+}

@@ -27,6 +27,9 @@ public:
     /// None for what is no manifest, or cannot be had.
     [[nodiscard]] ManifestAddress::Kind kind() const { return m_kind; }
 
+    /// Whether the server has one, or may have, and does not give it.
+    [[nodiscard]] bool isDenied() const;
+
     /// Where the document came from, after redirects.
     [[nodiscard]] QUrl address() const { return m_address; }
 

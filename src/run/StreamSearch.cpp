@@ -89,7 +89,7 @@ void StreamSearch::note(const QString &address, const QString &contentType)
     const ManifestAddress::Kind kind = ManifestAddress::kindOf(address, contentType);
     m_knowsHds = m_knowsHds || kind == ManifestAddress::Kind::Hds;
     if (kind != ManifestAddress::Kind::None)
-        take(address);
+        take({address, kind});
 }
 
 void StreamSearch::scan(const PageSnapshot &snapshot)
@@ -101,14 +101,14 @@ void StreamSearch::scan(const PageSnapshot &snapshot)
         note(page.resolved(QUrl(address)).toString(QUrl::FullyEncoded), QString());
 }
 
-void StreamSearch::take(const QString &address)
+void StreamSearch::take(const Waiting &one)
 {
-    const QString key = plain(address);
+    const QString key = plain(one.address);
     if (m_isStopped || m_known.contains(key) || m_known.size() >= maxAddresses
-        || !WebAddress::isWeb(QUrl(address)))
+        || !WebAddress::isWeb(QUrl(one.address)))
         return;
     m_known.insert(key);
-    m_waiting += address;
+    m_waiting += one;
     if (!m_isJudging)
         next();
 }
@@ -118,7 +118,9 @@ void StreamSearch::next()
 {
     m_isJudging = false;
     while (!m_waiting.isEmpty()) {
-        m_address = m_waiting.takeFirst();
+        const Waiting one = m_waiting.takeFirst();
+        m_address = one.address;
+        m_kind = one.kind;
         if (m_pieces.isPlaylist(m_address) || m_documents.contains(QUrl(m_address)))
             continue;
         m_isJudging = true;
@@ -157,6 +159,8 @@ template <typename Step> void StreamSearch::later(const Step &step)
 
 void StreamSearch::onSniffed()
 {
+    if (m_sniff->isDenied())
+        noteRefused(false);
     m_kind = m_sniff->kind();
     const QUrl address = m_sniff->address();
     m_sniff.reset();
@@ -186,15 +190,19 @@ void StreamSearch::onReady()
 }
 
 /// What is protected says more than what is not to be had.
+void StreamSearch::noteRefused(bool isProtected)
+{
+    if (m_refused && (!isProtected || m_isProtected))
+        return;
+    m_refused = streamAt(m_address, m_kind);
+    m_isProtected = isProtected;
+}
+
 void StreamSearch::onFailed(Presentation::Failure failure, const QString &reason)
 {
     qWarning("the stream at %s cannot be fetched: %s",
              qUtf8Printable(WebAddress::withoutCredentials(m_address)), qUtf8Printable(reason));
-    const bool isProtected = failure == Presentation::Failure::Protected;
-    if (!m_refused || (isProtected && !m_isProtected)) {
-        m_refused = streamAt(m_address, m_kind);
-        m_isProtected = isProtected;
-    }
+    noteRefused(failure == Presentation::Failure::Protected);
     endJudging();
 }
 

@@ -74,11 +74,19 @@ signals:
     void settled();
 
 private:
-    void take(const QString &address);
+    /// An address, and what is to be expected there.
+    struct Waiting
+    {
+        QString address;
+        ManifestAddress::Kind kind = ManifestAddress::Kind::None;
+    };
+
+    void take(const Waiting &one);
     void next();
     void sniff();
     void onSniffed();
     void onReady();
+    void noteRefused(bool isProtected);
     void onFailed(Presentation::Failure failure, const QString &reason);
     [[nodiscard]] VideoFile candidate() const;
     void endJudging();
@@ -88,7 +96,7 @@ private:
     const MediaServers m_servers;
     Prepare m_prepare;
     QSet<QString> m_known; // addresses that have been noted
-    QStringList m_waiting; // those that are to be judged
+    QVector<Waiting> m_waiting; // those that are to be judged
     QSet<QUrl> m_documents; // where manifests came from
     StreamPieces m_pieces;
     QString m_address; // that is being judged

@@ -543,6 +543,48 @@ private slots:
             QVERIFY(packaged.server.requestsFor(late).isEmpty());
     }
 
+    void refused_data()
+    {
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<QByteArray>("manifest");
+        QTest::addColumn<QByteArray>("pattern"); // of what the server does not give
+        const QString dash = QStringLiteral("-c copy -f dash -seg_duration 2 m.mpd");
+        const QString master = hls + QLatin1String("-master_pl_name m.m3u8 l.m3u8");
+        QTest::newRow("HLS, the master")
+            << master << QByteArray("/m.m3u8") << QByteArray("/m.m3u8");
+        QTest::newRow("HLS, the media playlist")
+            << master << QByteArray("/m.m3u8") << QByteArray("/l.m3u8");
+        QTest::newRow("HLS, the key") << hls + QLatin1String("-hls_key_info_file k.info l.m3u8")
+                                      << QByteArray("/l.m3u8") << QByteArray("/k.key");
+        QTest::newRow("HLS, all segments")
+            << plainHls << QByteArray("/l.m3u8") << QByteArray(".ts");
+        QTest::newRow("DASH, the manifest") << dash << QByteArray("/m.mpd") << QByteArray("/m.mpd");
+        QTest::newRow("DASH, all segments") << dash << QByteArray("/m.mpd") << QByteArray(".m4s");
+    }
+
+    void refused()
+    {
+        QFETCH(QString, output);
+        QFETCH(QByteArray, manifest);
+        QFETCH(QByteArray, pattern);
+        Packaged packaged(output, Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        const QString page = serve(packaged, pageAskingFor({manifest}));
+        packaged.server.onOther([&](const HttpRequest &request) {
+            const QByteArray path = request.path();
+            return path.endsWith(pattern)
+                ? replyOf("<p>no</p>", 403)
+                : mediaReply(readFile(packaged.path(path.mid(1))), Packaged::typeOf(path));
+        });
+        ProgramRun run;
+        QVERIFY(run.run(
+            arguments(page, {option("--timeout"), option("2"), option("--stall"), option("1")})));
+        QCOMPARE(result(run, "class").toString(), option("refused"));
+        QCOMPARE(run.exitCode(), 33);
+        QVERIFY(run.errorOutput().contains(fixedLine("video download finished:failed")));
+        QVERIFY(!QFile::exists(outputOf(run, page)));
+    }
+
     void theCallersName()
     {
         Packaged packaged(plainHls, Packaged::Input::Whole);
