@@ -16,7 +16,7 @@ using Addressing = DashManifest::Addressing;
 
 constexpr qint64 usPerSecond = 1000000;
 constexpr qint64 mostUs = qint64(1) << 60; // some thirty thousand years
-constexpr qint64 mostTime = qint64(1) << 60; // in any unit
+constexpr qint64 mostTime = DashManifest::maxTime;
 constexpr qint64 mostDuration = qint64(1) << 48; // of a segment, in any unit
 constexpr qint64 mostNumber = qint64(1) << 52; // of a segment
 constexpr qint64 mostTimescale = 0xFFFFFFFFLL;
@@ -60,9 +60,10 @@ QVector<QUrl> basesBelow(const QVector<QUrl> &above, const DashTree &element)
     if (own.empty())
         return above;
     QVector<QUrl> bases;
-    for (const DashTree *const one : own) {
+    const std::size_t looked = std::min<std::size_t>(own.size(), DashManifest::maxBases);
+    for (std::size_t i = 0; i < looked; ++i) {
         for (const QUrl &base : above) {
-            const QUrl url = base.resolved(QUrl(one->text.trimmed()));
+            const QUrl url = base.resolved(QUrl(own[i]->text.trimmed()));
             if (bases.size() < DashManifest::maxBases && !bases.contains(url))
                 bases += url;
         }
@@ -94,7 +95,7 @@ bool readTimeline(const DashTree &element, Addressing &addressing)
             count = isLast ? DashManifest::unknown
                            : std::max<qint64>(0, (*end - time + duration - 1) / duration);
         }
-        if (count > DashManifest::maxSegments)
+        if (count > DashManifest::maxSegments || count > (mostTime - time) / duration)
             return false;
         total += std::max<qint64>(0, count);
         if (total > DashManifest::maxSegments)
@@ -102,8 +103,6 @@ bool readTimeline(const DashTree &element, Addressing &addressing)
         if (count != 0)
             addressing.timeline += {time, duration, count};
         next = time + duration * std::max<qint64>(0, count);
-        if (next > mostTime)
-            return false;
     }
     return true;
 }
@@ -304,7 +303,7 @@ void layPeriods(const std::vector<const DashTree *> &elements, DashManifest &man
         const qint64 start = DashManifest::durationOf(element.value("start"));
         period.startUs = start >= 0 ? start : next;
         period.durationUs = DashManifest::durationOf(element.value("duration"));
-        next = period.startUs + std::max<qint64>(0, period.durationUs);
+        next = std::min(mostUs, period.startUs + std::max<qint64>(0, period.durationUs));
     }
     for (int i = 0; i < manifest.periods.size(); ++i) {
         DashManifest::Period &period = manifest.periods[i];

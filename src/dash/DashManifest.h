@@ -24,6 +24,7 @@ struct DashManifest
     static constexpr int maxRepresentations = 10000; ///< in all periods together
     static constexpr qint64 maxSegments = 1000000; ///< that may follow one another
     static constexpr int maxBases = 8; ///< that are kept for a representation
+    static constexpr qint64 maxTime = qint64(1) << 60; ///< in any unit
     static constexpr qint64 unknown = -1;
 
     /// Bytes of a file, or all of it.

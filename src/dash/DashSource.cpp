@@ -31,6 +31,12 @@ qint64 bounded(double count)
     return static_cast<qint64>(std::max(0.0, std::min(count, most)));
 }
 
+/// Whether so many segments of a duration last no longer than times are counted.
+bool fits(qint64 count, qint64 duration)
+{
+    return duration <= 0 || count <= DashManifest::maxTime / duration;
+}
+
 /// How many segments of a duration it takes to cover a time. What is less than a thousandth of one
 /// comes from rounding.
 qint64 countToCover(double units, qint64 duration)
@@ -150,6 +156,8 @@ bool DashSource::addTimeline(const Part &part)
                 ? countToCover(units, entry.duration)
                 : bounded(units / static_cast<double>(entry.duration));
         }
+        if (!fits(count, entry.duration))
+            return false;
         // Of those that are known already nothing is added again.
         const qint64 known = m_hasBegun && entry.time < m_nextTime
             ? std::min(count, (m_nextTime - entry.time + entry.duration - 1) / entry.duration)
@@ -204,6 +212,8 @@ bool DashSource::addEven(const Part &part)
     const qint64 from = std::max(m_nextNumber, begin);
     if (from >= end)
         return true;
+    if (!fits(end + 1, addressing.duration))
+        return false;
     Span span;
     span.count = end - from;
     span.number = addressing.startNumber + from;
@@ -248,6 +258,8 @@ bool DashSource::addList(const Part &part)
     // The first of a list that moves on has the start number.
     const qint64 base = addressing.startNumber;
     const qint64 known = m_hasBegun ? m_nextNumber - base : 0;
+    if (!fits(addressing.list.size(), addressing.duration))
+        return false;
     auto context = std::make_shared<Context>(*m_context);
     context->representation.addressing.list.clear();
     std::vector<Span> fresh;

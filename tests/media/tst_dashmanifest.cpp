@@ -98,6 +98,7 @@ private slots:
     void survivesEveryCut();
     void boundsWhatIsHuge_data();
     void boundsWhatIsHuge();
+    void addsUpLongPeriods();
     void followsAWindow();
     void followsTheClock();
     void readsIndexes();
@@ -379,9 +380,9 @@ void tst_DashManifest::refuses_data()
     }
     for (const char *const step :
          {"<S/>", "<S d=\"0\"/>", "<S d=\"-5\"/>", "<S t=\"-1\" d=\"1\"/>", "<S d=\"1\" r=\"-2\"/>",
-          "<S d=\"1\" r=\"1000000\"/>", "<S d=\"1\" r=\"-1\"/><S d=\"1\"/>",
-          "<S t=\"9000000000000000000\" d=\"1\"/>", "<S d=\"9000000000000000000\"/>",
-          "<S d=\"1\" r=\"999999\"/><S d=\"1\" r=\"999999\"/>"}) {
+          "<S d=\"1\" r=\"1000000\"/>", "<S d=\"200000000000000\" r=\"900000\"/>",
+          "<S d=\"1\" r=\"-1\"/><S d=\"1\"/>", "<S t=\"9000000000000000000\" d=\"1\"/>",
+          "<S d=\"9000000000000000000\"/>", "<S d=\"1\" r=\"999999\"/><S d=\"1\" r=\"999999\"/>"}) {
         const QByteArray text(step);
         QTest::newRow(step) << manifestOf(pictureOf("<SegmentTemplate><SegmentTimeline>" + text
                                                     + "</SegmentTimeline></SegmentTemplate>"))
@@ -430,6 +431,13 @@ void tst_DashManifest::boundsWhatIsHuge_data()
         << QByteArray("media=\"$Number$\" duration=\"999\"/>") << qint64(-1);
     QTest::newRow("even, far beyond")
         << QByteArray("media=\"$Number$\" duration=\"1\"/>") << qint64(-1);
+    QTest::newRow("even, longer than times are counted")
+        << QByteArray("media=\"$Time$\" timescale=\"4294967295\" duration=\"5000000000000\"/>")
+        << qint64(-1);
+    QTest::newRow("a timeline that is longer")
+        << QByteArray("media=\"$Time$\" timescale=\"4294967295\"><SegmentTimeline>"
+                      "<S d=\"5000000000000\" r=\"-1\"/></SegmentTimeline></SegmentTemplate>")
+        << qint64(-1);
     QTest::newRow("a timeline to the end")
         << QByteArray("media=\"$Number$\"><SegmentTimeline><S d=\"1\" r=\"-1\"/></SegmentTimeline>"
                       "</SegmentTemplate>")
@@ -446,6 +454,19 @@ void tst_DashManifest::boundsWhatIsHuge()
     QVERIFY(manifest);
     const std::unique_ptr<DashSource> track = trackOf(*manifest);
     QCOMPARE(track ? track->last() + 1 : -1, count);
+}
+
+/// However long they are together, none begins before another one.
+void tst_DashManifest::addsUpLongPeriods()
+{
+    const QByteArray period = "<Period duration=\"PT999999999999999S\">"
+        + pictureOf("<SegmentTemplate media=\"$Number$\"/>") + "</Period>";
+    const auto manifest = parse("<MPD type=\"static\">" + period.repeated(100) + "</MPD>");
+    QVERIFY(manifest);
+    QCOMPARE(manifest->periods.size(), 100);
+    for (int i = 1; i < 100; ++i)
+        QVERIFY(manifest->periods.at(i).startUs >= manifest->periods.at(i - 1).startUs);
+    QVERIFY(manifest->durationUs > 0);
 }
 
 /// The manifest of a live presentation shows a few segments at a time.
