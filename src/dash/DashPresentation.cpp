@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int firstTries = 3; // to get the first manifest
+constexpr int firstTries = 3; // to get the first manifest, or an index
 constexpr int retryMs = 500;
 constexpr int shortestUpdateMs = 500;
 constexpr int longestUpdateMs = 60 * 1000;
@@ -137,6 +137,7 @@ void DashPresentation::noteTime(const DashManifest &manifest)
 void DashPresentation::onFirstManifest(const DashManifest &manifest)
 {
     m_manifest = manifest;
+    m_failures = 0;
     for (const DashManifest::Representation &one :
          qAsConst(m_manifest.periods.first().representations)) {
         if (!one.isForTricks)
@@ -232,17 +233,31 @@ void DashPresentation::askForIndexes()
                 continue;
             m_indexes[{i, index}] = std::nullopt;
             m_request->disconnect(this);
-            connect(m_request.get(), &MediaRequest::ended, this, [this, i, index] {
-                if (m_request->hasSucceeded())
-                    m_indexes[{i, index}] = SegmentIndex::parse(m_request->body());
-                askForIndexes();
-            });
+            connect(m_request.get(), &MediaRequest::ended, this,
+                    [this, i, index] { onIndex(i, index); });
             m_request->start({one.bases.constFirst(), one.addressing.index.firstByte,
                               one.addressing.index.byteCount, maxIndexBytes});
             return;
         }
     }
     begin();
+}
+
+/// Without its index a file would be one segment. @param choice of the period's representations
+void DashPresentation::onIndex(int period, int choice)
+{
+    if (m_request->hasSucceeded()) {
+        m_indexes[{period, choice}] = SegmentIndex::parse(m_request->body());
+        m_failures = 0;
+    } else if (++m_failures < firstTries) {
+        m_indexes.erase({period, choice});
+        QTimer::singleShot(retryMs * m_failures, this, [this] {
+            if (!m_isOver)
+                askForIndexes();
+        });
+        return;
+    }
+    askForIndexes();
 }
 
 void DashPresentation::begin()

@@ -54,6 +54,7 @@ private:
     [[nodiscard]] bool refusesChoices();
     void setChosen();
     void askForIndexes();
+    void onIndex(int period, int choice);
     void begin();
     [[nodiscard]] bool extend();
     [[nodiscard]] bool extendBy(DashSource *track, int period, int choice);

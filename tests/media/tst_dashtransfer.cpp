@@ -335,6 +335,12 @@ void tst_DashTransfer::fetchesWhatAnIndexNames()
     };
     ScriptedServer server;
     serve(server, made.path());
+    int asked = 0; // once in vain
+    const QByteArray picture = readFile(made.filePath(QStringLiteral("v.mp4")));
+    server.on("/v.mp4", [&](const HttpRequest &request) {
+        return ++asked == 1 ? replyOf("", 503)
+                            : ScriptedServer::rangeReply(request, picture, "video/mp4");
+    });
     server.on("/m.mpd",
               replyOf("<MPD mediaPresentationDuration=\"PT8S\"><Period>"
                       + representation("v", "video") + representation("a", "audio")
