@@ -11,6 +11,8 @@
 #include <memory>
 #include <optional>
 
+Q_DECLARE_METATYPE(RunClass)
+
 namespace {
 
 /// A stream that becomes a file.
@@ -44,6 +46,7 @@ struct Fetched
         path = transfer.path();
         missing = transfer.missingSegments();
         failure = transfer.failure();
+        runClass = transfer.report(outcome).runClass;
     }
 
     QTemporaryDir folder;
@@ -52,6 +55,7 @@ struct Fetched
     QString path;
     qint64 missing = -1;
     std::optional<Presentation::Failure> failure;
+    RunClass runClass = RunClass::Complete;
 };
 
 const QString segmented = QStringLiteral("-c copy -f hls -hls_time 1 -hls_playlist_type vod "
@@ -265,6 +269,41 @@ private slots:
         QCOMPARE(fetched.outcome, Transfer::Outcome::Succeeded);
         QCOMPARE(fetched.missing, qint64(1));
         QVERIFY(rises(MediaFiles::times(fetched.path, "v:0")));
+    }
+
+    void refusedByTheServer_data()
+    {
+        QTest::addColumn<QByteArray>("ending"); // of what it does not give
+        QTest::addColumn<int>("status");
+        QTest::addColumn<RunClass>("runClass");
+        QTest::newRow("the master") << QByteArray("m.m3u8") << 403 << RunClass::Refused;
+        QTest::newRow("the playlist of the variant")
+            << QByteArray("l.m3u8") << 403 << RunClass::Refused;
+        QTest::newRow("the key") << QByteArray("k.key") << 403 << RunClass::Refused;
+        QTest::newRow("all segments") << QByteArray(".ts") << 403 << RunClass::Refused;
+        QTest::newRow("some segments") << QByteArray("2.ts") << 403 << RunClass::Incomplete;
+        QTest::newRow("a master that is not there")
+            << QByteArray("m.m3u8") << 404 << RunClass::Refused;
+        QTest::newRow("it hangs up") << QByteArray("m.m3u8") << 200 << RunClass::BrokenOff;
+    }
+
+    void refusedByTheServer()
+    {
+        QFETCH(QByteArray, ending);
+        QFETCH(int, status);
+        Packaged packaged(QStringLiteral("-c copy -f hls -hls_time 1 -hls_playlist_type vod "
+                                         "-hls_key_info_file k.info -master_pl_name m.m3u8 l.m3u8"),
+                          Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        packaged.server.onOther([&](const HttpRequest &request) {
+            const QByteArray path = request.path();
+            HttpReply reply = replyOf("no", status);
+            reply.cutAfterBytes = status == 200 ? 0 : -1;
+            return path.endsWith(ending) ? reply : replyOf(readFile(packaged.path(path.mid(1))));
+        });
+        const Fetched fetched(packaged.server.url("/m.m3u8"));
+        QVERIFY(fetched.hasEnded);
+        QTEST(fetched.runClass, "runClass");
     }
 
     void protectedIsRefused()

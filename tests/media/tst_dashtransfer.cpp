@@ -496,6 +496,7 @@ void tst_DashTransfer::saysWhyItCannot_data()
                        + "</Period></MPD>");
     };
     QTest::newRow("not there") << replyOf("", 404) << Failure::Unreachable;
+    QTest::newRow("not given") << replyOf("", 403) << Failure::Unreachable;
     QTest::newRow("a page") << replyOf("<html></html>") << Failure::Malformed;
     QTest::newRow("nothing offered") << manifest("") << Failure::Unsupported;
     QTest::newRow("protected") << manifest(
@@ -519,6 +520,9 @@ void tst_DashTransfer::saysWhyItCannot()
     QCOMPARE(run.fetch(), Transfer::Outcome::Failed);
     QVERIFY(run.transfer->failure());
     QTEST(*run.transfer->failure(), "failure");
+    const bool isRefused = reply.status >= 400;
+    QCOMPARE(run.transfer->report(Transfer::Outcome::Failed).runClass == RunClass::Refused,
+             isRefused);
     QCOMPARE(run.ended.size(), 1);
     QVERIFY(filesBelow(run.folder.path()).isEmpty());
 }
