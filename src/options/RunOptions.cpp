@@ -30,6 +30,7 @@ RunOptions RunOptions::ofCommandLine()
     options.followsManifests = preference->GetStreams();
     options.language = preference->GetLanguage();
     options.connections = preference->GetConnections();
+    options.fileConnections = preference->GetFileConnections();
     options.isLogged = preference->GetLog();
     options.isShown = preference->GetShow();
     options.isConfined = !preference->GetNoSandbox();

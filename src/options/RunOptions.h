@@ -35,6 +35,7 @@ struct RunOptions
     bool followsManifests = false; ///< streams by playlist or manifest (HLS, DASH) are candidates
     QString language; ///< of their sound; empty for no wish
     int connections = 8; ///< how many of their segments are fetched at once
+    int fileConnections = 1; ///< how many bring one file
     bool isLogged = false;
     bool isShown = false;
     bool isConfined = true; ///< to a sandbox

@@ -25,6 +25,15 @@ QString logFolder()
     return QxDir::MakeDir(CVideoPreference::instance()->GetOutDir() + QLatin1String("/logs"));
 }
 
+/// The number of "connections"; the given one when there is none that makes sense.
+int connectionsOr(int usual)
+{
+    constexpr int most = 32;
+    const int connections =
+        CVideoPreference::instance()->GetOptionValue(QStringLiteral("connections"), usual);
+    return connections >= 1 && connections <= most ? connections : usual;
+}
+
 } // namespace
 
 QNetworkProxy ProxySetting::toNetworkProxy() const
@@ -198,9 +207,12 @@ QString CVideoPreference::GetLanguage() const
 int CVideoPreference::GetConnections() const
 {
     constexpr int usual = 8;
-    constexpr int most = 32;
-    const int connections = GetOptionValue(QStringLiteral("connections"), usual);
-    return connections >= 1 && connections <= most ? connections : usual;
+    return connectionsOr(usual);
+}
+
+int CVideoPreference::GetFileConnections() const
+{
+    return connectionsOr(1);
 }
 
 bool CVideoPreference::GetParent() const

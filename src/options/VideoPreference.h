@@ -63,6 +63,7 @@ public:
     [[nodiscard]] bool GetStreams() const; ///< streams by playlist or manifest are candidates
     [[nodiscard]] QString GetLanguage() const; ///< of their sound; empty for no wish
     [[nodiscard]] int GetConnections() const; ///< of theirs at once, 1 to 32
+    [[nodiscard]] int GetFileConnections() const; ///< of one file; 1 unless asked for
     [[nodiscard]] bool GetParent() const; ///< the run ends when its host dies
     [[nodiscard]] bool GetNoSandbox() const;
     [[nodiscard]] bool GetNoClick() const;

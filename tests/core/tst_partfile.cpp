@@ -3,6 +3,7 @@
 #include "TestMain.h"
 
 #include <QCryptographicHash>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
 
@@ -15,6 +16,11 @@ FileOrigin origin()
     origin.etag = "\"1\"";
     origin.length = 10;
     return origin;
+}
+
+QString text(const char *latin1)
+{
+    return QString::fromLatin1(latin1);
 }
 
 } // namespace
@@ -133,6 +139,148 @@ private slots:
         else
             changeJournal(name.constData(), value);
         QVERIFY(!isTakenUp());
+    }
+
+    /// A part with its first bytes and some ahead of a gap. The lead is what is before those.
+    static void writeWithGap(PartFile &file, const QByteArray &lead = "345")
+    {
+        QVERIFY(file.open());
+        QVERIFY(file.begin(origin()));
+        QVERIFY(file.write("01", 2));
+        QVERIFY(file.beginAt(6, lead));
+        QVERIFY(file.writeAt(6, "6", 1));
+        QVERIFY(file.writeAt(7, "78", 2));
+    }
+
+    void bytesAheadOfAGap()
+    {
+        PartFile file(m_path, true);
+        writeWithGap(file, "012345");
+        QCOMPARE(file.bytes(), qint64(2));
+        QCOMPARE(file.gatheredBytes(), qint64(5));
+        QCOMPARE(file.firstAhead(), qint64(6));
+        QVERIFY(!file.canJoin());
+        QVERIFY(file.write("234", 3));
+        QVERIFY(file.join(100) == PartFile::Joined::All);
+        QCOMPARE(file.bytes(), qint64(5));
+        QVERIFY(file.write("5", 1));
+        QVERIFY(file.canJoin());
+        QVERIFY(file.join(2) == PartFile::Joined::Some);
+        QCOMPARE(file.bytes(), qint64(8));
+        QCOMPARE(file.gatheredBytes(), qint64(9));
+        QVERIFY(file.writeAt(9, "9", 1)); // while it is being taken up
+        QVERIFY(file.join(2) == PartFile::Joined::All);
+        QCOMPARE(file.firstAhead(), qint64(-1));
+        QCOMPARE(file.sum(), QCryptographicHash::hash("0123456789", QCryptographicHash::Sha256));
+        QVERIFY(file.finish());
+        QCOMPARE(readFile(m_path), QByteArray("0123456789"));
+    }
+
+    void whatDoesNotJoinIsForeign()
+    {
+        PartFile file(m_path, true);
+        writeWithGap(file, "01234x");
+        QVERIFY(file.write("2345", 4));
+        QVERIFY(file.join(100) == PartFile::Joined::Foreign);
+    }
+
+    void leadsAreComparedWithWhatIsThere()
+    {
+        PartFile file(m_path, true);
+        writeWithGap(file);
+        QVERIFY(file.beginAt(2, "01"));
+        QVERIFY(!file.beginAt(2, "0x"));
+        QVERIFY(file.beginAt(9, "345678"));
+        QVERIFY(!file.beginAt(9, "34567x"));
+        QVERIFY(!file.beginAt(1, "0"));
+        QVERIFY(!file.beginAt(7, "6"));
+    }
+
+    void nothingIsWrittenOver()
+    {
+        PartFile file(m_path, true);
+        writeWithGap(file);
+        const QRegularExpression warning(QStringLiteral("has something already"));
+        for (const int position : {0, 1, 4, 6, 8}) {
+            QTest::ignoreMessage(QtWarningMsg, warning);
+            QVERIFY(!file.writeAt(position, "x", 1));
+        }
+        QTest::ignoreMessage(QtWarningMsg, warning);
+        QVERIFY(!file.write("23456", 5));
+        QVERIFY(file.write("2345", 4));
+    }
+
+    void whatWasAheadIsTakenUp()
+    {
+        {
+            PartFile file(m_path, true);
+            writeWithGap(file, "012345");
+        }
+        PartFile file(m_path, true);
+        QVERIFY(file.open());
+        QVERIFY(file.takeUp());
+        QCOMPARE(file.gatheredBytes(), qint64(5));
+        QVERIFY(file.write("2345", 4));
+        QVERIFY(file.join(100) == PartFile::Joined::All);
+        QVERIFY(file.write("9", 1));
+        QVERIFY(file.finish());
+        QCOMPARE(readFile(m_path), QByteArray("0123456789"));
+    }
+
+    void whatIsAheadButNotAsItWasIsLeft_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<QJsonValue>("value");
+        const auto row = [](const char *name, const QJsonValue &value) {
+            QTest::newRow(qPrintable(
+                QStringLiteral("%1 %2").arg(QLatin1String(name)).arg(value.toVariant().toString())))
+                << QByteArray(name) << value;
+        };
+        for (const double value : {-1.0, 0.0, 1.0, 8.0, 9.0, 1e300})
+            row("first", value);
+        for (const double value : {-1.0, 0.0, 2.0, 4.0, 5.0, 9007199254740992.0, 1e300})
+            row("bytes", value);
+        row("first", QJsonValue());
+        row("sha256", QLatin1String("00"));
+        row("sha256", QJsonValue());
+        row("leadSha256", QLatin1String(""));
+        row("leadSha256", 5);
+    }
+
+    void whatIsAheadButNotAsItWasIsLeft()
+    {
+        QFETCH(QByteArray, name);
+        QFETCH(QJsonValue, value);
+        {
+            PartFile file(m_path, true);
+            writeWithGap(file);
+        }
+        QJsonArray runs =
+            QJsonDocument::fromJson(readFile(journal())).object().value(text("ahead")).toArray();
+        QCOMPARE(runs.size(), 1);
+        QJsonObject run = runs.at(0).toObject();
+        run.insert(QLatin1String(name), value);
+        changeJournal("ahead", QJsonArray{run, 5, QJsonObject()});
+        PartFile file(m_path, true);
+        QVERIFY(file.open());
+        QVERIFY(file.takeUp());
+        QCOMPARE(file.gatheredBytes(), qint64(2));
+        QCOMPARE(QFileInfo(part()).size(), qint64(2));
+    }
+
+    void runsThatLieOverOneAnother()
+    {
+        {
+            PartFile file(m_path, true);
+            writeWithGap(file);
+        }
+        const QJsonArray runs =
+            QJsonDocument::fromJson(readFile(journal())).object().value(text("ahead")).toArray();
+        changeJournal("ahead", QJsonArray{runs.at(0), runs.at(0)});
+        PartFile file(m_path, true);
+        QVERIFY(file.open());
+        QVERIFY(file.takeUp());
+        QCOMPARE(file.gatheredBytes(), qint64(5));
     }
 
     void withoutAJournalNothingIsLeftForLater()

@@ -316,23 +316,28 @@ private slots:
     {
         QTest::addColumn<QString>("value");
         QTest::addColumn<int>("connections");
-        QTest::newRow("least") << "1" << 1;
-        QTest::newRow("most") << "32" << 32;
-        QTest::newRow("too many") << "33" << 8;
-        QTest::newRow("none") << "0" << 8;
-        QTest::newRow("negative") << "-1" << 8;
-        QTest::newRow("no number") << "many" << 8;
-        QTest::newRow("too long a number") << "99999999999" << 8;
+        QTest::addColumn<int>("ofFile");
+        QTest::newRow("least") << "1" << 1 << 1;
+        QTest::newRow("most") << "32" << 32 << 32;
+        QTest::newRow("too many") << "33" << 8 << 1;
+        QTest::newRow("none") << "0" << 8 << 1;
+        QTest::newRow("negative") << "-1" << 8 << 1;
+        QTest::newRow("no number") << "many" << 8 << 1;
+        QTest::newRow("too long a number") << "99999999999" << 8 << 1;
     }
 
     void connections()
     {
         setArguments({});
         QCOMPARE(preference()->GetConnections(), 8);
+        QCOMPARE(preference()->GetFileConnections(), 1);
         QFETCH(QString, value);
         setArguments({QStringLiteral("--connections"), value});
         QTEST(preference()->GetConnections(), "connections");
         QCOMPARE(RunOptions::ofCommandLine().connections, preference()->GetConnections());
+        QFETCH(int, ofFile);
+        QCOMPARE(preference()->GetFileConnections(), ofFile);
+        QCOMPARE(RunOptions::ofCommandLine().fileConnections, ofFile);
     }
 
     void streams()

@@ -11,11 +11,12 @@
 namespace {
 
 constexpr int videoBytes = 6000000;
-constexpr int kills = 6;
+constexpr int kills = 4;
 
 } // namespace
 
-/// Whole runs with "--continue" and "--retries". tst_filetransfer has what servers do meanwhile.
+/// Whole runs with "--continue", "--retries" and "--connections". tst_filetransfer and
+/// tst_filepieces have what servers do meanwhile.
 class tst_RunContinue : public QObject
 {
     Q_OBJECT
@@ -104,8 +105,16 @@ private slots:
         QVERIFY(run.fileContent(videoName(page)) == m_video);
     }
 
+    void killsSpoilNothing_data()
+    {
+        QTest::addColumn<QString>("connections");
+        QTest::newRow("over one connection") << option("1");
+        QTest::newRow("over many") << option("8");
+    }
+
     void killsSpoilNothing()
     {
+        QFETCH(QString, connections);
         ScriptedServer server;
         const QString page = servePage(server, m_video, [&](const HttpRequest &request) {
             HttpReply reply = answer(request);
@@ -117,7 +126,8 @@ private slots:
         const QString journal = run.path(videoName(page)) + option(".part.json");
         QRandomGenerator generator(7);
         for (int i = 0; i < kills; ++i) {
-            run.start({option("--url"), page, option("--continue")});
+            run.start({option("--url"), page, option("--continue"), option("--connections"),
+                       connections});
             QVERIFY(run.waitForOutput("start download video"));
             if (i == 0) // the others at a moment of no meaning
                 QTRY_VERIFY_WITH_TIMEOUT(!readFile(journal).isEmpty()
@@ -128,7 +138,8 @@ private slots:
             ::kill(static_cast<pid_t>(run.process().processId()), SIGKILL);
             QVERIFY(run.waitForEnd());
         }
-        QVERIFY(run.run(arguments(page, {option("--continue")})));
+        QVERIFY(
+            run.run(arguments(page, {option("--continue"), option("--connections"), connections})));
         QCOMPARE(run.exitCode(), 0);
         QVERIFY(run.fileContent(videoName(page)) == m_video);
         const QList<HttpRequest> requests = server.requestsFor("/v.mp4");
@@ -167,6 +178,30 @@ private slots:
         QCOMPARE(second.exitCode(), 0);
         QCOMPARE(second.events("resumed").size(), 1);
         QVERIFY(readFile(path) == m_video);
+    }
+
+    void manyConnections()
+    {
+        const QByteArray video = testBytes(16000000);
+        ScriptedServer server;
+        const QString page = servePage(server, video, [&](const HttpRequest &request) {
+            HttpReply reply = ScriptedServer::rangeReply(request, video, "video/mp4");
+            reply.headers += qMakePair(QByteArray("ETag"), QByteArray("\"1\""));
+            reply.bodyDelayMs = 50;
+            return reply;
+        });
+        ProgramRun run;
+        QVERIFY(run.run(arguments(page, {option("--connections"), option("4")})));
+        QCOMPARE(run.exitCode(), 0);
+        QVERIFY(run.fileContent(videoName(page)) == video);
+        QCOMPARE(result(run, "sha256").toString().toLatin1(),
+                 QCryptographicHash::hash(video, QCryptographicHash::Sha256).toHex());
+        QVERIFY(run.errorOutput().contains("\"downloaded:16000000/16000000\" \n"));
+        QVERIFY(!QFile::exists(run.path(videoName(page)) + option(".part")));
+        int pieces = 0;
+        for (const HttpRequest &request : server.requestsFor("/v.mp4"))
+            pieces += isFromDownloader(request) && request.hasHeader("If-Range") ? 1 : 0;
+        QVERIFY2(pieces >= 3, qPrintable(QString::number(pieces)));
     }
 
     void retries()
