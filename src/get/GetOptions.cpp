@@ -32,7 +32,7 @@ constexpr Row rows[] = {
     {"quality", "HEIGHT", "preferred height of the picture, such as 720"},
     {"format", "FORMAT", "preferred format: any, mp4 or flv (any)"},
     {"language", "TAG", "preferred language of the sound, such as en"},
-    {"connections", "N", "connections for one video"},
+    {"connections", "N", "connections for one video (8)"},
     {"proxy", "URL", "socks5://HOST:PORT or http://HOST:PORT"},
     {"cookies", "FILE", "a cookies.txt of a browser, which stays as it is"},
     {"thumb", "", "fetch the picture of each page, too"},

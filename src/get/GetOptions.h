@@ -24,7 +24,7 @@ struct GetOptions
     int jobs = 4; ///< pages at once
     int perHost = 2; ///< of them at one host
     int retries = 3; ///< of a transfer that breaks off, and of a page
-    int connections = 0; ///< of one video; 0 leaves it to the run
+    int connections = 8; ///< of one video, as many as streams have without being told
     int quality = 0; ///< picture height; 0 for no wish
     int format = 0; ///< as the run numbers them
     int timeoutS = 120; ///< of the search in a page

@@ -87,6 +87,7 @@ private slots:
         for (const char *const name :
              {"--continue", "--retries", "--thumb", "--deadline", "--stall"})
             QVERIFY2(switches.contains(text(name)), name);
+        QCOMPARE(switches.value(switches.indexOf(text("--connections")) + 1), text("8"));
         for (const char *const name :
              {"--partial", "--proxy", "--quality", "--format", "--language"})
             QVERIFY2(!switches.contains(text(name)), name);
