@@ -6,6 +6,8 @@
 
 #include <QJsonDocument>
 
+#include <csignal>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -45,6 +47,25 @@ class tst_RunStrict : public QObject
         qWarning("exit code %d, result %s, lines:\n%s", m_run->exitCode(),
                  QJsonDocument(result).toJson().constData(), m_run->errorOutput().constData());
         return false;
+    }
+
+    /// The first process of an engine below a run; 0 for none.
+    static pid_t engineOf(pid_t run)
+    {
+        QList<pid_t> waiting{run};
+        while (!waiting.isEmpty()) {
+            const QString task = QStringLiteral("/proc/%1/").arg(waiting.takeFirst());
+            if (readFile(task + option("cmdline")).contains("chromium-headless-shell"))
+                return task.section(QLatin1Char('/'), 2, 2).toInt();
+            const QDir threads(task + option("task"));
+            for (const QString &thread : threads.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+                const QByteArray children =
+                    readFile(threads.filePath(thread) + option("/children"));
+                for (const QByteArray &child : children.simplified().split(' '))
+                    waiting += child.isEmpty() ? QList<pid_t>() : QList<pid_t>{child.toInt()};
+            }
+        }
+        return 0;
     }
 
     void serveStream(int fragments, const QList<int> &there)
@@ -146,6 +167,40 @@ private slots:
         QVERIFY(endedAs("incomplete", 35, "video download finished:failed"));
     }
 
+    void runsThatDoNotBegin_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QByteArray>("runClass");
+        QTest::addColumn<int>("exitCode");
+        const QString page = uniquePageUrl();
+        QTest::newRow("no display") << QStringList{option("--url"), page, option("--show")}
+                                    << QByteArray("noDisplay") << 12;
+        QTest::newRow("no folder")
+            << QStringList{option("--url"), page, option("--saveto"), option("/none/v.mp4")}
+            << QByteArray("noOutputFolder") << 13;
+        QTest::newRow("no address") << QStringList() << QByteArray("noPageUrl") << 14;
+    }
+
+    void runsThatDoNotBegin()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, runClass);
+        QFETCH(int, exitCode);
+        m_run->setEnvironment(option("DISPLAY"), option(":4711"));
+        m_run->setEnvironment(option("QT_QPA_PLATFORM"), QString());
+        QVERIFY(m_run->run(arguments + QStringList{option("--strict"), option("--events")}));
+        QCOMPARE(m_run->exitCode(), exitCode);
+        const QJsonObject result = m_run->events("result").value(0);
+        QCOMPARE(result.value(option("class")).toString().toLatin1(), runClass);
+        QCOMPARE(result.value(option("exitCode")).toInt(), exitCode);
+    }
+
+    void noArguments()
+    {
+        QVERIFY(m_run->run({}));
+        QCOMPARE(m_run->exitCode(), 23);
+    }
+
     void aPageWithoutAVideo()
     {
         m_server->on("/page", htmlReply("<p>nothing"));
@@ -183,6 +238,22 @@ private slots:
         QVERIFY(m_run->run(options(m_page, {option("--f4f")})));
         QVERIFY(endedAs("complete", 0, "video download finished:success"));
         QVERIFY(!m_run->events("result").value(0).value(option("sha256")).isNull());
+    }
+
+    void aProtectedStream()
+    {
+        m_server->on("/p.m3u8",
+                     mediaReply("#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXT-X-KEY:METHOD=SAMPLE-AES,"
+                                "URI=\"skd://1\",KEYFORMAT=\"com.apple.streamingkeydelivery\"\n"
+                                "#EXTINF:1,\ns00.ts\n#EXT-X-ENDLIST\n",
+                                "application/vnd.apple.mpegurl"));
+        m_server->on("/page",
+                     htmlReply("<script>var x = new XMLHttpRequest();"
+                               "x.open('GET', '/p.m3u8'); x.send();</script>"));
+        m_page = m_server->address("/page");
+        QVERIFY(
+            m_run->run(options(m_page, {option("--streams"), option("--timeout"), option("3")})));
+        QVERIFY(endedAs("protected", 36, "video download finished:failed"));
     }
 
     void aFullDisk()
@@ -267,6 +338,38 @@ private slots:
         QVERIFY(m_run->run(options(m_page, {option("--timeout"), option("3")})));
         QVERIFY(endedAs("engineLost", 42,
                         hasVideo ? "video download finished:failed" : "parse failed"));
+    }
+
+    /// The one that is a program of its own, whichever the test is run over.
+    void anEngineThatDies_data()
+    {
+        QTest::addColumn<bool>("hasVideo");
+        QTest::newRow("with a video") << true;
+        QTest::newRow("without") << false;
+    }
+
+    void anEngineThatDies()
+    {
+        QFETCH(bool, hasVideo);
+        if (hasVideo)
+            m_page = lost::serveSmallVideo(*m_server, m_video.left(lost::smallBytes),
+                                           "new Image().src = '/loaded';");
+        else
+            m_server->on("/page", htmlReply("<script>new Image().src = '/loaded';</script>"));
+        m_page = m_server->address("/page");
+        m_run->start(options(m_page,
+                             {option("--engine"), option("chromium"), option("--keepimage"),
+                              option("--timeout"), option("30")}));
+        QTRY_VERIFY_WITH_TIMEOUT(!m_server->requestsFor("/loaded").isEmpty(), 30000);
+        const pid_t engine = engineOf(static_cast<pid_t>(m_run->process().processId()));
+        QVERIFY(engine > 0);
+        QCOMPARE(::kill(engine, SIGKILL), 0);
+        QVERIFY(m_run->waitForEnd());
+        // What is known by then is fetched all the same.
+        if (hasVideo)
+            QVERIFY(endedAs("complete", 0, "video download finished:success"));
+        else
+            QVERIFY(endedAs("engineLost", 42, "parse failed"));
     }
 
     void anEngineThatIsNotThere()
