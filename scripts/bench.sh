@@ -4,8 +4,8 @@
 # a bar is missed.
 #
 # usage: scripts/bench.sh [measurement ...]
-#   measurements: transfers streams manifests parts pages engines startup; with some of them only, the page is left
-#   as it is
+#   measurements: transfers files streams manifests parts pages engines startup; with some of them only, the
+#   page is left as it is
 set -eu
 
 cd "$(dirname "$0")/.."

@@ -17,7 +17,7 @@ import tempfile
 
 import report
 
-MEASUREMENTS = ('transfers', 'streams', 'manifests', 'parts', 'pages', 'engines', 'startup')
+MEASUREMENTS = ('transfers', 'files', 'streams', 'manifests', 'parts', 'pages', 'engines', 'startup')
 
 
 class Context:

@@ -29,6 +29,7 @@ http {{
     server {{
         listen 127.0.0.1:{port};
         location / {{ root "{files}"; }}
+        location /limited/ {{ alias "{files}/"; limit_rate 10m; }}
         location /late/ {{ echo_sleep 0.020; echo_exec /$late_path; }}
         set $late_path "";
         if ($uri ~ ^/late/(.*)$) {{ set $late_path $1; }}
@@ -38,7 +39,8 @@ http {{
 
 
 class Nginx:
-    """Serves a folder. What is asked for below "/late/" is answered 20 ms later."""
+    """Serves a folder. What is asked for below "/late/" is answered 20 ms later, what
+    is asked for below "/limited/" with 10 MiB a second for each request."""
 
     def __init__(self, folder, files):
         self.folder = folder
