@@ -86,6 +86,21 @@ bool PartFile::open()
     return false;
 }
 
+/// Adds bytes that are on the disk to a sum. Returns false when they are not there.
+template <typename Hash> bool PartFile::readInto(Hash &hash, qint64 position, qint64 bytes)
+{
+    if (!m_file.seek(position))
+        return false;
+    while (bytes > 0) {
+        const QByteArray chunk = m_file.read(qMin(chunkBytes, bytes));
+        if (chunk.isEmpty())
+            return false;
+        hash.add(chunk.constData(), chunk.size());
+        bytes -= chunk.size();
+    }
+    return true;
+}
+
 bool PartFile::takeUp()
 {
     const QJsonObject journal = QJsonDocument::fromJson(readJournal(journalPath())).object();
@@ -129,21 +144,6 @@ void PartFile::takeUpAhead(const QJsonArray &runs)
         else
             taken = first + bytes;
     }
-}
-
-/// Adds bytes that are on the disk to a sum. Returns false when they are not there.
-bool PartFile::readInto(ContentHash &hash, qint64 position, qint64 bytes)
-{
-    if (!m_file.seek(position))
-        return false;
-    while (bytes > 0) {
-        const QByteArray chunk = m_file.read(qMin(chunkBytes, bytes));
-        if (chunk.isEmpty())
-            return false;
-        hash.add(chunk.constData(), chunk.size());
-        bytes -= chunk.size();
-    }
-    return true;
 }
 
 bool PartFile::begin(const FileOrigin &origin)

@@ -1,7 +1,7 @@
 #ifndef PARTFILE_H
 #define PARTFILE_H
 
-#include "ContentHash.h"
+#include "BackgroundHash.h"
 #include "FileOrigin.h"
 #include "OutputFile.h"
 
@@ -117,7 +117,7 @@ private:
     using Runs = std::map<qint64, Run>; ///< by their first bytes, none over another
 
     [[nodiscard]] QString journalPath() const;
-    [[nodiscard]] bool readInto(ContentHash &hash, qint64 position, qint64 bytes);
+    template <typename Hash> [[nodiscard]] bool readInto(Hash &hash, qint64 position, qint64 bytes);
     void takeUpAhead(const QJsonArray &runs);
     [[nodiscard]] QJsonArray runsAsJson() const;
     [[nodiscard]] QByteArray bytesBefore(qint64 position, qint64 bytes);
@@ -129,7 +129,7 @@ private:
     const bool m_keepsJournal;
     OutputFile m_file;
     FileOrigin m_origin;
-    ContentHash m_hash; ///< of the front
+    BackgroundHash m_hash; ///< of the front
     Runs m_ahead;
     QElapsedTimer m_sinceNote;
     bool m_isTaken = false;
