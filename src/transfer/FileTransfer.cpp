@@ -157,7 +157,9 @@ void FileTransfer::judgeAnswer()
 {
     const int status = m_client.status();
     if (m_restFrom > 0 && status == 206) {
-        if (m_part.origin().agreesWith(m_client, m_restFrom)) {
+        const qint64 last = ContentRange::of(m_client.header("Content-Range")).last;
+        const bool hasEnd = m_askedEnd == 0 || last < m_askedEnd; // what follows may be there
+        if (hasEnd && m_part.origin().agreesWith(m_client, m_restFrom)) {
             m_body = Body::Compared;
             HostEvents::send(event::DownloadResumed{m_part.gatheredBytes()});
             startPieces();

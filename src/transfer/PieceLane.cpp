@@ -160,7 +160,7 @@ void PieceLane::onEnded()
     const bool isTaken = m_isTaken;
     if (isTaken)
         readBody();
-    if (m_isOver)
+    if (m_isOver || !m_isBusy) // it may have been dropped for what has just been told
         return;
     if (isTaken && m_position >= m_end)
         finish(End::Whole);

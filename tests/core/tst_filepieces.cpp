@@ -47,6 +47,15 @@ void sayRange(HttpReply &reply, const QByteArray &contentRange)
     }
 }
 
+void sendToTheEnd(const HttpRequest &request, HttpReply &reply, const QByteArray &content)
+{
+    if (reply.status != 206)
+        return;
+    const auto first = static_cast<int>(firstByteOf(request));
+    reply.body = content.mid(first);
+    sayRange(reply, "bytes " + QByteArray::number(first) + "-14692408/14692409");
+}
+
 void refuse(HttpReply &reply, int status)
 {
     reply = mediaReply("no");
@@ -263,6 +272,9 @@ private slots:
                 sayRange(reply, "bytes 0-14692408/14692409");
                 reply.body = content;
             });
+        row("heeds no end of a range", [content](const HttpRequest &request, HttpReply &reply) {
+            sendToTheEnd(request, reply, content);
+        });
         row("refuses ranges", [](const HttpRequest &request, HttpReply &reply) {
             if (request.hasHeader("Range"))
                 refuse(reply, 403);
@@ -401,6 +413,28 @@ private slots:
         const qint64 leads = requests().size() * PartFile::leadBytes;
         QVERIFY2(sent <= contentBytes - there + leads,
                  qPrintable(QStringLiteral("%1 sent, %2 there").arg(sent).arg(there)));
+    }
+
+    void gapsThatTheServerDoesNotHeed()
+    {
+        leaveGaps();
+        m_options.fileConnections = 1;
+        const QByteArray content = m_content;
+        serve(content, [content](const HttpRequest &request, HttpReply &reply) {
+            sendToTheEnd(request, reply, content);
+        });
+        QCOMPARE(transfer(), RunClass::Complete);
+        QVERIFY(hasArrived(content));
+    }
+
+    void destroyedFromItsEnd()
+    {
+        serve(m_content);
+        begin();
+        connect(m_transfer.get(), &Transfer::ended, this, [this] { m_transfer.reset(); });
+        QTRY_VERIFY_WITH_TIMEOUT(!m_transfer, endTimeoutMs);
+        QCOMPARE(m_outcomes, QList{Transfer::Outcome::Succeeded});
+        QVERIFY(readFile(m_path) == m_content);
     }
 
     /// What a second run finds at the server, and what is in its file then.
