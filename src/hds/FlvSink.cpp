@@ -16,18 +16,21 @@ constexpr int flagsOffset = 4;
 constexpr int headBytes = 9 + 4; // of the file, up to its first tag
 constexpr qint64 usPerMs = 1000;
 
-/// Whether the first tag is of sound, picture or script, and encrypted: Adobe Flash Video File
-/// Format Specification 10.1, section E.4.1, calls it filtered.
+/// Whether a tag of sound or picture is encrypted, which Adobe Flash Video File Format
+/// Specification 10.1, section E.4.1, calls filtered.
 bool isEncrypted(const QByteArray &fragment, const CAdobeOutputFile::Content &content)
 {
-    if (content.begin >= content.end)
-        return false;
     constexpr int filterBit = 0x20;
-    constexpr int typeBits = 0x1F;
-    const int type = static_cast<quint8>(fragment.at(content.begin));
-    const int plain = type & typeBits;
-    return (type & filterBit) != 0
-        && (plain == FlvTag::Audio || plain == FlvTag::Video || plain == FlvTag::Script);
+    for (int at = content.begin; content.end - at >= FlvTag::headerBytes;) {
+        const auto start = static_cast<unsigned int>(at);
+        const unsigned int type = CAdobeUtils::ReadByte(fragment, start);
+        if (type == (FlvTag::Audio | filterBit) || type == (FlvTag::Video | filterBit))
+            return true;
+        // A size of 24 bits leads no farther than can be counted: a fragment has 256 MiB at most.
+        at += FlvTag::headerBytes + static_cast<int>(CAdobeUtils::ReadInt24(fragment, start + 1))
+            + FlvTag::backPointerBytes;
+    }
+    return false;
 }
 
 } // namespace

@@ -193,9 +193,8 @@ private:
     {
         table.skip(1 + 3); // version, flags
         table.takeTexts(); // qualities
-        const quint64 count =
-            qMin<quint64>(table.take<quint32>(), table.left() / segmentEntryBytes);
-        for (quint64 i = 0; i < count; ++i) {
+        const auto count = table.take<quint32>();
+        for (quint32 i = 0; i < count && table.left() >= segmentEntryBytes; ++i) {
             SegmentRun run;
             run.firstSegment = table.take<quint32>();
             const qint64 perSegment = table.take<quint32>();

@@ -337,7 +337,8 @@ private slots:
         Packaged packaged(whole, Packaged::Input::Whole);
         QVERIFY(packaged.isMade);
         const QByteArray encrypted =
-            hds::fragment(hds::tag(0x29, 0, QByteArray(50, 'x')) + hds::tag(0x28, 0, "y"));
+            hds::fragment(hds::tag(18, 0, "script") + hds::tag(0x29, 0, QByteArray(50, 'x'))
+                          + hds::tag(0x28, 0, "y"));
         for (int n = 1; n <= 6; ++n)
             packaged.server.on("/stream0Seg1-Frag" + QByteArray::number(n), replyOf(encrypted));
         const Fetched fetched(packaged.server.url("/index.f4m"));
