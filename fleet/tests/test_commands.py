@@ -91,7 +91,7 @@ class CommandsTest(FleetTest):
         for _ in range(2):
             self.fleet.start_worker()
         page_id, = self.submit("http://stub/hang/polite")
-        wait_until(lambda: self.state(page_id) == "running", "it runs")
+        wait_until(lambda: self.state(page_id) == "running" and self.fleet.runs(), "it runs")
         first = self.book.page(page_id)["token"]
         end = time.monotonic() + 5 * LEASE
         while time.monotonic() < end:
@@ -124,6 +124,7 @@ class CommandsTest(FleetTest):
         worker = self.fleet.start_worker()
         hanging, = self.submit("http://stub/hang/polite")
         wait_until(lambda: self.state(hanging) == "running", "it runs")
+        self.book.settle()
         self.fleet.kill_server()
         later, = self.submit("http://stub/complete/10")
         wait_until(lambda: self.state(later) == "done", "the worker is connected again")
