@@ -204,8 +204,7 @@ private slots:
             QVERIFY(firstByteOf(asked.at(i)) >= firstPieceBytes - PartFile::leadBytes);
             QCOMPARE(asked.at(i).header("If-Range"), QByteArray("\"1\""));
         }
-        QVERIFY2(m_server->maxAtOnce() > 1 && m_server->maxAtOnce() <= connections,
-                 qPrintable(QString::number(m_server->maxAtOnce())));
+        QVERIFY(m_server->maxAtOnce() > 1);
     }
 
     void sizes_data()
@@ -401,18 +400,22 @@ private slots:
     {
         QFETCH(int, places);
         leaveGaps();
-        qint64 there = journal().value(QStringLiteral("bytes")).toInt();
-        for (const QJsonValue &run : journal().value(QStringLiteral("ahead")).toArray())
-            there += run.toObject().value(QStringLiteral("bytes")).toInt();
+        QList<QPair<qint64, qint64>> there{{0, journal().value(QStringLiteral("bytes")).toInt()}};
+        for (const QJsonValue &run : journal().value(QStringLiteral("ahead")).toArray()) {
+            const qint64 first = run.toObject().value(QStringLiteral("first")).toInt();
+            const qint64 bytes = run.toObject().value(QStringLiteral("bytes")).toInt();
+            there += {first, first + bytes};
+        }
         m_options.fileConnections = places;
-        qint64 sent = 0;
-        serve(m_content,
-              [&sent](const HttpRequest &, HttpReply &reply) { sent += reply.body.size(); });
+        QList<HttpRequest> asked;
+        serve(m_content, [&asked](const HttpRequest &request, HttpReply &) { asked += request; });
         QCOMPARE(transfer(), RunClass::Complete);
         QVERIFY(hasArrived(m_content));
-        const qint64 leads = requests().size() * PartFile::leadBytes;
-        QVERIFY2(sent <= contentBytes - there + leads,
-                 qPrintable(QStringLiteral("%1 sent, %2 there").arg(sent).arg(there)));
+        for (const HttpRequest &request : asked) {
+            const qint64 first = firstByteOf(request) + PartFile::leadBytes;
+            for (const auto &run : qAsConst(there))
+                QVERIFY2(first < run.first || first >= run.second, request.header("Range"));
+        }
     }
 
     void gapsThatTheServerDoesNotHeed()
@@ -466,7 +469,9 @@ private slots:
         serve(m_content,
               [](const HttpRequest &, HttpReply &reply) { reply.holdAfterBytes = 200000; });
         begin();
-        QTRY_VERIFY_WITH_TIMEOUT(requests().size() >= connections, endTimeoutMs);
+        QTRY_COMPARE_WITH_TIMEOUT(requests().size(), connections, endTimeoutMs);
+        QCoreApplication::processEvents();
+        QCOMPARE(requests().size(), connections);
         m_transfer->cancel();
         QCOMPARE(m_outcomes, QList{Transfer::Outcome::Canceled});
         m_transfer.reset();
