@@ -230,7 +230,10 @@ private slots:
     void thePartlyDownloadIsOverOne()
     {
         m_options.wantsBeginningOnly = true;
-        serve(m_content);
+        serve(m_content, [](const HttpRequest &, HttpReply &reply) {
+            reply.pieceBytes = 64 * 1024;
+            reply.pieceDelayMs = 20;
+        });
         QCOMPARE(transfer(), RunClass::Stopped);
         QVERIFY(!requests().constFirst().hasHeader("Range"));
     }
