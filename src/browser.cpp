@@ -3,6 +3,7 @@
 #include "CsvLog.h"
 #include "FilterVideo.h"
 #include "HostEvents.h"
+#include "ProcessMemory.h"
 #include "RunLimits.h"
 #include "RunTimes.h"
 #include "ShareMemoryManager.h"
@@ -405,6 +406,8 @@ void Browser::stopAnalysis()
     m_life.show();
     m_clock.stop();
     m_engine->stop();
+    if (m_options.memoryBytes > 0) // what the page has taken is not taken from what follows
+        ProcessMemory::limitGrowth(ProcessMemory::spareBytes);
 }
 
 void Browser::onTerminateTimerTimeOut()

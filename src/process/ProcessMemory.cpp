@@ -47,10 +47,12 @@ void ProcessMemory::limitGrowth(qint64 bytes)
     rlimit limit{};
     if (::getrlimit(RLIMIT_DATA, &limit) != 0)
         return;
+    static rlim_t own = RLIM_INFINITY;
     const auto wanted = static_cast<rlim_t>(statmBytes(dataField) + bytes);
-    if (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur > wanted) {
-        limit.rlim_cur = wanted;
-        ::setrlimit(RLIMIT_DATA, &limit);
+    if (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur == own || limit.rlim_cur > wanted) {
+        limit.rlim_cur = qMin(wanted, limit.rlim_max);
+        if (::setrlimit(RLIMIT_DATA, &limit) == 0)
+            own = limit.rlim_cur;
     }
 #endif
 }

@@ -167,9 +167,8 @@ Preparation preparePageRun(int argc, char *argv[], std::unique_ptr<EngineFactory
 /// Sets the limit that holds even where the guard comes too late.
 void limitMemory(qint64 limit)
 {
-    constexpr qint64 spareBytes = 1 << 30;
     if (limit > 0)
-        ProcessMemory::limitGrowth(limit + spareBytes);
+        ProcessMemory::limitGrowth(limit + ProcessMemory::spareBytes);
 }
 
 /// Runs one page run to its end. Returns the event loop's result.

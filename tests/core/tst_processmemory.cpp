@@ -13,12 +13,14 @@ namespace {
 
 constexpr qint64 pieceBytes = 64 * ProcessMemory::bytesPerMiB;
 
-/// Whether a child process that may grow by so much gets a piece of memory.
-bool isPieceGivenAt(qint64 growthBytes)
+/// Whether a child process that may grow by so much, the last of these counts, gets a piece of
+/// memory.
+bool isPieceGivenAt(std::initializer_list<qint64> growths)
 {
     const pid_t child = ::fork();
     if (child == 0) {
-        ProcessMemory::limitGrowth(growthBytes);
+        for (const qint64 bytes : growths)
+            ProcessMemory::limitGrowth(bytes);
         void *volatile const piece = std::malloc(pieceBytes); // goes with the process
         ::_exit(piece ? 0 : 1);
     }
@@ -45,9 +47,11 @@ private slots:
 
     void theLimitCountsFromWhatThereIs()
     {
-        QVERIFY(isPieceGivenAt(2 * pieceBytes));
+        QVERIFY(isPieceGivenAt({2 * pieceBytes}));
+        QVERIFY(isPieceGivenAt({pieceBytes / 2, 2 * pieceBytes}));
 #ifndef CLIPWEIR_SANITIZED // which is left without a limit
-        QVERIFY(!isPieceGivenAt(pieceBytes / 2));
+        QVERIFY(!isPieceGivenAt({pieceBytes / 2}));
+        QVERIFY(!isPieceGivenAt({2 * pieceBytes, pieceBytes / 2}));
 #endif
     }
 

@@ -26,8 +26,8 @@ struct PageKind
 
 Q_DECLARE_METATYPE(PageKind)
 
-/// Adds a row for every kind and engine that the build has, or the one that the environment variable
-/// CLIPWEIR_PAGE_ENGINE asks for.
+/// Adds a row for every kind and engine that the build has, or the one that the environment
+/// variable CLIPWEIR_PAGE_ENGINE asks for.
 void addPageKinds(std::initializer_list<PageKind> kinds);
 
 /// Runs the kind of the current row and compares lines, record, file and exit code.

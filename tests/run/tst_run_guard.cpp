@@ -133,7 +133,10 @@ private slots:
                                  " for (var i = 0; i < a.length; i++) a[i] = i; kept.push(a); } ";
         QTest::newRow("with time for others")
             << piece + "setInterval(take, 1);" << QByteArray("success");
-        QTest::newRow("without") << piece + "for (;;) take();" << QByteArray("failed");
+        QTest::newRow("without") << piece + "for (;;) { try { take(); } catch (e) { } }"
+                                 << QByteArray("failed");
+        QTest::newRow("without, and it ends by itself")
+            << piece + "setTimeout(function() { for (;;) take(); }, 100);" << QByteArray();
     }
 
     void aPageOverItsMemoryIsLeft()
@@ -145,8 +148,12 @@ private slots:
         ProgramRun run;
         QVERIFY(
             run.run({option("--url"), page, option("--memory"), option("700"), option("--log")}));
-        QVERIFY2(run.errorOutput().endsWith(fixedLine("video download finished:" + end)
-                                            + fixedLine("detach sharememory")),
+        const auto endsAs = [&run](const QByteArray &result) {
+            return run.errorOutput().endsWith(fixedLine("video download finished:" + result)
+                                              + fixedLine("detach sharememory"));
+        };
+        // Memory that the system refuses may end the script before the guard ends the run.
+        QVERIFY2(end.isEmpty() ? endsAs("success") || endsAs("failed") : endsAs(end),
                  run.errorOutput());
         QVERIFY(run.fileContent(option("tmp/logs/") + pageHash(page) + option(".log"))
                     .contains("the page takes more than 700 MiB of memory"));

@@ -235,14 +235,15 @@ void EngineKeeper::begin()
     while (::write(m_lifeline.get(), &word, 1) < 0 && errno == EINTR) { }
 }
 
-EngineKeeper::End EngineKeeper::end()
+EngineKeeper::End EngineKeeper::end(std::chrono::milliseconds patience)
 {
     if (m_keeper < 0)
         return m_end;
+    pollfd sign{m_sign.get(), 0, 0};
+    ::poll(&sign, 1, static_cast<int>(patience.count()));
     m_lifeline.reset();
     m_toEngine.reset();
     m_fromEngine.reset();
-    pollfd sign{m_sign.get(), 0, 0};
     const auto lastMoment =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(longestEndMs);
     bool isGone = false;

@@ -7,6 +7,7 @@
 #include <QString>
 #include <QVector>
 
+#include <chrono>
 #include <memory>
 
 #include <sys/types.h>
@@ -49,7 +50,8 @@ public:
 
     /// Ends the engine and waits until none of its processes is left, a second at most. Returns
     /// why it has ended, if it had. Further calls return the same.
-    End end();
+    /// @param patience with an engine that is about to end by itself, before it is ended
+    End end(std::chrono::milliseconds patience = std::chrono::milliseconds::zero());
 
     /// The run's ends of the engine's pipes; they do not wait.
     [[nodiscard]] int readFd() const { return m_fromEngine.get(); }

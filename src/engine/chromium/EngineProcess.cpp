@@ -10,6 +10,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
+constexpr milliseconds patience{300};
 constexpr int chunkBytes = 1 << 18;
 constexpr int maxMessageBytes = 256 << 20;
 constexpr int maxUnsentBytes = 64 << 20; // of an engine that does not listen
@@ -124,7 +125,7 @@ bool EngineProcess::receiveBefore(Clock::time_point lastMoment)
 void EngineProcess::end()
 {
     if (m_keeper)
-        letGo();
+        letGo(milliseconds::zero());
 }
 
 /// @param reason empty when the keeper knows it
@@ -132,18 +133,19 @@ void EngineProcess::give(const QString &reason)
 {
     if (!m_keeper)
         return;
-    const EngineKeeper::End end = letGo();
+    // One that has closed its line is about to end, and its keeper to see why.
+    const EngineKeeper::End end = letGo(reason.isEmpty() ? patience : milliseconds::zero());
     emit ended(reason.isEmpty() ? textOf(end) : reason);
 }
 
-EngineKeeper::End EngineProcess::letGo()
+EngineKeeper::End EngineProcess::letGo(milliseconds endsWithin)
 {
     // They may be what has called this.
     for (auto *const notifier : {&m_readable, &m_writable}) {
         (*notifier)->setEnabled(false);
         notifier->release()->deleteLater();
     }
-    const EngineKeeper::End end = m_keeper->end();
+    const EngineKeeper::End end = m_keeper->end(endsWithin);
     m_keeper.reset();
     m_unsent.clear();
     m_sent = 0;

@@ -50,7 +50,7 @@ private:
     void takeMessages();
     [[nodiscard]] bool receiveBefore(std::chrono::steady_clock::time_point lastMoment);
     void give(const QString &reason);
-    EngineKeeper::End letGo();
+    EngineKeeper::End letGo(std::chrono::milliseconds endsWithin);
 
     std::unique_ptr<EngineKeeper> m_keeper; ///< null once the engine has ended
     std::unique_ptr<QSocketNotifier> m_readable;
