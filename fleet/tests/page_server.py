@@ -152,8 +152,10 @@ class _Handler(BaseHTTPRequestHandler):
         asked = RANGE.match(self.headers.get("Range", ""))
         if asked and self.headers.get("If-Range", etag) != etag:
             asked = None
-        # Only a run that fetches the file takes care that nobody packs it on the way.
-        fetched = self.headers.get("Accept-Encoding") == "identity"
+        # A run that fetches the file takes care that nobody packs it on the way. So do the players of
+        # some engines, which tell that they are one.
+        is_player = "Sec-Fetch-Dest" in self.headers
+        fetched = self.headers.get("Accept-Encoding") == "identity" and not is_player
         start = int(asked[1]) if asked else 0
         end = min(size, int(asked[2]) + 1) if asked and asked[2] else size
         if fetched and self._misbehave(kind):
