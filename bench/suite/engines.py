@@ -78,6 +78,14 @@ def costs(results):
     return [cost for cost, _ in results]
 
 
+def in_groups(own, other, figure):
+    """Ratios of the sums of a few runs each: the system counts a run in steps of a twentieth."""
+    count = min(3, len(own))
+    return Spread.of([sum(getattr(cost, figure) for cost in own[i::count])
+                      / sum(getattr(cost, figure) for cost in other[i::count])
+                      for i in range(count)])
+
+
 def leftovers(folder):
     """What runs have left: processes of an engine or its keeper, and files."""
     processes = 0
@@ -143,7 +151,7 @@ def measure(context):
                              lambda: run(context, server, 'webkit'), context.many_pairs)
         for figure, name in (('cpu', 'processor time'), ('wall', 'wall time')):
             yield Row(f'page run with --engine auto, {requests} requests', '--engine webkit',
-                      f'{name}, ratio', ratios(costs(own), costs(other), figure), 1.05)
+                      f'{name}, ratio', in_groups(costs(own), costs(other), figure), 1.05)
 
     count = 4 if context.is_small else 300
     with pages.Server(3) as server:
