@@ -102,11 +102,10 @@ void FallbackEngine::onLoaded(bool isOk)
     }
     m_isLoadHeldBack = true;
     m_isLoadOk = isOk;
-    layOutWhole();
     if (hasCandidate())
-        tellLoaded();
-    else
-        m_quiet.start();
+        return tellLoaded(); // who hears of it lays the page out, which costs a picture of it
+    layOutWhole();
+    m_quiet.start();
 }
 
 void FallbackEngine::tellLoaded()
