@@ -10,7 +10,7 @@ set -eu
 
 here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
 
-compiler='g++ cmake ninja-build pkg-config'
+compiler='g++ mold cmake ninja-build pkg-config'
 toolkit='qtbase5-dev qtbase5-dev-tools libqt5webkit5-dev libqt5xmlpatterns5-dev'
 # With the list of public suffixes that the system keeps up to date.
 system='libpsl-dev publicsuffix libseccomp-dev libssl-dev zlib1g-dev'
