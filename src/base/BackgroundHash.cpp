@@ -1,6 +1,7 @@
 #include "BackgroundHash.h"
 
 #include <cstring>
+#include <system_error>
 
 namespace {
 
@@ -32,16 +33,24 @@ void BackgroundHash::reset()
 void BackgroundHash::add(const char *data, qint64 bytes)
 {
     m_bytes += bytes;
-    if (m_bytes <= alwaysAtOnce && !m_thread.joinable())
+    if (!m_thread.joinable() && (m_bytes <= alwaysAtOnce || !startThread()))
         return m_hash.add(data, bytes);
-    if (!m_thread.joinable())
-        m_thread = std::thread(&BackgroundHash::work, this);
     while (bytes > 0) {
         const auto count = static_cast<int>(qMin<qint64>(bytes, pieceBytes));
         push(data, count);
         data += count;
         bytes -= count;
     }
+}
+
+bool BackgroundHash::startThread()
+{
+    try {
+        m_thread = std::thread(&BackgroundHash::work, this);
+    } catch (const std::system_error &) {
+        return false;
+    }
+    return true;
 }
 
 void BackgroundHash::push(const char *data, int bytes)

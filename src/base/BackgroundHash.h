@@ -11,7 +11,8 @@
 
 /// A ContentHash that leaves its work to a thread of its own, from the first few MiB on: for a fast
 /// server the sum takes as long as everything else that is done with the bytes. What waits to be
-/// summed up is bounded; whoever adds more waits.
+/// summed up is bounded; whoever adds more waits. Where the system gives no thread, whoever adds
+/// does the work.
 ///
 /// To be used on one thread at a time.
 class BackgroundHash final
@@ -34,6 +35,7 @@ public:
     [[nodiscard]] QByteArray sum() const;
 
 private:
+    [[nodiscard]] bool startThread();
     void push(const char *data, int bytes);
     void awaitAll() const;
     void work();

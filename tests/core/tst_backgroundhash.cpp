@@ -5,6 +5,8 @@
 #include <QCryptographicHash>
 #include <QRandomGenerator>
 
+#include <sys/resource.h>
+
 namespace {
 
 constexpr int contentBytes = 12 * 1024 * 1024 + 345;
@@ -47,6 +49,22 @@ private slots:
         QCOMPARE(hash.bytes(), qint64(contentBytes));
         QCOMPARE(hash.sum(), sumOf(m_content));
     }
+
+#ifndef CLIPWEIR_SANITIZED // which need memory themselves
+    void withoutAThread()
+    {
+        rlimit before{};
+        QCOMPARE(::getrlimit(RLIMIT_DATA, &before), 0);
+        rlimit none = before;
+        none.rlim_cur = 1; // there is no more memory, and so no stack for a thread
+        BackgroundHash hash;
+        hash.add("", 0);
+        QCOMPARE(::setrlimit(RLIMIT_DATA, &none), 0);
+        hash.add(m_content.constData(), contentBytes);
+        QCOMPARE(::setrlimit(RLIMIT_DATA, &before), 0);
+        QCOMPARE(hash.sum(), sumOf(m_content));
+    }
+#endif
 
     void beginningAgain()
     {

@@ -1,6 +1,7 @@
 #include "DevTools.h"
 
 #include <QJsonDocument>
+#include <QPointer>
 
 #include <optional>
 #include <utility>
@@ -42,7 +43,10 @@ void DevTools::end()
 
 void DevTools::onEnd(const QString &reason)
 {
+    const QPointer<DevTools> self(this);
     emit ended(reason);
+    if (!self)
+        return; // so are those who wait
     const QHash<int, Answer> answers = std::exchange(m_answers, {});
     for (const Answer &answer : answers)
         answer({});
