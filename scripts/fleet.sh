@@ -75,7 +75,7 @@ end() { # signal
     [ -s "$folder/redis.pid" ] || return 0
     pid=$(<"$folder/redis.pid")
     # The number may be somebody else's by now.
-    if tr '\0' ' ' <"/proc/$pid/cmdline" 2>/dev/null | grep -q '^redis-server '; then
+    if tr '\0' ' ' <"/proc/$pid/cmdline" 2>/dev/null | grep '^redis-server ' >/dev/null; then
         kill "-$1" "$pid"
         while [ -d "/proc/$pid" ] && ! grep -q '^State:.Z' "/proc/$pid/status" 2>/dev/null; do sleep 0.05; done
     fi

@@ -130,10 +130,10 @@ check_tools() { # prefix
 
 # Every run pays for what the program is linked with.
 check_libraries() { # prefix
-    ldd "$1/libexec/clipweir/libclipweir_media.so" | grep -q libavformat \
-        || fail 'the part for streams has no container library'
-    ! ldd "$1/libexec/clipweir/libclipweir_program.so" | grep libavformat \
-        || fail 'what only streams need is loaded by every run'
+    ldd "$1/libexec/clipweir/libclipweir_media.so" >"$work/media"
+    grep -q libavformat "$work/media" || fail 'the part for streams has no container library'
+    ldd "$1/libexec/clipweir/libclipweir_program.so" >"$work/program"
+    ! grep libavformat "$work/program" || fail 'what only streams need is loaded by every run'
 }
 
 check_package() { # package

@@ -290,7 +290,7 @@ void ScriptedServer::sendBody(QPointer<QTcpSocket> socket, const HttpReply &repl
         return;
     if (endBytes == reply.cutAfterBytes) {
         // What was written must leave before the reset, or it may never arrive.
-        socket->waitForBytesWritten(1000);
+        while (socket->bytesToWrite() > 0 && socket->waitForBytesWritten(1000)) { }
         socket->abort();
         return;
     }
