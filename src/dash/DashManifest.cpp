@@ -4,6 +4,7 @@
 #include "DashTree.h"
 
 #include <QRegularExpression>
+#include <QSet>
 #include <QStringList>
 
 #include <algorithm>
@@ -370,9 +371,13 @@ std::optional<DashManifest> DashManifest::parse(const QByteArray &document, cons
         return std::nullopt;
     }
     int representations = 0;
+    QSet<QString> ids;
     for (const DashTree *const element : periods) {
         Period period;
         period.id = element->value("id");
+        if (ids.contains(period.id))
+            period.id.clear();
+        ids.insert(period.id);
         if (!readPeriod(*element, bases, representations, period, fault))
             return std::nullopt;
         manifest.periods += period;

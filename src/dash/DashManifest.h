@@ -86,7 +86,7 @@ struct DashManifest
 
     struct Period
     {
-        QString id;
+        QString id; ///< empty where it has none, or one that another before it has
         qint64 startUs = 0;
         qint64 durationUs = unknown;
         QVector<Representation> representations;

@@ -99,6 +99,7 @@ private slots:
     void boundsWhatIsHuge_data();
     void boundsWhatIsHuge();
     void addsUpLongPeriods();
+    void keepsPeriodsOfOneName();
     void followsAWindow();
     void followsTheClock();
     void readsIndexes();
@@ -222,6 +223,18 @@ void tst_DashManifest::tellsTimes()
     QCOMPARE(third.startUs, 9500000);
     QCOMPARE(third.clockZeroUs, -7000000);
     QVERIFY(!third.segment.mayBeAbsent); // the timeline names it
+}
+
+void tst_DashManifest::keepsPeriodsOfOneName()
+{
+    const QByteArray period = "<Period id=\"a\" duration=\"PT1S\">"
+        + pictureOf("<SegmentTemplate media=\"$Number$\" duration=\"1\"/>") + "</Period>";
+    const auto manifest = parse("<MPD type=\"static\">" + period.repeated(2) + "</MPD>");
+    QVERIFY(manifest);
+    QCOMPARE(manifest->periods.size(), 2);
+    QCOMPARE(manifest->periods.at(0).id, QStringLiteral("a"));
+    QCOMPARE(manifest->periods.at(1).id, QString());
+    QCOMPARE(manifest->periods.at(1).startUs, 1000000);
 }
 
 void tst_DashManifest::expandsTemplates_data()

@@ -51,6 +51,16 @@ QJsonArray candidatesOf(const ProgramRun &run)
         .toArray();
 }
 
+/// The only period of a manifest, with how long it lasts in place of where it begins.
+QByteArray periodOf(const QByteArray &manifest, int seconds)
+{
+    const int begin = manifest.indexOf("<Period");
+    const int end = manifest.indexOf("</Period>") + 9;
+    QByteArray period = manifest.mid(begin, end - begin);
+    period.replace(R"(start="PT0.0S")", "duration=\"PT" + QByteArray::number(seconds) + "S\"");
+    return period;
+}
+
 bool rises(const QList<double> &times)
 {
     return std::adjacent_find(times.cbegin(), times.cend(), std::greater_equal<double>())
@@ -508,6 +518,44 @@ private slots:
         } else {
             QVERIFY(sounds.constLast() > 1.8 && sounds.constLast() < 2.2);
         }
+    }
+
+    /// In a period of its own, whose picture goes on, and the first one's once more.
+    void soundOfAnotherFormatInAPeriod()
+    {
+        const QString dash = QStringLiteral("-seg_duration 1 -f dash ");
+        Packaged packaged(QLatin1String("-c copy ") + dash + QLatin1String("m.mpd"),
+                          Packaged::Input::Whole);
+        QVERIFY(packaged.isMade);
+        QVERIFY(packaged.runs(
+            QStringLiteral("-i whole.mp4 -c:v copy -ar 22050 -c:a aac -t 2 other.mp4")));
+        QVERIFY(packaged.runs(QLatin1String("-i other.mp4 -c copy ") + dash
+                              + QLatin1String("-init_seg_name o$RepresentationID$.m4s -media_seg_name "
+                                              "o$RepresentationID$-$Number$.m4s o.mpd")));
+        const QByteArray whole = periodOf(readFile(packaged.path("m.mpd")), 6);
+        packaged.server.serve("/p.mpd",
+                              R"(<MPD xmlns="urn:mpeg:dash:schema:mpd:2011" type="static">)" + whole
+                                  + periodOf(readFile(packaged.path("o.mpd")), 2) + whole + "</MPD>",
+                              "application/dash+xml");
+        const QString page = serve(packaged, pageAskingFor({"/p.mpd"}));
+        ProgramRun run;
+        QVERIFY(run.run(arguments(page, {option("--log")})));
+        QCOMPARE(result(run, "class").toString(), option("incomplete"));
+        QCOMPARE(run.exitCode(), 35);
+        QVERIFY(run.errorOutput().contains(fixedLine("video download finished:failed")));
+        const QByteArray log =
+            readFile(run.path(option("tmp/logs/") + pageHash(page) + option(".log")));
+        QVERIFY(log.contains("the sound changes its format"));
+        const QString path = outputOf(run, page);
+        QCOMPARE(MediaFiles::complaints(path), QByteArray());
+        QVERIFY(rises(MediaFiles::times(path, "v:0")));
+        const int other = MediaFiles::packets(packaged.path("other.mp4"), "v:0").size();
+        QCOMPARE(MediaFiles::packets(path, "v:0").size(), 150 + other + 150);
+        const QList<double> sounds = MediaFiles::times(path, "a:0");
+        QVERIFY(rises(sounds));
+        QVERIFY(sounds.constLast() > 13.8);
+        QVERIFY(std::none_of(sounds.cbegin(), sounds.cend(),
+                             [](double time) { return time > 6.2 && time < 7.8; }));
     }
 
     void beginningOnly_data()
