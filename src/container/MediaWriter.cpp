@@ -289,7 +289,7 @@ bool MediaWriter::join(int run)
             && !track.waiting.front().packets.empty())
             joining.push_back(&track);
     }
-    if (!m_file.isBegun() && !beginFile(joining))
+    if (!m_file.isBegun() && !beginFile())
         return false;
     if (run > m_run.number)
         beginRun(run, joining);
@@ -346,22 +346,24 @@ qint64 MediaWriter::positionOf(const Waiting &begin) const
     return isNear(position, told) ? position : told;
 }
 
-/// Begins the file with the streams that there are.
-bool MediaWriter::beginFile(const std::vector<Track *> &joining)
+/// Begins the file with the streams that there are, in whatever run.
+bool MediaWriter::beginFile()
 {
     QVector<MediaFile::Stream> streams;
     QVector<libav::Format> formats;
-    for (Track *const track : joining) {
-        for (const MediaPacket &packet : track->waiting.front().packets) {
-            Output &output = track->outputs[packet.stream];
-            if (output.stream >= 0)
-                continue;
-            output.stream = streams.size();
-            output.format = output.begun = packet.format;
-            formats += packet.format;
-            const QString language =
-                packet.stream == MediaPacket::Sound ? track->rendition.language : QString();
-            streams += {packet.format, packet.unit, language};
+    for (Track &track : m_tracks) {
+        for (const Waiting &waiting : track.waiting) {
+            for (const MediaPacket &packet : waiting.packets) {
+                Output &output = track.outputs[packet.stream];
+                if (output.stream >= 0)
+                    continue;
+                output.stream = streams.size();
+                output.format = output.begun = packet.format;
+                formats += packet.format;
+                const QString language =
+                    packet.stream == MediaPacket::Sound ? track.rendition.language : QString();
+                streams += {packet.format, packet.unit, language};
+            }
         }
     }
     const MediaFile::Container container = MediaFile::containerFor(formats, m_isWebM);

@@ -99,7 +99,7 @@ private:
     [[nodiscard]] bool join(int run);
     void beginRun(int run, const std::vector<Track *> &joining);
     [[nodiscard]] qint64 positionOf(const Waiting &begin) const;
-    [[nodiscard]] bool beginFile(const std::vector<Track *> &joining);
+    [[nodiscard]] bool beginFile();
     [[nodiscard]] bool writeWaiting(Track &track);
     [[nodiscard]] bool store(Track &track, MediaPacket &&packet);
     static void followJump(Track &track, Output &output, qint64 beginUs);

@@ -138,72 +138,70 @@ void DashPresentation::onFirstManifest(const DashManifest &manifest)
 {
     m_manifest = manifest;
     m_failures = 0;
-    for (const DashManifest::Representation &one :
-         qAsConst(m_manifest.periods.first().representations)) {
+    const QVector<DashManifest::Period> &periods = m_manifest.periods;
+    int first = 0; // that offers anything
+    while (first + 1 < periods.size() && periods.at(first).representations.isEmpty())
+        ++first;
+    for (const DashManifest::Representation &one : periods.at(first).representations) {
         if (!one.isForTricks)
             m_renditions += one.rendition;
         if (one.rendition.kind == Rendition::Kind::Text)
             qWarning("subtitles are left alone: %s", qUtf8Printable(one.rendition.id));
     }
-    for (const DashManifest::Period &period : qAsConst(m_manifest.periods)) {
+    setChosen();
+    for (const DashManifest::Period &period : periods)
         m_choices += choose(period);
-        if (m_chosen.isEmpty() && m_choices.size() == 1)
-            setChosen();
-    }
     if (m_chosen.isEmpty())
         fail(Failure::Unsupported, QStringLiteral("it offers no picture and no sound"));
     else if (!refusesChoices())
         askForIndexes();
 }
 
-/// The renditions of the first period, which is what the whole is known by.
+/// Of each kind the rendition of the first period that has one, which is what the whole is known
+/// by: one without sound may stand before the others.
 void DashPresentation::setChosen()
 {
-    const Choice &choice = m_choices.constFirst();
-    for (const int index : {choice.picture, choice.sound}) {
-        if (index >= 0)
-            m_chosen += m_manifest.periods.constFirst().representations.at(index).rendition;
+    for (const Rendition::Kind kind : {Rendition::Kind::Picture, Rendition::Kind::Sound}) {
+        for (const DashManifest::Period &period : qAsConst(m_manifest.periods)) {
+            const int index = pick(period, kind, QString());
+            if (index < 0)
+                continue;
+            m_chosen += period.representations.at(index).rendition;
+            break;
+        }
     }
 }
 
 DashPresentation::Choice DashPresentation::choose(const DashManifest::Period &period) const
 {
-    return {chooseFrom(period, Rendition::Kind::Picture),
-            chooseFrom(period, Rendition::Kind::Sound)};
+    Choice choice;
+    for (const Rendition &one : m_chosen) {
+        // They go to one file, so they should be of one kind of codec.
+        const int fit = pick(period, one.kind, one.codecs.left(codecFamily));
+        const int index = fit >= 0 ? fit : pick(period, one.kind, QString());
+        (one.kind == Rendition::Kind::Sound ? choice.sound : choice.picture) = index;
+    }
+    return choice;
 }
 
-/// The rendition of a kind; of a later period, one of the kind of codec that the first has, for
-/// they go to one file.
-int DashPresentation::chooseFrom(const DashManifest::Period &period, Rendition::Kind kind) const
+/// The rendition of a kind that is wished for, among those whose codecs begin so; -1 without any.
+int DashPresentation::pick(const DashManifest::Period &period, Rendition::Kind kind,
+                           const QString &codecs) const
 {
-    QString codecs;
-    bool isWanted = m_chosen.isEmpty();
-    for (const Rendition &one : m_chosen) {
-        if (one.kind == kind) {
-            codecs = one.codecs.left(codecFamily);
-            isWanted = true;
-        }
+    QVector<Rendition> offered;
+    QVector<int> places;
+    for (int i = 0; i < period.representations.size(); ++i) {
+        const DashManifest::Representation &one = period.representations.at(i);
+        if (one.isForTricks || one.rendition.kind != kind
+            || !one.rendition.codecs.startsWith(codecs))
+            continue;
+        offered += one.rendition;
+        places += i;
     }
-    if (!isWanted)
-        return -1;
-    const auto pick = [&](bool isAnyCodec) {
-        QVector<Rendition> offered;
-        QVector<int> places;
-        for (int i = 0; i < period.representations.size(); ++i) {
-            const DashManifest::Representation &one = period.representations.at(i);
-            const bool isFit = isAnyCodec || one.rendition.codecs.startsWith(codecs);
-            if (one.isForTricks || one.rendition.kind != kind || !isFit)
-                continue;
-            offered += one.rendition;
-            places += i;
-        }
-        const int chosen = kind == Rendition::Kind::Picture
-            ? RenditionChoice::picture(offered, m_wish.height)
-            : RenditionChoice::sound(offered, m_wish.language);
-        return chosen < 0 ? -1 : places.at(chosen);
-    };
-    const int fit = pick(false);
-    return fit >= 0 ? fit : pick(true);
+    const int chosen = kind == Rendition::Kind::Picture
+        ? RenditionChoice::picture(offered, m_wish.height)
+        : RenditionChoice::sound(offered, m_wish.language);
+    return chosen < 0 ? -1 : places.at(chosen);
 }
 
 /// Whether something that is chosen cannot be fetched, which has then been told.

@@ -50,7 +50,8 @@ private:
     void onUpdate(const std::optional<DashManifest> &manifest);
     void noteTime(const DashManifest &manifest);
     [[nodiscard]] Choice choose(const DashManifest::Period &period) const;
-    [[nodiscard]] int chooseFrom(const DashManifest::Period &period, Rendition::Kind kind) const;
+    [[nodiscard]] int pick(const DashManifest::Period &period, Rendition::Kind kind,
+                           const QString &codecs) const;
     [[nodiscard]] bool refusesChoices();
     void setChosen();
     void askForIndexes();

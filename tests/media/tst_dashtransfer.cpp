@@ -91,6 +91,8 @@ private slots:
     void fetchesWhatAnIndexNames();
     void takesBasesFromWhereTheAnswerCame();
     void joinsPeriods();
+    void beginsWithAPeriodThatLacksSomething_data();
+    void beginsWithAPeriodThatLacksSomething();
     void asksForNothingThatIsThere();
     void followsALivePresentation();
     void finishesTheFileWhenItIsStopped();
@@ -387,6 +389,47 @@ void tst_DashTransfer::joinsPeriods()
         const QList<double> times = MediaFiles::times(run.transfer->path(), stream);
         QVERIFY(std::is_sorted(times.begin(), times.end()));
         QVERIFY(std::abs(times.constLast() - 15.95) < 0.2);
+    }
+    QCOMPARE(MediaFiles::complaints(run.transfer->path()), QByteArray());
+}
+
+void tst_DashTransfer::beginsWithAPeriodThatLacksSomething_data()
+{
+    QTest::addColumn<QByteArray>("lack"); // a part of what begins the set that is left out
+    QTest::newRow("sound") << QByteArray("contentType=\"audio\"");
+    QTest::newRow("picture") << QByteArray("contentType=\"video\"");
+    QTest::newRow("everything") << QByteArray();
+}
+
+void tst_DashTransfer::beginsWithAPeriodThatLacksSomething()
+{
+    QFETCH(QByteArray, lack);
+    ScriptedServer server;
+    serve(server, m_folder.filePath(QStringLiteral("timeline")));
+    QByteArray manifest = bytes(QStringLiteral("timeline/m.mpd"));
+    const int begin = manifest.indexOf("<Period");
+    QByteArray first = manifest.mid(begin, manifest.indexOf("</Period>") + 9 - begin);
+    first.replace("start=\"PT0.0S\"", "duration=\"PT8S\"")
+        .replace("<Period id=\"0\"", "<Period id=\"a\"");
+    for (int set = first.indexOf("<AdaptationSet"); set >= 0;
+         set = first.indexOf("<AdaptationSet", set + 1)) {
+        const int end = first.indexOf("</AdaptationSet>", set) + 16;
+        if (first.mid(set, first.indexOf('>', set) - set).contains(lack)) {
+            first.remove(set, end - set);
+            --set;
+        }
+    }
+    manifest.insert(begin, first);
+    manifest.replace("start=\"PT0.0S\"", "");
+    manifest.replace("mediaPresentationDuration=\"PT8.0S\"", "mediaPresentationDuration=\"PT16S\"");
+    server.serve("/m.mpd", manifest, "application/dash+xml");
+    Run run(server.address("/m.mpd"));
+    QCOMPARE(run.fetch(), Transfer::Outcome::Succeeded);
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    for (const auto &[stream, kind] : {std::pair{"v:0", "video"}, std::pair{"a:0", "audio"}}) {
+        const QList<QByteArray> once = MediaFiles::packets(source, stream);
+        QCOMPARE(MediaFiles::packets(run.transfer->path(), stream),
+                 lack.isEmpty() || lack.contains(kind) ? once : once + once);
     }
     QCOMPARE(MediaFiles::complaints(run.transfer->path()), QByteArray());
 }

@@ -529,13 +529,15 @@ private slots:
         QVERIFY(packaged.isMade);
         QVERIFY(packaged.runs(
             QStringLiteral("-i whole.mp4 -c:v copy -ar 22050 -c:a aac -t 2 other.mp4")));
-        QVERIFY(packaged.runs(QLatin1String("-i other.mp4 -c copy ") + dash
-                              + QLatin1String("-init_seg_name o$RepresentationID$.m4s -media_seg_name "
-                                              "o$RepresentationID$-$Number$.m4s o.mpd")));
+        QVERIFY(
+            packaged.runs(QLatin1String("-i other.mp4 -c copy ") + dash
+                          + QLatin1String("-init_seg_name o$RepresentationID$.m4s -media_seg_name "
+                                          "o$RepresentationID$-$Number$.m4s o.mpd")));
         const QByteArray whole = periodOf(readFile(packaged.path("m.mpd")), 6);
         packaged.server.serve("/p.mpd",
                               R"(<MPD xmlns="urn:mpeg:dash:schema:mpd:2011" type="static">)" + whole
-                                  + periodOf(readFile(packaged.path("o.mpd")), 2) + whole + "</MPD>",
+                                  + periodOf(readFile(packaged.path("o.mpd")), 2) + whole
+                                  + "</MPD>",
                               "application/dash+xml");
         const QString page = serve(packaged, pageAskingFor({"/p.mpd"}));
         ProgramRun run;
