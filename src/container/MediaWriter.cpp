@@ -155,6 +155,7 @@ bool MediaWriter::take(int index, const TrackSegment &segment, const QByteArray 
         return !m_hasFailed;
     }
     track.reachedUs = std::max(track.reachedUs, segment.startUs);
+    track.hasLaterRun = segment.hasLaterRun;
     if (content.isEmpty()) {
         ++m_missing;
         track.demuxer->flush();
@@ -253,15 +254,34 @@ bool MediaWriter::isAwaited(const Track &track, int run) const
 {
     if (track.hasEnded || track.run >= run)
         return false;
+    if (!m_file.isBegun() && mayBringMore(track, run))
+        return true;
     for (const Waiting &waiting : track.waiting) {
-        if (waiting.run >= run && (waiting.run > run || !waiting.packets.empty()))
+        if (waiting.run >= run && !waiting.packets.empty())
             return false;
-        if (waiting.run == run)
-            return true;
+        if (waiting.run >= run)
+            return waiting.run == run || !m_file.isBegun();
     }
     // Without discontinuities of its own it is past the place at some time.
-    const bool isPast = m_file.isBegun() && track.reachedUs > startOf(run);
+    const bool isPast = m_file.isBegun() && !track.hasLaterRun && track.reachedUs > startOf(run);
     return !isPast;
+}
+
+/// Whether a track may have sound or picture in a later run that it lacks in this one, such as
+/// behind a silent advertisement: a file that has been begun takes up no other streams.
+bool MediaWriter::mayBringMore(const Track &track, int run) const
+{
+    const bool hasLater = track.hasLaterRun || track.entered > run;
+    if (!track.takesSound || track.rendition.kind == Rendition::Kind::Sound || !hasLater)
+        return false;
+    bool has[2] = {};
+    for (const Waiting &waiting : track.waiting) {
+        if (waiting.run > run && !waiting.packets.empty())
+            return false;
+        for (const MediaPacket &packet : waiting.packets)
+            has[packet.stream] = true;
+    }
+    return has[MediaPacket::Picture] != has[MediaPacket::Sound];
 }
 
 /// Where a run begins, by the manifest.

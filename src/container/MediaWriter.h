@@ -78,6 +78,7 @@ private:
         qint64 offsetUs = 0; ///< what its outputs have, but where one of them is late for it
         qint64 reachedUs = -1; ///< where the last segment taken begins, as the manifest says
         bool hasEnded = false;
+        bool hasLaterRun = false; ///< behind the last segment taken
         bool takesSound = true;
         Output outputs[2]; ///< by MediaPacket::Stream
     };
@@ -95,6 +96,7 @@ private:
     [[nodiscard]] bool settle();
     [[nodiscard]] int nextRun() const;
     [[nodiscard]] bool isAwaited(const Track &track, int run) const;
+    [[nodiscard]] bool mayBringMore(const Track &track, int run) const;
     [[nodiscard]] qint64 startOf(int run) const;
     [[nodiscard]] bool join(int run);
     void beginRun(int run, const std::vector<Track *> &joining);

@@ -378,6 +378,7 @@ void DashSource::describe(TrackSegment &segment, const Span &span, qint64 offset
     segment.isHole = span.isHole;
     segment.isBeyondEnd = span.isBeyondEnd;
     segment.run = context.run;
+    segment.hasLaterRun = m_context->run > context.run;
     segment.startUs = std::max<qint64>(0, context.periodStartUs + usInPeriod(time, clock));
     if (span.duration > 0)
         segment.durationUs = DashManifest::toUs(span.duration, timescale);

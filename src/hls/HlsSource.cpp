@@ -284,6 +284,7 @@ void HlsSource::setPlace(TrackSegment &track, const HlsTimeline::Entry &entry) c
     track.role = isMap ? TrackSegment::Role::Initialisation : TrackSegment::Role::Media;
     track.run = static_cast<int>(
         qBound(qint64(0), entry.run - m_originRun, qint64(std::numeric_limits<int>::max())));
+    track.hasLaterRun = m_timeline.entries().back().run > entry.run;
     track.startUs = m_originUs + entry.startUs;
     track.durationUs = isMap ? 0 : entry.segment.durationUs;
 }

@@ -34,6 +34,9 @@ struct TrackSegment
     /// tracks of a presentation count alike.
     int run = 0;
 
+    /// Another run follows, as far as that is known.
+    bool hasLaterRun = false;
+
     /// Where it begins and how long it lasts, in microseconds on the presentation's clock, which
     /// begins at 0 with the first segment that there is or was; unknown where the manifest does not
     /// say. Tracks are fetched and written side by side by it, so it should rise.

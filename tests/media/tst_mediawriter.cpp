@@ -30,9 +30,11 @@ public:
     MediaWriter *operator->() { return &m_writer; }
 
     /// Hands in a segment; the number counts for nothing here.
-    bool take(int track, const QByteArray &content, double startS = -1, int run = 0)
+    bool take(int track, const QByteArray &content, double startS = -1, int run = 0,
+              bool hasLaterRun = false)
     {
         TrackSegment segment;
+        segment.hasLaterRun = hasLaterRun;
         segment.startUs = startS < 0 ? TrackSegment::unknown : qint64(startS * 1e6);
         segment.run = run;
         return m_writer.take(track, segment, content);
@@ -99,6 +101,8 @@ private slots:
     void readsTablesOnceInARun();
     void alignsClocksThatHaveNothingInCommon();
     void goesOnBehindADiscontinuity();
+    void takesUpSoundOfALaterRun();
+    void takesUpATrackOfALaterRun();
     void goesOnWhereTheClockJumpsBack();
     void followsTheClockWhereItWraps();
     void takesPackedSound();
@@ -248,6 +252,53 @@ void tst_MediaWriter::goesOnBehindADiscontinuity()
     const QList<QByteArray> sounds = MediaFiles::packets(source, "a:0");
     QCOMPARE(MediaFiles::packets(file.path(), "a:0"), sounds + sounds + sounds);
     QCOMPARE(MediaFiles::frames(file.path(), "v:0").size(), 3 * seconds * 25);
+}
+
+/// Such as behind a silent advertisement.
+void tst_MediaWriter::takesUpSoundOfALaterRun()
+{
+    MediaFiles::ffmpeg(words("-i source.mp4 -an -c copy -f hls -hls_time 2 -hls_list_size 0 "
+                             "-hls_segment_filename silent%d.ts silent.m3u8"),
+                       m_folder.path());
+    QTemporaryDir out;
+    Written file({picture()}, out.path());
+    for (int n = 0; n < 4; ++n)
+        QVERIFY(file.take(0, bytes(QStringLiteral("silent%1.ts").arg(n)), n * 2, 0, true));
+    for (int n = 0; n < 4; ++n)
+        QVERIFY(file.take(0, bytes(QStringLiteral("t%1.ts").arg(n)), 8 + n * 2, 1));
+    QVERIFY(file.finish());
+    QCOMPARE(file->damagedPackets(), 0);
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    QVERIFY(std::abs(MediaFiles::times(file.path(), "a:0").constFirst() - seconds) < 0.1);
+    QCOMPARE(MediaFiles::frames(file.path(), "v:0").size(), 2 * seconds * 25);
+    QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
+}
+
+/// Its playlist leaves out what the other one has before, and so tells other times.
+void tst_MediaWriter::takesUpATrackOfALaterRun()
+{
+    QTemporaryDir out;
+    Written file({picture(), sound()}, out.path());
+    for (int track : {0, 1})
+        QVERIFY(file.takeInit(track, bytes(QStringLiteral("i%1.mp4").arg(track))));
+    const auto part = [this](int track, int n) {
+        return bytes(QStringLiteral("m%1-%2.mp4").arg(track).arg(n));
+    };
+    for (int n = 0; n < 4; ++n) {
+        QVERIFY(file.take(1, part(1, n + 1), n * 2, 1));
+        QVERIFY(file.take(0, part(0, n + 1), n * 2, 0, true));
+    }
+    QVERIFY(file.take(1, part(1, 5), 8, 1));
+    for (int n = 0; n < 4; ++n)
+        QVERIFY(file.take(0, part(0, n + 1), 8 + n * 2, 1));
+    QVERIFY(file.finish());
+    QCOMPARE(file->damagedPackets(), 0);
+    const QString source = m_folder.filePath(QStringLiteral("source.mp4"));
+    const QList<QByteArray> pictures = MediaFiles::packets(source, "v:0");
+    QCOMPARE(MediaFiles::packets(file.path(), "v:0"), pictures + pictures);
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    QVERIFY(std::abs(MediaFiles::times(file.path(), "a:0").constFirst() - seconds) < 0.1);
 }
 
 /// A server that begins again does not always say so.
