@@ -160,6 +160,8 @@ bool MediaFile::begin(Container container, const QVector<Stream> &streams, const
     format.flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_BITEXACT;
     format.flags &= ~AVFMT_FLAG_AUTO_BSF; // packets come as they are to be stored
     format.avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+    // Versions of the library that know FLAC in MP4 as an experiment write it as players read it.
+    format.strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
     for (const Stream &stream : streams) {
         if (!addStream(stream))
             return fail("a stream has no place in the file", AVERROR(ENOMEM));

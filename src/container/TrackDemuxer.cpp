@@ -13,6 +13,7 @@ constexpr int64_t wrapTicks = int64_t(1) << 33;
 constexpr AVRational mpegUnit{1, 90000};
 constexpr char maxStreams[] = "64"; // of a segment; what is beyond is no presentation
 constexpr qint64 maxProbeBytes = 5 * 1024 * 1024;
+constexpr int maxHeadBytes = 4096; // in which a segment that has a beginning describes itself
 
 const char *demuxerOf(SegmentBytes::Kind kind)
 {
@@ -73,6 +74,13 @@ bool isOfProtected(const QByteArray &section)
 {
     return (section.contains("encv") || section.contains("enca")) && section.contains("sinf")
         && section.contains("schm");
+}
+
+/// Whether the beginning of a stream describes a picture of VP9. When the library writes such a
+/// description it asks for the kind of samples, which it does not tell when it has read one.
+bool isOfVp9(const QByteArray &section)
+{
+    return section.contains("vp09") || section.contains("V_VP9");
 }
 
 bool setExtradata(AVCodecParameters &format, const QByteArray &bytes)
@@ -148,7 +156,8 @@ bool TrackDemuxer::takeBoxes(const QByteArray &segment, SegmentBytes::Kind kind)
     context.input.append(m_initialisation);
     context.input.append(segment);
     m_clock = Clock::Boxes;
-    if (!open(context, kind, false))
+    const bool isFirst = !m_states[MediaPacket::Picture].format;
+    if (!open(context, kind, isFirst && isOfVp9(m_initialisation + segment.left(maxHeadBytes))))
         return false;
     read(context, -1);
     return true;

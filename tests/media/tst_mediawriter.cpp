@@ -108,6 +108,9 @@ private slots:
     void takesPackedSound();
     void leavesAGapForWhatIsMissing();
     void writesWebM();
+    void describesVp9InMp4_data();
+    void describesVp9InMp4();
+    void keepsLosslessSound();
     void goesOnWithAnotherPicture();
     void leavesOutSoundOfAnotherFormat_data();
     void leavesOutSoundOfAnotherFormat();
@@ -435,6 +438,57 @@ void tst_MediaWriter::writesWebM()
     }
     QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
     QVERIFY(MediaFiles::probe(file.path(), "format=duration").toDouble() > 3.9);
+}
+
+void tst_MediaWriter::describesVp9InMp4_data()
+{
+    QTest::addColumn<QString>("type"); // of the picture's segments
+    QTest::newRow("MP4") << QStringLiteral("mp4");
+    QTest::newRow("WebM, beside sound that has no place there") << QStringLiteral("webm");
+}
+
+void tst_MediaWriter::describesVp9InMp4()
+{
+    QFETCH(QString, type);
+    MediaFiles::ffmpeg(words("-f lavfi -i testsrc2=size=64x48:rate=25 -t 2 -c:v libvpx-vp9 -g 25 "
+                             "-deadline realtime -cpu-used 8 -f dash -seg_duration 1 "
+                             "-init_seg_name v.init -media_seg_name v$Number$.seg "
+                             "-dash_segment_type")
+                           + QStringList{type, QStringLiteral("v.mpd")},
+                       m_folder.path());
+    QTemporaryDir out;
+    Written file({picture(), sound()}, out.path());
+    QVERIFY(file.takeInit(0, bytes(QStringLiteral("v.init"))));
+    QVERIFY(file.takeInit(1, bytes(QStringLiteral("i1.mp4"))));
+    QVERIFY(file.take(0, bytes(QStringLiteral("v1.seg")), 0));
+    QVERIFY(file.take(1, bytes(QStringLiteral("m1-1.mp4")), 0));
+    QVERIFY(file.take(0, bytes(QStringLiteral("v2.seg")), 1));
+    QVERIFY(file.finish());
+    QVERIFY(file.path().endsWith(QLatin1String(".mp4")));
+    QCOMPARE(MediaFiles::packets(file.path(), "v:0").size(), 50);
+    QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
+}
+
+void tst_MediaWriter::keepsLosslessSound()
+{
+    MediaFiles::ffmpeg(words("-i source.mp4 -vn -c:a flac -strict -2 -f dash -seg_duration 2 "
+                             "-init_seg_name f.mp4 -media_seg_name f$Number$.mp4 f.mpd"),
+                       m_folder.path());
+    QTemporaryDir out;
+    Written file({sound()}, out.path());
+    QVERIFY(file.takeInit(0, bytes(QStringLiteral("f.mp4"))));
+    QByteArray all = bytes(QStringLiteral("f.mp4"));
+    for (int n = 1; QFile::exists(m_folder.filePath(QStringLiteral("f%1.mp4").arg(n))); ++n) {
+        const QByteArray segment = bytes(QStringLiteral("f%1.mp4").arg(n));
+        QVERIFY(file.take(0, segment, (n - 1) * 2));
+        all += segment;
+    }
+    QVERIFY(file.finish());
+    QVERIFY(file.path().endsWith(QLatin1String(".mp4")));
+    const QString source = m_folder.filePath(QStringLiteral("flac.mp4"));
+    writeFile(source, all);
+    QCOMPARE(MediaFiles::packets(file.path(), "a:0"), MediaFiles::packets(source, "a:0"));
+    QCOMPARE(MediaFiles::complaints(file.path()), QByteArray());
 }
 
 /// A new initialisation section describes another size of picture, and then the first one again.
