@@ -1,3 +1,4 @@
+#include "ProgramRun.h"
 #include "ScriptedServer.h"
 #include "TestMain.h"
 
@@ -101,6 +102,7 @@ void tst_Examples::addHosts()
 void tst_Examples::start(const QStringList &arguments, const QString &program)
 {
     QFETCH(QStringList, host);
+    ProgramRun::forgetOtherTests(arguments);
     m_host = std::make_unique<QProcess>();
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("CLIPWEIR_COOKIES"), path(QStringLiteral("cookies.txt")));

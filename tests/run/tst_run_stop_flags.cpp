@@ -76,6 +76,7 @@ private slots:
         ScriptedServer server;
         server.hold("/page");
         const QString page = server.address("/page");
+        ProgramRun::forgetOtherTests({page});
         QProcess killed;
         killed.start(option(CLIPWEIR_PROGRAM), QStringList{option("--url"), page} + options);
         QByteArray lines;

@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QSet>
 #include <QSharedMemory>
 #include <QTest>
 
@@ -24,6 +25,15 @@ bool share(const QString &from, const QString &to)
     return ::link(qPrintable(from), qPrintable(to)) == 0 || QFile::copy(from, to);
 }
 
+/// Takes away the stop flag that a killed run of the page has left; one that is used stays.
+void removeStopFlag(const QString &pageAddress)
+{
+    QSharedMemory block(QStringLiteral("SM_") + pageHash(pageAddress));
+    // Looking for one that is not there would leave a lock.
+    if (QFile::exists(block.nativeKey()) && block.attach())
+        block.detach(); // the last one to let go removes it
+}
+
 } // namespace
 
 QString ProgramRun::program()
@@ -31,6 +41,17 @@ QString ProgramRun::program()
     return qEnvironmentVariableIsSet("CLIPWEIR_SHIPPED_RUNS")
         ? QStringLiteral(CLIPWEIR_PROGRAM)
         : QStringLiteral(CLIPWEIR_QUICK_PROGRAM);
+}
+
+void ProgramRun::forgetOtherTests(const QStringList &arguments)
+{
+    static QSet<QString> known;
+    for (const QString &argument : arguments) {
+        if (!argument.startsWith(QLatin1String("http")) || known.contains(argument))
+            continue;
+        known.insert(argument);
+        removeStopFlag(argument);
+    }
 }
 
 ProgramRun::ProgramRun()
@@ -119,6 +140,7 @@ QStringList overEngine(const QStringList &arguments)
 void ProgramRun::start(const QStringList &arguments)
 {
     takeRegistry();
+    forgetOtherTests(arguments);
     m_errorOutput.clear();
     m_events.clear();
     m_tellsEvents = arguments.contains(QStringLiteral("--events"));
@@ -132,6 +154,7 @@ void ProgramRun::start(const QStringList &arguments)
 void ProgramRun::startUnderHost(const QStringList &arguments)
 {
     takeRegistry();
+    forgetOtherTests(arguments);
     m_process.setProcessEnvironment(m_environment);
     m_process.setStandardErrorFile(path(QStringLiteral("lines")));
     m_process.start(QStringLiteral("/bin/sh"),
@@ -144,6 +167,7 @@ void ProgramRun::startUnderHost(const QStringList &arguments)
 void ProgramRun::startOther(const QString &program, const QStringList &arguments)
 {
     takeRegistry();
+    forgetOtherTests(arguments);
     m_errorOutput.clear();
     m_tellsEvents = false;
     m_process.setProcessEnvironment(m_environment);
@@ -157,7 +181,7 @@ bool ProgramRun::waitForEnd(int timeoutMs)
     if (!hasEnded)
         kill();
     else if (!endedNormally())
-        removeStopFlag();
+        removeStopFlag(m_pageAddress);
     m_errorOutput += m_process.readAllStandardError();
     return hasEnded && (!m_tellsEvents || takeEvents());
 }
@@ -185,14 +209,7 @@ void ProgramRun::kill()
         return;
     m_process.kill();
     m_process.waitForFinished();
-    removeStopFlag();
-}
-
-void ProgramRun::removeStopFlag() const
-{
-    QSharedMemory block(QStringLiteral("SM_") + pageHash(m_pageAddress));
-    if (block.attach())
-        block.detach(); // the last one to let go removes it
+    removeStopFlag(m_pageAddress);
 }
 
 bool ProgramRun::run(const QStringList &arguments, int timeoutMs)

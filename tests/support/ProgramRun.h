@@ -18,6 +18,11 @@ public:
     /// CLIPWEIR_SHIPPED_RUNS is set.
     [[nodiscard]] static QString program();
 
+    /// Takes away what a killed run of another test may have left of the pages among the arguments,
+    /// whose server had the same port as one of this test. What runs of this test leave stays: once
+    /// a page is known, nothing more is done for it. Every start does it before.
+    static void forgetOtherTests(const QStringList &arguments);
+
     ProgramRun();
     ~ProgramRun();
     Q_DISABLE_COPY(ProgramRun)
@@ -78,7 +83,6 @@ public:
 private:
     void kill();
     [[nodiscard]] bool takeEvents();
-    void removeStopFlag() const;
     void takeRegistry() const;
     [[nodiscard]] QString cacheFolder() const; ///< of the environment, with a last slash
 
