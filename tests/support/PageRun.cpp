@@ -123,3 +123,10 @@ QByteArray withoutProgress(const QByteArray &errorOutput)
     }
     return result;
 }
+
+QByteArray withoutTold(const QByteArray &errorOutput, const QString &address)
+{
+    const QByteArray line = "videoUrl: \"" + address.toUtf8() + "\" \n";
+    const int at = errorOutput.indexOf('\n' + line);
+    return at < 0 ? errorOutput : QByteArray(errorOutput).remove(at + 1, line.size());
+}

@@ -49,4 +49,8 @@ bool askToExit(const QString &pageAddress);
 /// The lines without progress: a transfer reports it as often as time allows.
 QByteArray withoutProgress(const QByteArray &errorOutput);
 
+/// Without the line that tells an address which the page has in its document. A run may see that
+/// before the server has answered, where the machine is busy.
+QByteArray withoutTold(const QByteArray &errorOutput, const QString &address);
+
 #endif

@@ -70,6 +70,7 @@ ProgramRun::ProgramRun()
 ProgramRun::~ProgramRun()
 {
     kill();
+    removeStopFlag(m_pageAddress); // which the deadline of a run that is held up leaves
 }
 
 void ProgramRun::setEnvironment(const QString &name, const QString &value)
