@@ -51,9 +51,11 @@ QByteArray joined(const QList<QByteArray> &parts, bool areRuns)
     segment.role = TrackSegment::Role::Initialisation;
     bool goesOn = writer.take(0, segment, parts.constFirst());
     segment.role = TrackSegment::Role::Media;
-    for (int i = 1; i < std::min(parts.size(), maxSegments) && goesOn; ++i) {
+    const int count = std::min(parts.size(), maxSegments);
+    for (int i = 1; i < count && goesOn; ++i) {
         segment.segment.number = i;
         segment.run = areRuns ? i : 0;
+        segment.hasLaterRun = areRuns && i + 1 < count;
         segment.startUs = i * 2000000LL;
         goesOn = writer.take(0, segment, parts.at(i));
     }

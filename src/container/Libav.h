@@ -22,6 +22,18 @@ namespace libav {
 constexpr int64_t noTime = std::numeric_limits<int64_t>::min(); ///< what the library marks it by
 constexpr AVRational microseconds{1, 1000000};
 
+/// A time that is moved; noTime where there is none, or where it would be so far off that what is
+/// reckoned with it could not be told.
+inline int64_t movedBy(int64_t time, int64_t offset)
+{
+    constexpr int64_t farthest = std::numeric_limits<int64_t>::max() / 2;
+    int64_t moved = 0;
+    if (time == noTime || offset == noTime || __builtin_add_overflow(time, offset, &moved)
+        || moved > farthest || moved < -farthest)
+        return noTime;
+    return moved;
+}
+
 struct FreePacket
 {
     void operator()(AVPacket *packet) const { av_packet_free(&packet); }

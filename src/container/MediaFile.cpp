@@ -207,11 +207,9 @@ void MediaFile::setTimes(int stream, MediaPacket &packet, qint64 offsetUs)
     const int64_t offset = av_rescale_q(offsetUs, libav::microseconds, unit);
     int64_t &last = m_lastDts[stream];
     av_packet_rescale_ts(&raw, packet.unit, unit);
-    if (raw.pts != libav::noTime)
-        raw.pts += offset;
-    if (raw.dts != libav::noTime)
-        raw.dts += offset;
-    else
+    raw.pts = libav::movedBy(raw.pts, offset);
+    raw.dts = libav::movedBy(raw.dts, offset);
+    if (raw.dts == libav::noTime)
         raw.dts = raw.pts != libav::noTime && (last == libav::noTime || raw.pts > last) ? raw.pts
             : last != libav::noTime                                                     ? last + 1
                                                                                         : 0;

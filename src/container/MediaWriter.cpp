@@ -13,6 +13,9 @@ constexpr qint64 maxHeldBytes = 64 * 1024 * 1024;
 // One that is farther off is another clock.
 constexpr qint64 toleranceUs = 10 * 1000 * 1000;
 constexpr qint64 usPerSecond = 1000 * 1000;
+// What lies farther from where clocks begin is no time; some begin in 1970.
+constexpr qint64 farthestUs = 100 * 1000 * 1000 * (1000 * 1000 * 1000LL);
+constexpr qint64 longestPacketUs = 24 * 3600 * usPerSecond;
 constexpr qint64 mpegWrapUs = (qint64(1) << 33) * 100 / 9; // 2^33 units of 1/90000 s
 
 qint64 usOf(int64_t time, AVRational unit)
@@ -27,7 +30,8 @@ std::optional<qint64> beginOf(const MediaPacket &packet)
         packet.packet->pts != libav::noTime ? packet.packet->pts : packet.packet->dts;
     if (time == libav::noTime)
         return std::nullopt;
-    return usOf(time, packet.unit);
+    const qint64 begin = usOf(time, packet.unit);
+    return begin >= -farthestUs && begin <= farthestUs ? std::optional(begin) : std::nullopt;
 }
 
 qint64 firstTimeOf(const std::deque<MediaPacket> &packets)
@@ -420,9 +424,11 @@ bool MediaWriter::store(Track &track, MediaPacket &&packet)
         return fail(QStringLiteral("there is no memory left"));
     const std::optional<qint64> begin = beginOf(packet);
     if (begin) {
-        const qint64 duration = usOf(std::max<int64_t>(0, packet.packet->duration), packet.unit);
+        const qint64 duration =
+            qBound<qint64>(0, usOf(packet.packet->duration, packet.unit), longestPacketUs);
         followJump(track, output, *begin);
-        output.endUs = std::max(output.endUs, *begin + output.offsetUs + duration);
+        output.endUs = qBound(output.endUs, *begin + output.offsetUs + duration,
+                              qMax(output.endUs, farthestUs));
     }
     if (output.isLeftOut) {
         ++m_homeless;
