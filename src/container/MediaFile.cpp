@@ -10,6 +10,11 @@ constexpr int bufferBytes = 256 * 1024;
 constexpr char fragmentBytes[] = "4194304";
 constexpr char fragmentUs[] = "10000000";
 
+// Steps from sample to sample have 31 bits in MP4 (ISO/IEC 14496-12, section 8.8.8), and the
+// library ends the process over a longer one. By this unit that is more than half an hour.
+constexpr int64_t longestStep = std::numeric_limits<int>::max() - 1;
+constexpr AVRational finestUnit = libav::microseconds;
+
 bool isOneOf(std::initializer_list<AVCodecID> codecs, const libav::Format &format)
 {
     return std::find(codecs.begin(), codecs.end(), format->codec_id) != codecs.end();
@@ -185,7 +190,7 @@ bool MediaFile::addStream(const Stream &stream)
     if (!added || avcodec_parameters_copy(added->codecpar, stream.format.get()) < 0)
         return false;
     added->codecpar->codec_tag = 0; // each container has its own
-    added->time_base = stream.unit;
+    added->time_base = av_cmp_q(stream.unit, finestUnit) < 0 ? finestUnit : stream.unit;
     if (!stream.language.isEmpty())
         av_dict_set(&added->metadata, "language", stream.language.toUtf8().constData(), 0);
     return true;
@@ -213,10 +218,12 @@ void MediaFile::setTimes(int stream, MediaPacket &packet, qint64 offsetUs)
         raw.dts = raw.pts != libav::noTime && (last == libav::noTime || raw.pts > last) ? raw.pts
             : last != libav::noTime                                                     ? last + 1
                                                                                         : 0;
-    if (last != libav::noTime && raw.dts <= last)
+    if (last != libav::noTime && (raw.dts <= last || raw.dts - last > longestStep))
         raw.dts = last + 1;
-    if (raw.pts == libav::noTime || raw.pts < raw.dts)
+    if (raw.pts == libav::noTime || raw.pts < raw.dts || raw.pts - raw.dts > longestStep)
         raw.pts = raw.dts;
+    if (raw.duration < 0 || raw.duration > longestStep)
+        raw.duration = 0;
     last = raw.dts;
     raw.stream_index = stream;
     raw.pos = -1;
