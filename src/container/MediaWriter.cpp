@@ -9,6 +9,9 @@ namespace {
 
 // Beyond that, a run begins without the tracks that have brought nothing of it yet.
 constexpr qint64 maxHeldBytes = 64 * 1024 * 1024;
+// Of one piece of memory that the library takes, for example for as many samples as a segment says
+// that it has. No sample is that large.
+constexpr std::size_t maxAllocBytes = 64 * 1024 * 1024;
 // How far a clock may be from where the manifest has it, for example because durations are rounded.
 // One that is farther off is another clock.
 constexpr qint64 toleranceUs = 10 * 1000 * 1000;
@@ -108,6 +111,7 @@ MediaWriter::MediaWriter(const QVector<Rendition> &tracks, const Open &open)
     , m_tracks(static_cast<std::size_t>(tracks.size()))
 {
     av_log_set_level(AV_LOG_QUIET); // standard error is the host's
+    av_max_alloc(maxAllocBytes);
     const bool hasSound = std::any_of(tracks.cbegin(), tracks.cend(), [](const Rendition &one) {
         return one.kind == Rendition::Kind::Sound;
     });
